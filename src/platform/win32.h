@@ -1,0 +1,113 @@
+// Every operation that the library asks of Windows, under its own name. Two implementations stand
+// behind it and are chosen when linking: one forwards to Windows, the other is a simulated machine
+// whose disks are image files.
+//
+// For all of them: a failure is reported by the result and its reason is left in GetLastError; a
+// success leaves the last error as it was, unless a line here says otherwise. The last error
+// belongs to the calling thread. Narrow texts are NUL-terminated; a narrow path is UTF-8 on the
+// simulated machine and in the process's code page on Windows. Wide texts are UTF-16. Nothing here
+// throws, and nothing keeps a pointer behind the call.
+//
+// Public source of each contract: Microsoft's documentation of the function of that name.
+#pragma once
+
+#include <cstdio>
+
+#include "platform/win32_types.h"
+
+namespace win32 {
+
+// ---- Files and devices -------------------------------------------------------------------------
+
+// Opens a disk (`\\.\PhysicalDrive0`), a volume (a volume path without its trailing backslash, or
+// `\\.\C:`) or a file. `access` takes GENERIC_ bits, `share` FILE_SHARE_ bits. Devices open with
+// OPEN_EXISTING only. The position starts at 0. Returns a handle that the caller closes, or
+// INVALID_HANDLE_VALUE. CREATE_ALWAYS of an existing file succeeds with error 183.
+HANDLE CreateFileA(const char* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
+                   DWORD disposition, DWORD flags, HANDLE template_file);
+HANDLE CreateFileW(const WCHAR* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
+                   DWORD disposition, DWORD flags, HANDLE template_file);
+
+// Zero for a handle that is not open (error 6).
+BOOL CloseHandle(HANDLE handle);
+
+// Moves the position to the 64-bit distance made of `low` and `*high` from `method`. With a `high`
+// pointer the upper half of the new position is written back through it. Returns the lower half,
+// or INVALID_SET_FILE_POINTER: a position whose lower half has all bits set looks like a failure.
+DWORD SetFilePointer(HANDLE handle, LONG low, LONG* high, DWORD method);
+
+// Transfer at the current position, which moves by the bytes done. On a device, position and
+// length are multiples of the sector size (else error 87); a disk refuses a transfer that runs
+// past its end as a whole (error 27). A write into the extent of a mounted volume is refused with
+// error 5 (see the rules of WriteFile). `done` receives the count, 0 after a failure. `overlapped`
+// is null here.
+BOOL ReadFile(HANDLE handle, void* buffer, DWORD length, DWORD* done, OVERLAPPED* overlapped);
+BOOL WriteFile(HANDLE handle, const void* buffer, DWORD length, DWORD* done,
+               OVERLAPPED* overlapped);
+
+// Sends a control code. `in` is read only. `returned` receives the bytes written to `out`; it is
+// given always, since a null one is legal only with an OVERLAPPED. Error 6 on a handle that is not
+// open, 1 for a code that the device does not know.
+BOOL DeviceIoControl(HANDLE handle, DWORD code, void* in, DWORD in_size, void* out, DWORD out_size,
+                     DWORD* returned, OVERLAPPED* overlapped);
+
+DWORD GetLastError();
+void SetLastError(DWORD error);
+
+// ---- Volumes and letters -----------------------------------------------------------------------
+
+// The walk over all volumes, with and without letters. Each name is a volume root, with its
+// trailing backslash. `length` counts the characters of `name`. The end is error 18. The caller
+// closes the handle with FindVolumeClose.
+HANDLE FindFirstVolumeA(char* name, DWORD length);
+BOOL FindNextVolumeA(HANDLE find, char* name, DWORD length);
+BOOL FindVolumeClose(HANDLE find);
+
+// Writes the mount points of a volume root as a multi-string and its length, with all terminators,
+// to `returned`: a volume without one gives a single NUL and 1. A buffer that is too small is
+// error 234 with the length that is needed.
+BOOL GetVolumePathNamesForVolumeNameA(const char* volume_root, char* names, DWORD length,
+                                      DWORD* returned);
+
+// Gives the letter path `X:\` to a volume root, or takes a letter path away. A letter in use is
+// error 145.
+BOOL SetVolumeMountPointA(const char* letter_path, const char* volume_root);
+BOOL DeleteVolumeMountPointA(const char* letter_path);
+
+// The letters in use, bit 0 for A. Zero on failure.
+DWORD GetLogicalDrives();
+
+// Writes the system directory, without a trailing backslash. Returns its length without the NUL,
+// the length that is needed with it if `size` is too small, or 0 on failure.
+UINT GetSystemDirectoryA(char* buffer, UINT size);
+
+// ---- Processes ---------------------------------------------------------------------------------
+
+// Starts `lpFile` with `lpParameters`. With SEE_MASK_NOCLOSEPROCESS the process handle comes back
+// in `hProcess`, and the caller owns it.
+BOOL ShellExecuteExW(SHELLEXECUTEINFOW* info);
+DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all,
+                             DWORD milliseconds);
+BOOL GetExitCodeProcess(HANDLE process, DWORD* exit_code);
+
+// ---- COM ---------------------------------------------------------------------------------------
+
+// S_OK, or a failure with `*guid` untouched.
+HRESULT CoCreateGuid(GUID* guid);
+
+// ---- C runtime calls that touch the machine ----------------------------------------------------
+
+// Runs a line in the shell that COMSPEC names. Returns the shell's exit status, or -1 if no shell
+// could be started.
+int system(const char* line);
+
+// Opens a file by its wide path. 0 and `*file`, or an errno value with `*file` null. The last
+// error may change either way.
+errno_t _wfopen_s(std::FILE** file, const WCHAR* path, const WCHAR* mode);
+std::size_t fwrite(const void* data, std::size_t size, std::size_t count, std::FILE* file);
+int fclose(std::FILE* file);
+
+// Seconds since 1970; also written to `*out` if it is not null.
+std::int64_t time(std::int64_t* out);
+
+}  // namespace win32
