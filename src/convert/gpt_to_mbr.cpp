@@ -1,0 +1,162 @@
+#include "convert/gpt_to_mbr.h"
+
+#include "convert/layout_builder.h"
+#include "convert/partition_reader.h"
+#include "convert/partition_types.h"
+#include "convert/volume_numbers.h"
+#include "disk/letter_restore.h"
+#include "frame/disk_records.h"
+#include "frame/global_context.h"
+#include "frame/progress.h"
+#include "logging/log.h"
+#include "platform/win32.h"
+#include "tools/diskpart.h"
+
+namespace velkora {
+namespace {
+
+constexpr std::uint64_t kLargestMbrDisk = 0x20000000000;  // bytes: 2 TiB
+constexpr std::size_t kFirstCheckedRow = 2;  // rows before it stay primary and need no room
+constexpr std::uint64_t kBootRecordRoom = 2048;  // sectors
+constexpr std::uint64_t kRoomMib = 5;
+
+bool ControlDisk(const Velkora& converter, DWORD code, void* in, DWORD in_size) {
+  DWORD returned = 0;
+  return win32::DeviceIoControl(converter.disk_handle, code, in, in_size, nullptr, 0, &returned,
+                                nullptr) != FALSE;
+}
+
+void LogControlError(const char* code) {
+  LogEx(kLogModule, kLogError, "DeviceIoControl with %s error %d", code,
+        static_cast<int>(win32::GetLastError()));
+}
+
+// Makes the system look at the table anew. A failure is logged and fails nothing.
+void UpdateDiskProperties(const Velkora& converter) {
+  if (!ControlDisk(converter, IOCTL_DISK_UPDATE_PROPERTIES, nullptr, 0)) {
+    LogControlError("IOCTL_DISK_UPDATE_PROPERTIES");
+  }
+}
+
+bool CreateMbrDisk(const Velkora& converter, std::uint32_t signature) {
+  LogEx(kLogModule, kLogProgress, "Create mbr disk");
+  CREATE_DISK request = MakeMbrCreateDisk(signature);
+  if (!ControlDisk(converter, IOCTL_DISK_CREATE_DISK, &request, sizeof request)) {
+    LogControlError("IOCTL_DISK_CREATE_DISK");
+    return false;
+  }
+  UpdateDiskProperties(converter);
+  DISKPART_Rescan();
+  return true;
+}
+
+bool WriteMbrTable(const Velkora& converter, const GptPartitionList& rows,
+                   std::uint32_t signature) {
+  DiskInfo& disk = *converter.disk_info;
+  // The lowered size stays in the caller's record, whatever comes of the conversion.
+  if (disk.size > kLargestMbrDisk) disk.size = kLargestMbrDisk;
+  std::optional<LayoutBuffer> layout = BuildMbrLayout(rows, disk.size, signature);
+  if (!layout || StopRequested()) return false;
+  SendPercent(converter, 60);
+  SendStatus(converter, VelkoraStatus::kWriting);
+  LogEx(kLogModule, kLogProgress, "Set mbr partition table");
+  LogDiskLayout(*layout);
+  if (!ControlDisk(converter, IOCTL_DISK_SET_DRIVE_LAYOUT_EX, layout->data(), layout->size())) {
+    LogControlError("IOCTL_DISK_SET_DRIVE_LAYOUT_EX");
+    return false;
+  }
+  UpdateDiskProperties(converter);
+  return !StopRequested();
+}
+
+// Joins the caller's record to the new table: partition numbers, then letters.
+void RestoreVolumes(Velkora& converter, const GptPartitionList& rows) {
+  converter.partition_offsets = GptPartitionOffsets(rows);
+  UpdateVolumePartNumbers(converter.partition_offsets, *converter.disk_info);
+  DISKPART_Rescan();
+  if (!RestoreVolumeInfosAfterConvert(converter)) {
+    LogEx(kLogModule, kLogError, "RestoreVolumeInfos Error: %d",
+          static_cast<int>(win32::GetLastError()));
+  }
+}
+
+}  // namespace
+
+bool ConvertGptToMbr(Velkora& converter) {
+  GptPartitionList rows;
+  if (!ReadGptPartitions(converter.disk_handle, rows)) {
+    LogEx(kLogModule, kLogError, "Get partitions fail!");
+    return false;
+  }
+  FilterGptPartitions(rows);
+  converter.partition_offsets = GptPartitionOffsets(rows);
+  return GPT2MBR(converter, rows);
+}
+
+bool GPT2MBR(Velkora& converter, const GptPartitionList& list) {
+  GptPartitionList rows = list;
+  LogEx(kLogModule, kLogProgress, "GPT2MBR start");
+  SendPercent(converter, 0);
+  SendStatus(converter, VelkoraStatus::kChecking);
+  LogEx(kLogModule, kLogProgress, "Check and compress partition");
+  if (!EnsureLogicalGaps(converter, rows)) return false;
+  SortByFirstSector(rows);
+
+  SendPercent(converter, 20);
+  SendStatus(converter, VelkoraStatus::kClearing);
+  if (!DISKPART_Clean(converter.disk_info->index)) return false;
+
+  SendPercent(converter, 40);
+  SendStatus(converter, VelkoraStatus::kCreating);
+  const auto signature = static_cast<std::uint32_t>(win32::time(nullptr));
+  if (!CreateMbrDisk(converter, signature)) return false;
+
+  // Without partitions there is no table to write, no letter to restore and nothing to boot from.
+  if (!rows.empty()) {
+    if (!WriteMbrTable(converter, rows, signature)) return false;
+    RestoreVolumes(converter, rows);
+  }
+
+  SendPercent(converter, 100);
+  SendStatus(converter, VelkoraStatus::kFinished);
+  LogEx(kLogModule, kLogProgress, "GPT2MBR end");
+  return true;
+}
+
+bool EnsureLogicalGaps(Velkora& converter, GptPartitionList& rows) {
+  if (rows.size() <= kFirstCheckedRow + 1) return true;
+  bool shrunk = false;
+  for (std::size_t i = kFirstCheckedRow; i < rows.size(); ++i) {
+    // The last pass has no row behind it and only looks at the flag.
+    if (StopRequested()) return false;
+    if (i + 1 == rows.size()) break;
+    if (rows[i + 1].first_sector >= rows[i].last_sector + kBootRecordRoom) continue;
+    if (!converter.CompressPart(rows[i].first_sector << kSectorShift, kRoomMib)) {
+      LogEx(kLogModule, kLogError, "CompressPart fail!");
+      return false;
+    }
+    shrunk = true;
+  }
+  if (!shrunk) return true;
+
+  if (!DISKPART_Rescan()) return false;
+  rows.clear();
+  if (!ReadGptPartitions(converter.disk_handle, rows)) {
+    LogEx(kLogModule, kLogError, "Get partitions Error!");
+    return false;
+  }
+  FilterGptPartitions(rows);
+  return true;
+}
+
+VolumeInfo* FindSystemVolume(const Velkora& converter) {
+  const DiskInfo& disk = *converter.disk_info;
+  for (std::uint8_t i = 0; i < disk.volume_count; ++i) {
+    if (StopRequested()) return nullptr;
+    VolumeInfo& volume = VolumeAt(disk, i);
+    if (volume.is_system != 0) return &volume;
+  }
+  return nullptr;
+}
+
+}  // namespace velkora

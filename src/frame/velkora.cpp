@@ -1,0 +1,66 @@
+#include "frame/velkora.h"
+
+#include "convert/gpt_to_mbr.h"
+#include "disk/device_handle.h"
+#include "frame/disk_records.h"
+#include "frame/global_context.h"
+#include "logging/log.h"
+#include "platform/win32.h"
+
+namespace velkora {
+namespace {
+
+// Refuses only a plain contradiction between the record and the system; a raw disk on either side
+// passes.
+bool CheckDiskStyle(const Velkora& converter) {
+  PARTITION_INFORMATION_EX information{};
+  DWORD returned = 0;
+  if (!win32::DeviceIoControl(converter.disk_handle, IOCTL_DISK_GET_PARTITION_INFO_EX, nullptr, 0,
+                              &information, sizeof information, &returned, nullptr)) {
+    LogEx(kLogModule, kLogError, "DeviceIoControl with IOCTL_DISK_GET_PARTITION_INFO_EX error %lu",
+          static_cast<unsigned long>(win32::GetLastError()));
+    return false;
+  }
+  const PARTITION_STYLE style = information.PartitionStyle;
+  const DiskType type = converter.disk_info->disk_type;
+  if ((style == PARTITION_STYLE_MBR && type == DiskType::kGpt) ||
+      (style == PARTITION_STYLE_GPT && type == DiskType::kMbr)) {
+    LogEx(kLogModule, kLogError, "Disk type (GPT/MBR) check conflict! stop convert.");
+    return false;
+  }
+  return true;
+}
+
+bool ConvertByType(Velkora& converter) {
+  // Boot repair and the way to GPT are not built yet; a disk that needs them is left alone.
+  if (converter.disk_info->is_system != 0 ||
+      converter.disk_info->disk_type == DiskType::kMbr) {
+    LogEx(kLogModule, kLogError, "This kind of conversion is not supported yet!");
+    return false;
+  }
+  switch (converter.disk_info->disk_type) {
+    case DiskType::kGpt: return ConvertGptToMbr(converter);
+    default: LogEx(kLogModule, kLogWarning, "Disk type is raw!"); return false;
+  }
+}
+
+}  // namespace
+
+std::int32_t Velkora::Convert(DiskInfo* disk, VelkoraCallback progress) {
+  disk_info = disk;
+  callback = progress;
+  LogDiskInfo(*disk);
+  disk_handle = GetDeviceHandleById(FieldText(disk->id).c_str());
+  if (disk_handle == INVALID_HANDLE_VALUE) return 1;
+  GetGlobalContext().is_system = disk->is_system;
+  const bool converted = CheckDiskStyle(*this) && ConvertByType(*this);
+  CloseDeviceHandle(disk_handle);
+  return converted ? 0 : 1;
+}
+
+void Velkora::Stop() {
+  GetGlobalContext().stop_requested.exchange(1);
+  LogEx(kLogModule, kLogProgress, "Set Convert Stop!");
+}
+
+}  // namespace velkora
