@@ -1,0 +1,40 @@
+// A disk of the simulated machine: its bytes, and what the system believes of its table.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "simulator/storage/block_device.h"
+#include "simulator/storage/partition_store.h"
+
+namespace simulator {
+
+class Disk {
+ public:
+  Disk(std::uint32_t number, const std::filesystem::path& image, std::uint32_t sector_size)
+      : number_(number), device_(image, sector_size) {}
+
+  std::uint32_t number() const { return number_; }
+  // `\\.\PhysicalDriveN`.
+  std::string path() const { return "\\\\.\\PhysicalDrive" + std::to_string(number_); }
+  BlockDevice& device() { return device_; }
+
+  bool online() const { return online_; }
+  void set_online(bool online) { online_ = online; }
+
+  // The layout as the system believes it: read from the disk once, then kept until Forget. On
+  // failure the Windows error of the read, and nothing is kept.
+  DWORD Layout(DiskLayout& layout);
+  void Forget() { cached_.reset(); }
+
+ private:
+  std::uint32_t number_;
+  BlockDevice device_;
+  bool online_ = true;
+  std::optional<DiskLayout> cached_;
+};
+
+}  // namespace simulator

@@ -1,0 +1,37 @@
+// What every operation of the seam does first and last.
+#pragma once
+
+#include <string_view>
+
+#include "platform/win32.h"
+#include "simulator/simulated_machine.h"
+
+namespace simulator {
+
+// Notes a call on the machine. True if it has to fail; the last error is set then.
+inline bool FailsOnDemand(SimulatedMachine& machine, std::string_view name,
+                          std::string_view detail = {}, std::string_view arguments = {}) {
+  const DWORD error = machine.calls().Note(name, detail, arguments);
+  if (error == ERROR_SUCCESS) return false;
+  win32::SetLastError(error);
+  return true;
+}
+
+// TRUE, or FALSE with the last error set.
+inline BOOL ToResult(DWORD error) {
+  if (error == ERROR_SUCCESS) return TRUE;
+  win32::SetLastError(error);
+  return FALSE;
+}
+
+inline std::string_view TextOrEmpty(const char* text) {
+  return text == nullptr ? std::string_view() : text;
+}
+
+// What a handle stands for; empty for one that is not open.
+inline std::string Describe(SimulatedMachine& machine, HANDLE handle) {
+  const HandleObject* object = machine.handles().Find(handle);
+  return object == nullptr ? std::string() : object->Describe();
+}
+
+}  // namespace simulator

@@ -1,0 +1,155 @@
+// A small, honest Windows for tests: disks that are image files, volumes, letters, folders, tools.
+// It keeps what is on a disk apart from what the system believes of it.
+//
+// Set one up, make it current, run the library or an application against it, look at the result:
+//
+//   simulator::SimulatedMachine machine;
+//   machine.MapFolder('X', logs_folder);
+//   machine.AttachDisk(1, "disk.img");
+//   machine.MakeCurrent();
+//
+// One machine is current at a time; all operations of platform/win32.h go to it. Calls may come
+// from several threads, one at a time.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <filesystem>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "simulator/call_log.h"
+#include "simulator/commands/command.h"
+#include "simulator/disk.h"
+#include "simulator/handle_table.h"
+#include "simulator/mount_manager.h"
+#include "simulator/volume.h"
+
+namespace simulator {
+
+// Behaviours in which real systems differ, or of which we only believe to know the usual one.
+struct Switches {
+  bool automount = true;
+  // IOCTL_DISK_CREATE_DISK makes the Microsoft reserved partition too.
+  bool create_disk_makes_reserved_partition = false;
+  // diskpart refuses `clean` on the disk of the running system.
+  bool refuse_clean_of_system_disk = false;
+  StoreSwitches store;
+};
+
+// By which way a line reached the command interpreter.
+enum class ShellRoute { kSystem, kElevated };
+
+class SimulatedMachine {
+ public:
+  SimulatedMachine();
+  ~SimulatedMachine();  // the machine is no longer current
+  SimulatedMachine(const SimulatedMachine&) = delete;
+  SimulatedMachine& operator=(const SimulatedMachine&) = delete;
+
+  void MakeCurrent();
+  // The current machine. Throws std::logic_error when there is none.
+  static SimulatedMachine& Current();
+
+  // ---- Setting up ------------------------------------------------------------------------------
+
+  Switches& switches() { return switches_; }
+
+  // Attaches an image as `\\.\PhysicalDrive<number>`; its volumes arrive and get letters as on a
+  // system that sees the disk for the first time. Throws std::runtime_error as BlockDevice does,
+  // std::invalid_argument for a number in use.
+  Disk& AttachDisk(std::uint32_t number, const std::filesystem::path& image,
+                   std::uint32_t sector_size = 512);
+
+  // Lets a letter stand for a folder of the host, for logs and scripts. The first one mapped is the
+  // current drive. It has a bit in the mask of letters and no volume.
+  void MapFolder(char letter, const std::filesystem::path& folder);
+
+  // A volume that lies on no attached disk, or on several: an optical drive, a spanned volume.
+  void AddVolume(const Volume& volume);
+
+  // Gives `letter` to the volume that starts at `offset` of the disk, taking away what either had
+  // before. Throws std::invalid_argument when there is no such volume.
+  void SetLetter(std::uint32_t disk, std::uint64_t offset, char letter);
+  void RemoveLetter(char letter);
+
+  // The disk that the machine runs from, for what diskpart refuses there.
+  void SetSystemDisk(std::uint32_t number) { system_disk_ = number; }
+  std::uint32_t system_disk() const { return system_disk_; }
+
+  // Replaces or adds a tool, found by `name` without ".exe" and without regard to case.
+  void SetCommand(std::string_view name, Command command);
+  // What the shell runs, or null. `name` is a bare name, a name with ".exe", or a path to it.
+  const Command* FindCommand(std::string_view name) const;
+
+  void SetTime(std::int64_t seconds) { time_ = seconds; }
+  void SetGuidSeed(std::uint64_t seed) { guid_state_ = seed; }
+
+  // Called for each script that diskpart is given and each line that reaches the interpreter, in
+  // the order of events.
+  std::function<void(std::string_view script)> on_script;
+  std::function<void(ShellRoute route, std::string_view line)> on_shell_line;
+
+  // ---- Looking at it ---------------------------------------------------------------------------
+
+  CallLog& calls() { return calls_; }
+  HandleTable& handles() { return handles_; }
+  MountManager& mount_manager() { return mount_manager_; }
+  char current_drive() const { return current_drive_; }
+  std::int64_t time() const { return time_; }
+
+  Disk* FindDisk(std::uint32_t number);
+  std::list<Disk>& disks() { return disks_; }
+  // All volumes in the order in which they arrived. A volume's address is good until it leaves.
+  std::list<Volume>& volumes() { return volumes_; }
+  Volume* FindVolumeAt(std::uint32_t disk, std::uint64_t offset);
+  Volume* FindVolumeByPath(std::string_view path);  // without trailing backslash, any case
+  Volume* FindVolumeByLetter(char letter);
+  Volume* FindVolumeByArrival(std::uint64_t arrival);
+  std::string LettersOf(const Volume& volume) const;  // "D", "DE", ""
+
+  // ---- What the system does --------------------------------------------------------------------
+
+  // The kernel's answers to the disk control codes; each returns a Windows error. CreateDisk and
+  // SetLayout write the table and let volumes leave and arrive accordingly: a partition whose start
+  // and length are unchanged keeps its volume.
+  DWORD CreateDisk(Disk& disk, const CREATE_DISK& request);
+  DWORD SetLayout(Disk& disk, DiskLayout& layout);
+  // Drops what the system believes of the disk's table and looks again.
+  void UpdateProperties(Disk& disk);
+  void Rescan();  // every disk
+
+  // Looks at the volume's file system and marks it mounted if Windows mounts such a one.
+  void Mount(Volume& volume);
+  GUID NextGuid();
+  // Where a Windows path leads on the host; nothing for a drive that maps no folder.
+  std::optional<std::filesystem::path> HostPath(std::string_view windows_path) const;
+
+ private:
+  // Lets volumes leave and arrive until they agree with the believed layout.
+  void Enumerate(Disk& disk);
+  void RemoveVolumes(const Disk& disk, const std::vector<VolumeExtent>& kept);
+  void Arrive(Volume volume);
+  DWORD AddReservedPartition(Disk& disk);
+
+  Switches switches_;
+  CallLog calls_;
+  HandleTable handles_;
+  MountManager mount_manager_;
+  std::list<Disk> disks_;
+  std::list<Volume> volumes_;
+  std::map<std::string, Command> commands_;
+  char current_drive_ = 'C';
+  std::uint32_t system_disk_ = ~std::uint32_t{0};
+  std::int64_t time_ = 1'700'000'000;
+  std::uint64_t guid_state_ = 1;
+  std::uint64_t arrivals_ = 0;
+};
+
+}  // namespace simulator

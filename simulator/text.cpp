@@ -1,0 +1,101 @@
+#include "simulator/text.h"
+
+#include <array>
+
+namespace simulator {
+namespace {
+
+constexpr std::uint32_t kReplacementCharacter = 0xFFFD;
+
+char ToLowerAscii(char character) {
+  const bool upper = character >= 'A' && character <= 'Z';
+  return upper ? static_cast<char>(character - 'A' + 'a') : character;
+}
+
+bool IsHighSurrogate(std::uint32_t unit) {
+  return unit >= 0xD800 && unit <= 0xDBFF;
+}
+bool IsLowSurrogate(std::uint32_t unit) {
+  return unit >= 0xDC00 && unit <= 0xDFFF;
+}
+
+void AppendUtf8(std::string& text, std::uint32_t code) {
+  const auto append = [&text](std::uint32_t byte) { text += static_cast<char>(byte); };
+  if (code < 0x80) {
+    append(code);
+    return;
+  }
+  if (code < 0x800) {
+    append(0xC0 | (code >> 6));
+  } else {
+    if (code < 0x10000) {
+      append(0xE0 | (code >> 12));
+    } else {
+      append(0xF0 | (code >> 18));
+      append(0x80 | ((code >> 12) & 0x3F));
+    }
+    append(0x80 | ((code >> 6) & 0x3F));
+  }
+  append(0x80 | (code & 0x3F));
+}
+
+}  // namespace
+
+std::string ToLowerAscii(std::string_view text) {
+  std::string lower;
+  for (const char character : text) lower += ToLowerAscii(character);
+  return lower;
+}
+
+char ToUpperAscii(char character) {
+  const bool lower = character >= 'a' && character <= 'z';
+  return lower ? static_cast<char>(character - 'a' + 'A') : character;
+}
+
+bool EqualsIgnoringCase(std::string_view left, std::string_view right) {
+  return ToLowerAscii(left) == ToLowerAscii(right);
+}
+
+bool StartsWithIgnoringCase(std::string_view text, std::string_view prefix) {
+  return EqualsIgnoringCase(text.substr(0, prefix.size()), prefix);
+}
+
+std::string Utf16ToUtf8(const WCHAR* text) {
+  std::string result;
+  if (text == nullptr) return result;
+  while (*text != 0) {
+    std::uint32_t code = static_cast<std::uint16_t>(*text++);
+    const std::uint32_t next = static_cast<std::uint16_t>(*text);
+    if (IsHighSurrogate(code) && IsLowSurrogate(next)) {
+      code = 0x10000 + ((code - 0xD800) << 10) + (next - 0xDC00);
+      ++text;
+    } else if (IsHighSurrogate(code) || IsLowSurrogate(code)) {
+      code = kReplacementCharacter;
+    }
+    AppendUtf8(result, code);
+  }
+  return result;
+}
+
+std::string HexText(std::uint64_t value) {
+  std::array<char, 24> buffer{};
+  std::snprintf(buffer.data(), buffer.size(), "0x%llx", static_cast<unsigned long long>(value));
+  return buffer.data();
+}
+
+std::string_view FileNameOf(std::string_view path) {
+  const std::size_t separator = path.find_last_of("\\/");
+  return separator == std::string_view::npos ? path : path.substr(separator + 1);
+}
+
+std::string GuidText(const GUID& guid) {
+  std::array<char, 40> buffer{};
+  std::snprintf(buffer.data(), buffer.size(), "{%08lx-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x}",
+                static_cast<unsigned long>(guid.Data1), unsigned{guid.Data2}, unsigned{guid.Data3},
+                unsigned{guid.Data4[0]}, unsigned{guid.Data4[1]}, unsigned{guid.Data4[2]},
+                unsigned{guid.Data4[3]}, unsigned{guid.Data4[4]}, unsigned{guid.Data4[5]},
+                unsigned{guid.Data4[6]}, unsigned{guid.Data4[7]});
+  return buffer.data();
+}
+
+}  // namespace simulator

@@ -1,0 +1,30 @@
+// Small text helpers of the simulated machine.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "platform/win32_types.h"
+
+namespace simulator {
+
+// ASCII letters only, in any locale.
+std::string ToLowerAscii(std::string_view text);
+char ToUpperAscii(char character);
+bool EqualsIgnoringCase(std::string_view left, std::string_view right);
+bool StartsWithIgnoringCase(std::string_view text, std::string_view prefix);
+
+// Null gives an empty text, half a surrogate pair the replacement character.
+std::string Utf16ToUtf8(const WCHAR* text);
+
+// "0x7c058".
+std::string HexText(std::uint64_t value);
+
+// What stands behind the last separator of a Windows path.
+std::string_view FileNameOf(std::string_view path);
+
+// `{xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}` in lower case.
+std::string GuidText(const GUID& guid);
+
+}  // namespace simulator

@@ -1,0 +1,177 @@
+// Files and devices of the seam, answered by the current simulated machine.
+#include <memory>
+#include <string>
+
+#include "simulator/open_path.h"
+#include "simulator/seam_call.h"
+#include "simulator/text.h"
+
+namespace win32 {
+namespace {
+
+using simulator::CallLog;
+using simulator::Describe;
+using simulator::FailsOnDemand;
+using simulator::HandleObject;
+using simulator::HexText;
+using simulator::SimulatedMachine;
+using simulator::ToResult;
+
+// Codes as their documentation names them, for the record of calls.
+std::string CodeName(DWORD code) {
+  switch (code) {
+    case IOCTL_DISK_CREATE_DISK:
+      return "IOCTL_DISK_CREATE_DISK";
+    case IOCTL_DISK_SET_DRIVE_LAYOUT_EX:
+      return "IOCTL_DISK_SET_DRIVE_LAYOUT_EX";
+    case IOCTL_DISK_GET_DRIVE_LAYOUT_EX:
+      return "IOCTL_DISK_GET_DRIVE_LAYOUT_EX";
+    case IOCTL_DISK_GET_PARTITION_INFO_EX:
+      return "IOCTL_DISK_GET_PARTITION_INFO_EX";
+    case IOCTL_DISK_UPDATE_PROPERTIES:
+      return "IOCTL_DISK_UPDATE_PROPERTIES";
+    case IOCTL_STORAGE_GET_DEVICE_NUMBER:
+      return "IOCTL_STORAGE_GET_DEVICE_NUMBER";
+    case IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS:
+      return "IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS";
+    case FSCTL_LOCK_VOLUME:
+      return "FSCTL_LOCK_VOLUME";
+    case FSCTL_UNLOCK_VOLUME:
+      return "FSCTL_UNLOCK_VOLUME";
+    case FSCTL_DISMOUNT_VOLUME:
+      return "FSCTL_DISMOUNT_VOLUME";
+    default:
+      return HexText(code);
+  }
+}
+
+HANDLE Open(const char* name, const std::string& path, DWORD access, DWORD disposition) {
+  SimulatedMachine& machine = SimulatedMachine::Current();
+  const std::string arguments =
+      "access " + HexText(access) + " disposition " + std::to_string(disposition);
+  if (FailsOnDemand(machine, name, path, arguments)) return INVALID_HANDLE_VALUE;
+  std::unique_ptr<HandleObject> object;
+  bool existed = false;
+  const DWORD error = simulator::OpenPath(machine, {path, access, disposition}, object, existed);
+  if (error != ERROR_SUCCESS) {
+    SetLastError(error);
+    return INVALID_HANDLE_VALUE;
+  }
+  const HANDLE handle = machine.handles().Add(std::move(object));
+  if (existed && (disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS)) {
+    SetLastError(ERROR_ALREADY_EXISTS);
+  }
+  return handle;
+}
+
+std::uint64_t PositionOf(HandleObject* object) {
+  std::uint64_t position = 0;
+  if (object != nullptr) object->Seek(0, FILE_CURRENT, position);
+  return position;
+}
+
+std::string TransferText(HandleObject* object, DWORD length) {
+  return "offset " + std::to_string(PositionOf(object)) + " length " + std::to_string(length);
+}
+
+// A distance of one part is signed; of two parts, the lower is unsigned.
+std::int64_t DistanceOf(LONG low, const LONG* high) {
+  if (high == nullptr) return low;
+  const auto upper = static_cast<std::uint64_t>(static_cast<std::uint32_t>(*high));
+  return static_cast<std::int64_t>(upper << 32 | static_cast<std::uint32_t>(low));
+}
+
+// Without a place for the upper half, a position that needs it is refused and nothing moves.
+DWORD Seek(HandleObject& object, LONG low, const LONG* high, DWORD method,
+           std::uint64_t& position) {
+  const std::uint64_t before = PositionOf(&object);
+  const DWORD error = object.Seek(DistanceOf(low, high), method, position);
+  if (error != ERROR_SUCCESS || high != nullptr || position <= 0xFFFFFFFF) return error;
+  object.Seek(static_cast<std::int64_t>(before), FILE_BEGIN, position);
+  return ERROR_INVALID_PARAMETER;
+}
+
+}  // namespace
+
+HANDLE CreateFileA(const char* path, DWORD access, DWORD, SECURITY_ATTRIBUTES*, DWORD disposition,
+                   DWORD, HANDLE) {
+  return Open("CreateFileA", std::string(simulator::TextOrEmpty(path)), access, disposition);
+}
+
+HANDLE CreateFileW(const WCHAR* path, DWORD access, DWORD, SECURITY_ATTRIBUTES*, DWORD disposition,
+                   DWORD, HANDLE) {
+  return Open("CreateFileW", simulator::Utf16ToUtf8(path), access, disposition);
+}
+
+BOOL CloseHandle(HANDLE handle) {
+  SimulatedMachine& machine = SimulatedMachine::Current();
+  if (FailsOnDemand(machine, "CloseHandle", Describe(machine, handle))) return FALSE;
+  // The same value names the calling process, which closing leaves alone.
+  if (handle == INVALID_HANDLE_VALUE) return TRUE;
+  return ToResult(machine.handles().Close(handle) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE);
+}
+
+DWORD SetFilePointer(HANDLE handle, LONG low, LONG* high, DWORD method) {
+  SimulatedMachine& machine = SimulatedMachine::Current();
+  const std::string arguments =
+      "distance " + std::to_string(DistanceOf(low, high)) + " method " + std::to_string(method);
+  if (FailsOnDemand(machine, "SetFilePointer", Describe(machine, handle), arguments)) {
+    return INVALID_SET_FILE_POINTER;
+  }
+  HandleObject* object = machine.handles().Find(handle);
+  std::uint64_t position = 0;
+  const DWORD error =
+      object == nullptr ? ERROR_INVALID_HANDLE : Seek(*object, low, high, method, position);
+  if (error != ERROR_SUCCESS) {
+    SetLastError(error);
+    return INVALID_SET_FILE_POINTER;
+  }
+  if (high != nullptr) *high = static_cast<LONG>(position >> 32);
+  return static_cast<DWORD>(position & 0xFFFFFFFF);
+}
+
+BOOL ReadFile(HANDLE handle, void* buffer, DWORD length, DWORD* done, OVERLAPPED*) {
+  SimulatedMachine& machine = SimulatedMachine::Current();
+  DWORD count = 0;
+  if (done == nullptr) done = &count;
+  *done = 0;
+  HandleObject* object = machine.handles().Find(handle);
+  if (FailsOnDemand(machine, "ReadFile", Describe(machine, handle), TransferText(object, length))) {
+    return FALSE;
+  }
+  if (object == nullptr) return ToResult(ERROR_INVALID_HANDLE);
+  return ToResult(object->Read({static_cast<std::byte*>(buffer), length}, *done));
+}
+
+BOOL WriteFile(HANDLE handle, const void* buffer, DWORD length, DWORD* done, OVERLAPPED*) {
+  SimulatedMachine& machine = SimulatedMachine::Current();
+  DWORD count = 0;
+  if (done == nullptr) done = &count;
+  *done = 0;
+  HandleObject* object = machine.handles().Find(handle);
+  if (FailsOnDemand(machine, "WriteFile", Describe(machine, handle),
+                    TransferText(object, length))) {
+    return FALSE;
+  }
+  if (object == nullptr) return ToResult(ERROR_INVALID_HANDLE);
+  return ToResult(object->Write({static_cast<const std::byte*>(buffer), length}, *done));
+}
+
+BOOL DeviceIoControl(HANDLE handle, DWORD code, void* in, DWORD in_size, void* out, DWORD out_size,
+                     DWORD* returned, OVERLAPPED*) {
+  SimulatedMachine& machine = SimulatedMachine::Current();
+  DWORD count = 0;
+  if (returned == nullptr) returned = &count;
+  *returned = 0;
+  const std::string arguments = Describe(machine, handle) + " in " + std::to_string(in_size) +
+                                " out " + std::to_string(out_size);
+  if (FailsOnDemand(machine, "DeviceIoControl", CodeName(code), arguments)) return FALSE;
+  HandleObject* object = machine.handles().Find(handle);
+  if (object == nullptr) return ToResult(ERROR_INVALID_HANDLE);
+  const std::span<const std::byte> input(static_cast<const std::byte*>(in),
+                                         in == nullptr ? 0 : in_size);
+  const std::span<std::byte> output(static_cast<std::byte*>(out), out == nullptr ? 0 : out_size);
+  return ToResult(object->Control(code, input, output, *returned));
+}
+
+}  // namespace win32
