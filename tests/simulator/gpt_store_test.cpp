@@ -1,0 +1,287 @@
+#include "simulator/storage/gpt_store.h"
+
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+#include <zlib.h>
+
+#include "simulator/storage/gpt_table.h"
+#include "simulator/storage_disk.h"
+
+namespace simulator {
+namespace {
+
+using storage_testing::GptLayout;
+using storage_testing::GptRequest;
+using storage_testing::GptRow;
+using storage_testing::kMiB;
+using storage_testing::MakeGuid;
+using storage_testing::MbrRequest;
+using storage_testing::RawRequest;
+using storage_testing::SameGuid;
+using storage_testing::StorageDisk;
+using storage_testing::Write;
+
+constexpr std::uint64_t kDiskSize = 64 * kMiB;
+constexpr std::uint64_t kSectors = kDiskSize / 512;
+
+DiskLayout ReadBack(StorageDisk& disk) {
+  DiskLayout layout;
+  EXPECT_EQ(ReadLayout(disk.device(), layout), ERROR_SUCCESS);
+  EXPECT_EQ(layout.header.PartitionCount, layout.rows.size());
+  return layout;
+}
+
+std::uint32_t Crc(const std::vector<std::byte>& bytes, std::size_t length) {
+  return static_cast<std::uint32_t>(
+      crc32_z(0, reinterpret_cast<const Bytef*>(bytes.data()), length));
+}
+
+// Gives a header its right checksum after a change.
+void Seal(StorageDisk& disk, std::uint64_t sector, GptHeader header) {
+  header.header_crc = 0u;
+  std::vector<std::byte> bytes = disk.Sector(sector);
+  Store(header, bytes);
+  header.header_crc = Crc(bytes, header.header_size);
+  ASSERT_TRUE(disk.Put(sector, header));
+}
+
+GptHeader Header(StorageDisk& disk, std::uint64_t sector) {
+  return Load<GptHeader>(disk.Sector(sector));
+}
+
+class GptStoreTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(CreateDisk(disk_.device(), GptRequest(1, 128)), ERROR_SUCCESS);
+  }
+
+  StorageDisk disk_{kDiskSize};
+};
+
+// ---- CREATE_DISK --------------------------------------------------------------------------------
+
+TEST_F(GptStoreTest, ProtectiveRecordBytesAreExact) {
+  const auto bytes = disk_.Sector(0);
+  const std::vector<std::uint8_t> entry = {0, 0, 2, 0, 0xEE, 0xFF, 0xFF, 0xFF,
+                                           1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF};
+  std::vector<std::byte> expected(512);
+  for (std::size_t i = 0; i < entry.size(); ++i) expected[446 + i] = std::byte{entry[i]};
+  expected[510] = std::byte{0x55};
+  expected[511] = std::byte{0xAA};
+  EXPECT_EQ(bytes, expected);
+}
+
+TEST_F(GptStoreTest, HeadersHaveTheStandardGeometry) {
+  const GptHeader primary = Header(disk_, 1);
+  EXPECT_EQ(primary.signature, kGptSignature);
+  EXPECT_EQ(primary.revision, 0x00010000u);
+  EXPECT_EQ(primary.header_size, 92u);
+  EXPECT_EQ(primary.own_sector, 1u);
+  EXPECT_EQ(primary.alternate_sector, kSectors - 1);
+  EXPECT_EQ(primary.first_usable_sector, 34u);
+  EXPECT_EQ(primary.last_usable_sector, kSectors - 34);
+  EXPECT_EQ(primary.array_sector, 2u);
+  EXPECT_EQ(primary.entry_count, 128u);
+  EXPECT_EQ(primary.entry_size, 128u);
+  const GptHeader backup = Header(disk_, kSectors - 1);
+  EXPECT_EQ(backup.own_sector, kSectors - 1);
+  EXPECT_EQ(backup.alternate_sector, 1u);
+  EXPECT_EQ(backup.array_sector, kSectors - 33);
+  EXPECT_EQ(backup.array_crc, primary.array_crc);
+}
+
+TEST_F(GptStoreTest, ChecksumsAreThoseOfTheStandard) {
+  GptHeader header = Header(disk_, 1);
+  const std::uint32_t stored = header.header_crc;
+  header.header_crc = 0u;
+  std::vector<std::byte> bytes(sizeof header);
+  Store(header, bytes);
+  EXPECT_EQ(stored, Crc(bytes, 92));
+  EXPECT_EQ(header.array_crc, Crc(std::vector<std::byte>(128 * 128), 128 * 128));
+}
+
+TEST_F(GptStoreTest, EmptyTableReadsBack) {
+  const DiskLayout layout = ReadBack(disk_);
+  EXPECT_EQ(layout.header.PartitionStyle, DWORD{PARTITION_STYLE_GPT});
+  EXPECT_TRUE(SameGuid(layout.header.Gpt.DiskId, MakeGuid(1)));
+  EXPECT_EQ(layout.header.Gpt.StartingUsableOffset.QuadPart, 34 * 512);
+  EXPECT_EQ(layout.header.Gpt.UsableLength.QuadPart, LONGLONG{(kSectors - 67) * 512});
+  EXPECT_EQ(layout.header.Gpt.MaxPartitionCount, 128u);
+  EXPECT_TRUE(layout.rows.empty());
+}
+
+TEST(CreateGptDisk, SignatureOfAMarkedSectorZeroSurvivesAndNothingElse) {
+  StorageDisk disk(kDiskSize);
+  ASSERT_TRUE(disk.FillSector(0, std::byte{0xA5}));
+  ASSERT_EQ(CreateDisk(disk.device(), MbrRequest(0xCAFE0001)), ERROR_SUCCESS);
+  ASSERT_EQ(CreateDisk(disk.device(), GptRequest(1, 128)), ERROR_SUCCESS);
+  EXPECT_EQ(disk.Record(0).disk_signature, 0xCAFE0001u);
+  EXPECT_EQ(disk.Record(0).boot_code[0], 0);
+  EXPECT_EQ(disk.Record(0).reserved, 0);
+}
+
+TEST(CreateGptDisk, SignatureOfAnUnmarkedSectorZeroIsCleared) {
+  StorageDisk disk(kDiskSize);
+  ASSERT_TRUE(disk.FillSector(0, std::byte{0xA5}));
+  ASSERT_EQ(CreateDisk(disk.device(), GptRequest(1, 128)), ERROR_SUCCESS);
+  EXPECT_EQ(disk.Record(0).disk_signature, 0u);
+}
+
+struct CountCase {
+  DWORD wanted;
+  std::uint32_t sector_size;
+  DWORD given;
+};
+
+class GptEntryCount : public ::testing::TestWithParam<CountCase> {};
+
+TEST_P(GptEntryCount, IsAtLeast128AndFillsWholeSectors) {
+  StorageDisk disk(kDiskSize, GetParam().sector_size);
+  ASSERT_EQ(CreateDisk(disk.device(), GptRequest(1, GetParam().wanted)), ERROR_SUCCESS);
+  EXPECT_EQ(ReadBack(disk).header.Gpt.MaxPartitionCount, GetParam().given);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, GptEntryCount,
+                         ::testing::Values(CountCase{0, 512, 128}, CountCase{3, 512, 128},
+                                           CountCase{129, 512, 132}, CountCase{132, 512, 132},
+                                           CountCase{129, 4096, 160},
+                                           CountCase{65536, 512, 65536}));
+
+TEST(CreateGptDisk, MoreEntriesThanATableMayHaveAreRefused) {
+  StorageDisk disk(kDiskSize);
+  EXPECT_EQ(CreateDisk(disk.device(), GptRequest(1, 65537)), ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(CreateDisk(disk.device(), GptRequest(1, 0xFFFFFFFF)), ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(disk.device().bytes_written(), 0u);
+}
+
+TEST(CreateGptDisk, DiskNeedsRoomForBothCopiesAndOneSector) {
+  StorageDisk small(67 * 512);
+  EXPECT_EQ(CreateDisk(small.device(), GptRequest(1, 128)), ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(small.device().bytes_written(), 0u);
+  StorageDisk enough(68 * 512);
+  EXPECT_EQ(CreateDisk(enough.device(), GptRequest(1, 128)), ERROR_SUCCESS);
+  EXPECT_EQ(ReadBack(enough).header.Gpt.UsableLength.QuadPart, 512);
+}
+
+TEST(CreateGptDisk, LargeSectorsHaveTheirOwnGeometry) {
+  StorageDisk disk(kDiskSize, 4096);
+  ASSERT_EQ(CreateDisk(disk.device(), GptRequest(1, 128)), ERROR_SUCCESS);
+  const GptHeader header = Header(disk, 1);
+  EXPECT_EQ(header.first_usable_sector, 6u);
+  EXPECT_EQ(header.last_usable_sector, kDiskSize / 4096 - 6);
+}
+
+TEST_F(GptStoreTest, CreateRawClearsBothHeaders) {
+  ASSERT_EQ(CreateDisk(disk_.device(), RawRequest()), ERROR_SUCCESS);
+  EXPECT_EQ(disk_.Sector(1), std::vector<std::byte>(512));
+  EXPECT_EQ(disk_.Sector(kSectors - 1), std::vector<std::byte>(512));
+  EXPECT_EQ(ReadBack(disk_).header.PartitionStyle, DWORD{PARTITION_STYLE_RAW});
+}
+
+// ---- GET layout, damaged ------------------------------------------------------------------------
+
+// One field of the primary header is broken, and its checksum made right again. The primary holds
+// one row, the backup two, so the number of rows tells which was read.
+class DamagedPrimary : public GptStoreTest {
+ protected:
+  void SetUp() override {
+    GptStoreTest::SetUp();
+    ASSERT_EQ(Write(disk_, GptLayout({GptRow(kMiB, kMiB, 1)})), ERROR_SUCCESS);
+    const auto header = disk_.Sector(1);
+    const auto array = disk_.Sector(2);
+    ASSERT_EQ(Write(disk_, GptLayout({GptRow(kMiB, kMiB, 1), GptRow(8 * kMiB, kMiB, 2)})),
+              ERROR_SUCCESS);
+    ASSERT_TRUE(disk_.SetSector(1, header) && disk_.SetSector(2, array));
+    ASSERT_EQ(ReadBack(disk_).rows.size(), 1u);
+  }
+
+  template <typename Change>
+  std::size_t RowsAfter(Change change) {
+    GptHeader header = Header(disk_, 1);
+    change(header);
+    Seal(disk_, 1, header);
+    return ReadBack(disk_).rows.size();
+  }
+};
+
+TEST_F(DamagedPrimary, SealedAsItWasIsStillUsed) {
+  EXPECT_EQ(RowsAfter([](GptHeader&) {}), 1u);
+}
+TEST_F(DamagedPrimary, Signature) {
+  EXPECT_EQ(RowsAfter([](GptHeader& h) { h.signature = kGptSignature + 1; }), 2u);
+}
+TEST_F(DamagedPrimary, OwnSector) {
+  EXPECT_EQ(RowsAfter([](GptHeader& h) { h.own_sector = std::uint64_t{2}; }), 2u);
+}
+TEST_F(DamagedPrimary, EntryCountZero) {
+  EXPECT_EQ(RowsAfter([](GptHeader& h) { h.entry_count = 0u; }), 2u);
+}
+TEST_F(DamagedPrimary, EntryCountHuge) {
+  EXPECT_EQ(RowsAfter([](GptHeader& h) { h.entry_count = 0xFFFFFFFFu; }), 2u);
+}
+TEST_F(DamagedPrimary, EntrySizeTooSmall) {
+  EXPECT_EQ(RowsAfter([](GptHeader& h) { h.entry_size = 64u; }), 2u);
+}
+TEST_F(DamagedPrimary, EntrySizeHuge) {
+  EXPECT_EQ(RowsAfter([](GptHeader& h) { h.entry_size = 0xFFFFFFF8u; }), 2u);
+}
+TEST_F(DamagedPrimary, ArrayBehindTheEnd) {
+  EXPECT_EQ(RowsAfter([](GptHeader& h) { h.array_sector = ~std::uint64_t{0}; }), 2u);
+}
+TEST_F(DamagedPrimary, ArrayChecksum) {
+  EXPECT_EQ(RowsAfter([](GptHeader& h) { h.array_crc = h.array_crc ^ 1u; }), 2u);
+}
+
+TEST_F(DamagedPrimary, HeaderSizeOutOfBounds) {
+  for (const std::uint32_t size : {0u, 91u, 513u, 0xFFFFFFFFu}) {
+    GptHeader header = Header(disk_, 1);
+    header.header_size = size;
+    ASSERT_TRUE(disk_.Put(1, header));
+    EXPECT_EQ(ReadBack(disk_).rows.size(), 2u) << size;
+  }
+}
+
+TEST_F(DamagedPrimary, HeaderChecksum) {
+  GptHeader header = Header(disk_, 1);
+  header.header_crc = header.header_crc ^ 1u;
+  ASSERT_TRUE(disk_.Put(1, header));
+  EXPECT_EQ(ReadBack(disk_).rows.size(), 2u);
+}
+
+TEST_F(GptStoreTest, BothHeadersBadIsACorruptDisk) {
+  ASSERT_TRUE(disk_.FillSector(1, std::byte{0}) && disk_.FillSector(kSectors - 1, std::byte{0}));
+  DiskLayout layout;
+  EXPECT_EQ(ReadLayout(disk_.device(), layout), ERROR_DISK_CORRUPT);
+  EXPECT_EQ(Write(disk_, GptLayout({GptRow(kMiB, kMiB, 1)})), ERROR_DISK_CORRUPT);
+}
+
+TEST_F(GptStoreTest, EmptySlotsBetweenPartitionsAreSkippedAndNotCounted) {
+  ASSERT_EQ(Write(disk_, GptLayout({GptRow(kMiB, kMiB, 1), GptRow(8 * kMiB, kMiB, 2),
+                                    GptRow(16 * kMiB, kMiB, 3)})),
+            ERROR_SUCCESS);
+  std::vector<std::byte> array(128 * 128);
+  ASSERT_TRUE(disk_.device().Read(2 * 512, array));
+  std::fill_n(array.begin() + 128, 128, std::byte{0});
+  ASSERT_TRUE(disk_.device().Write(2 * 512, array));
+  GptHeader header = Header(disk_, 1);
+  header.array_crc = Crc(array, array.size());
+  Seal(disk_, 1, header);
+  const DiskLayout read = ReadBack(disk_);
+  ASSERT_EQ(read.rows.size(), 2u);
+  EXPECT_EQ(read.rows[1].StartingOffset.QuadPart, LONGLONG{16 * kMiB});
+  EXPECT_EQ(read.rows[1].PartitionNumber, 2u);
+}
+
+TEST(ReadGptLayout, ProtectiveRecordOnADiskOfOneSectorIsCorrupt) {
+  StorageDisk disk(512);
+  BootRecord record{};
+  record.entries[0].type = kTypeProtective;
+  record.boot_signature = kBootSignature;
+  ASSERT_TRUE(disk.Put(0, record));
+  DiskLayout layout;
+  EXPECT_EQ(ReadLayout(disk.device(), layout), ERROR_DISK_CORRUPT);
+}
+
+}  // namespace
+}  // namespace simulator

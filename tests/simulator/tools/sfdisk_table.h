@@ -1,0 +1,99 @@
+// A partition table as sfdisk sees it, to be compared with what the store reads or wrote.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "simulator/storage/partition_store.h"
+#include "support/run_tool.h"
+
+namespace storage_testing {
+
+struct ListedPartition {
+  std::uint64_t start = 0;  // sectors
+  std::uint64_t count = 0;  // sectors
+  std::string type;         // hexadecimal without leading zeros, or a GUID in capitals
+  bool active = false;
+  std::string name;
+  std::string id;
+  bool operator==(const ListedPartition&) const = default;
+};
+
+inline void PrintTo(const ListedPartition& partition, std::ostream* out) {
+  *out << partition.start << "+" << partition.count << " type " << partition.type
+       << (partition.active ? " active " : " ") << partition.name << " " << partition.id;
+}
+
+// Throws when sfdisk fails or does not answer with a table.
+inline nlohmann::json SfdiskJson(const std::filesystem::path& image) {
+  const auto result = testing_support::RunTool({"sfdisk", "--json", image.string()});
+  if (result.exit_status != 0) throw std::runtime_error("sfdisk: " + result.output);
+  const std::size_t begin = result.output.find('{');
+  if (begin == std::string::npos) throw std::runtime_error("sfdisk: " + result.output);
+  return nlohmann::json::parse(result.output.substr(begin)).at("partitiontable");
+}
+
+// What sfdisk lists: an extended partition is in it, the links of its chain are not. The ids of MBR
+// partitions are of sfdisk's own making and left out.
+inline std::vector<ListedPartition> SfdiskList(const std::filesystem::path& image) {
+  std::vector<ListedPartition> list;
+  const nlohmann::json table = SfdiskJson(image);
+  const bool is_gpt = table.at("label") == "gpt";
+  if (!table.contains("partitions")) return list;
+  for (const auto& entry : table.at("partitions")) {
+    list.push_back({entry.at("start").get<std::uint64_t>(), entry.at("size").get<std::uint64_t>(),
+                    entry.at("type").get<std::string>(), entry.value("bootable", false),
+                    entry.value("name", ""), is_gpt ? entry.value("uuid", "") : ""});
+  }
+  return list;
+}
+
+inline std::string GuidText(const GUID& guid) {
+  char text[37];
+  std::snprintf(text, sizeof text, "%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X",
+                static_cast<unsigned>(guid.Data1), unsigned{guid.Data2}, unsigned{guid.Data3},
+                unsigned{guid.Data4[0]}, unsigned{guid.Data4[1]}, unsigned{guid.Data4[2]},
+                unsigned{guid.Data4[3]}, unsigned{guid.Data4[4]}, unsigned{guid.Data4[5]},
+                unsigned{guid.Data4[6]}, unsigned{guid.Data4[7]});
+  return text;
+}
+
+inline ListedPartition Listed(const PARTITION_INFORMATION_EX& row) {
+  ListedPartition listed;
+  listed.start = static_cast<std::uint64_t>(row.StartingOffset.QuadPart) / 512;
+  listed.count = static_cast<std::uint64_t>(row.PartitionLength.QuadPart) / 512;
+  if (row.PartitionStyle == PARTITION_STYLE_GPT) {
+    listed.type = GuidText(row.Gpt.PartitionType);
+    listed.id = GuidText(row.Gpt.PartitionId);
+    for (const WCHAR unit : row.Gpt.Name) {
+      if (unit == 0) break;
+      listed.name.push_back(static_cast<char>(unit));
+    }
+    return listed;
+  }
+  char type[3];
+  std::snprintf(type, sizeof type, "%x", unsigned{row.Mbr.PartitionType});
+  listed.type = type;
+  listed.active = row.Mbr.BootIndicator != 0;
+  return listed;
+}
+
+// The rows in the form of SfdiskList.
+inline std::vector<ListedPartition> ListRows(const simulator::DiskLayout& layout) {
+  std::vector<ListedPartition> list;
+  for (std::size_t i = 0; i < layout.rows.size(); ++i) {
+    const PARTITION_INFORMATION_EX& row = layout.rows[i];
+    const bool is_gpt = row.PartitionStyle == PARTITION_STYLE_GPT;
+    const bool is_master_row = !is_gpt && i < 4 && row.Mbr.PartitionType != 0;
+    if (is_gpt || is_master_row || row.PartitionNumber != 0) list.push_back(Listed(row));
+  }
+  return list;
+}
+
+}  // namespace storage_testing

@@ -1,0 +1,253 @@
+#include <array>
+#include <cstring>
+
+#include "simulator/seam_fixture.h"
+
+namespace testing_support {
+namespace {
+
+class VolumeDeviceTest : public SeamTest {
+ protected:
+  // NTFS in 8 MiB at 1 MiB, nothing in 8 MiB at 16 MiB.
+  void SetUp() override {
+    disk_ = &AttachGpt(
+        1, {GptRow(kMegabyte, 8 * kMegabyte, 1), GptRow(16 * kMegabyte, 8 * kMegabyte, 2)},
+        {kMegabyte});
+    ntfs_ = Open(GptVolumePath(1));
+    raw_ = Open(GptVolumePath(2));
+    ASSERT_NE(ntfs_, INVALID_HANDLE_VALUE);
+    ASSERT_NE(raw_, INVALID_HANDLE_VALUE);
+  }
+
+  DWORD Extents(HANDLE volume, std::span<std::byte> out) {
+    const BOOL success =
+        win32::DeviceIoControl(volume, IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS, nullptr, 0, out.data(),
+                               static_cast<DWORD>(out.size()), &returned_, nullptr);
+    return success != FALSE ? ERROR_SUCCESS : win32::GetLastError();
+  }
+
+  static DWORD Number(HANDLE volume, STORAGE_DEVICE_NUMBER& number) {
+    DWORD returned = 0;
+    const BOOL success = win32::DeviceIoControl(volume, IOCTL_STORAGE_GET_DEVICE_NUMBER, nullptr, 0,
+                                                &number, sizeof number, &returned, nullptr);
+    return success != FALSE ? ERROR_SUCCESS : win32::GetLastError();
+  }
+
+  std::vector<std::byte> sector_ = std::vector<std::byte>(512, std::byte{0x77});
+  simulator::Disk* disk_ = nullptr;
+  HANDLE ntfs_ = nullptr;
+  HANDLE raw_ = nullptr;
+  DWORD returned_ = 0;
+};
+
+TEST_F(VolumeDeviceTest, PositionsCountFromTheStartOfTheVolume) {
+  ASSERT_EQ(WriteAt(raw_, 1024, sector_), ERROR_SUCCESS);
+  std::vector<std::byte> on_disk(512);
+  ASSERT_TRUE(disk_->device().Read(16 * kMegabyte + 1024, on_disk));
+  EXPECT_EQ(on_disk, sector_);
+}
+
+TEST_F(VolumeDeviceTest, ATransferBehindTheEndSucceedsWithNothing) {
+  std::vector<std::byte> buffer(512);
+  EXPECT_EQ(ReadAt(raw_, 8 * kMegabyte, buffer), ERROR_SUCCESS);
+  EXPECT_EQ(done_, 0u);
+  EXPECT_EQ(WriteAt(raw_, 9 * kMegabyte, sector_), ERROR_SUCCESS);
+  EXPECT_EQ(done_, 0u);
+  ASSERT_TRUE(disk_->device().Read(25 * kMegabyte, buffer));
+  EXPECT_EQ(buffer, std::vector<std::byte>(512));
+}
+
+TEST_F(VolumeDeviceTest, ATransferAcrossTheEndIsTrimmed) {
+  std::vector<std::byte> buffer(2048);
+  EXPECT_EQ(ReadAt(raw_, 8 * kMegabyte - 512, buffer), ERROR_SUCCESS);
+  EXPECT_EQ(done_, 512u);
+  EXPECT_EQ(win32::SetFilePointer(raw_, 0, nullptr, FILE_CURRENT), 8 * kMegabyte);
+}
+
+TEST_F(VolumeDeviceTest, RefusesTransfersThatAreNotWholeSectors) {
+  std::vector<std::byte> buffer(100);
+  EXPECT_EQ(ReadAt(raw_, 0, buffer), ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(WriteAt(raw_, 100, sector_), ERROR_INVALID_PARAMETER);
+}
+
+TEST_F(VolumeDeviceTest, TransfersNeedTheirAccess) {
+  EXPECT_EQ(WriteAt(Open(GptVolumePath(2), GENERIC_READ), 0, sector_), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(ReadAt(Open(GptVolumePath(2), 0), 0, sector_), ERROR_ACCESS_DENIED);
+}
+
+TEST_F(VolumeDeviceTest, MountedNtfsTakesWritesToItsBootSectorsAndBehindItsSpace) {
+  EXPECT_EQ(WriteAt(ntfs_, 15 * 512, sector_), ERROR_SUCCESS);
+  EXPECT_EQ(WriteAt(ntfs_, 16 * 512, sector_), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(WriteAt(ntfs_, 8 * kMegabyte - 1024, sector_), ERROR_ACCESS_DENIED);
+  // The last sector holds the copy of the boot sector; the file system's count leaves it out.
+  EXPECT_EQ(WriteAt(ntfs_, 8 * kMegabyte - 512, sector_), ERROR_SUCCESS);
+}
+
+TEST_F(VolumeDeviceTest, MountedFatTakesWritesToItsReservedAreaOnly) {
+  WriteFat32Boot(disk_->device(), 16 * kMegabyte);
+  const HANDLE fat = Open(GptVolumePath(2));
+  EXPECT_EQ(WriteAt(fat, 31 * 512, sector_), ERROR_SUCCESS);
+  EXPECT_EQ(WriteAt(fat, 32 * 512, sector_), ERROR_ACCESS_DENIED);
+  ASSERT_EQ(Control(fat, FSCTL_LOCK_VOLUME), ERROR_SUCCESS);
+  EXPECT_EQ(WriteAt(fat, 32 * 512, sector_), ERROR_SUCCESS);
+}
+
+TEST_F(VolumeDeviceTest, TheDismountingHandleReadsAndWritesAnywhere) {
+  ASSERT_EQ(Control(ntfs_, FSCTL_DISMOUNT_VOLUME), ERROR_SUCCESS);
+  EXPECT_FALSE(machine_.FindVolumeAt(1, kMegabyte)->mounted);
+  EXPECT_EQ(WriteAt(ntfs_, 2 * kMegabyte, sector_), ERROR_SUCCESS);
+  std::vector<std::byte> back(512);
+  EXPECT_EQ(ReadAt(ntfs_, 2 * kMegabyte, back), ERROR_SUCCESS);
+  EXPECT_EQ(back, sector_);
+  STORAGE_DEVICE_NUMBER number{};
+  EXPECT_EQ(Number(ntfs_, number), ERROR_SUCCESS);
+}
+
+TEST_F(VolumeDeviceTest, DismountNeedsNoWriteAccess) {
+  EXPECT_EQ(Control(Open(GptVolumePath(1), GENERIC_READ), FSCTL_DISMOUNT_VOLUME), ERROR_SUCCESS);
+}
+
+TEST_F(VolumeDeviceTest, DismountInvalidatesOtherHandles) {
+  const HANDLE other = Open(GptVolumePath(1));
+  ASSERT_EQ(Control(ntfs_, FSCTL_DISMOUNT_VOLUME), ERROR_SUCCESS);
+  EXPECT_EQ(ReadAt(other, 0, sector_), ERROR_NOT_READY);
+  EXPECT_EQ(WriteAt(other, 0, sector_), ERROR_NOT_READY);
+  EXPECT_EQ(Control(other, FSCTL_DISMOUNT_VOLUME), ERROR_NOT_READY);
+}
+
+TEST_F(VolumeDeviceTest, ASecondDismountIsRefused) {
+  ASSERT_EQ(Control(ntfs_, FSCTL_DISMOUNT_VOLUME), ERROR_SUCCESS);
+  EXPECT_EQ(Control(ntfs_, FSCTL_DISMOUNT_VOLUME), ERROR_NOT_READY);
+}
+
+TEST_F(VolumeDeviceTest, OpeningByNameMountsAgain) {
+  ASSERT_EQ(Control(ntfs_, FSCTL_DISMOUNT_VOLUME), ERROR_SUCCESS);
+  const HANDLE again = Open(GptVolumePath(1));
+  EXPECT_TRUE(machine_.FindVolumeAt(1, kMegabyte)->mounted);
+  EXPECT_EQ(WriteAt(ntfs_, 2 * kMegabyte, sector_), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(Control(again, FSCTL_DISMOUNT_VOLUME), ERROR_SUCCESS);
+}
+
+TEST_F(VolumeDeviceTest, TheFileSystemIsLookedAtWhenItIsMounted) {
+  ASSERT_EQ(Control(ntfs_, FSCTL_DISMOUNT_VOLUME), ERROR_SUCCESS);
+  ASSERT_EQ(WriteAt(ntfs_, 0, std::vector<std::byte>(512)), ERROR_SUCCESS);
+  simulator::Volume* volume = machine_.FindVolumeAt(1, kMegabyte);
+  EXPECT_EQ(volume->file_system, simulator::FileSystem::kNtfs);
+  Open(GptVolumePath(1));
+  EXPECT_EQ(volume->file_system, simulator::FileSystem::kNone);
+  EXPECT_FALSE(volume->mounted);
+}
+
+TEST_F(VolumeDeviceTest, ALockKeepsOthersOutUntilItIsGivenUp) {
+  ASSERT_EQ(Control(ntfs_, FSCTL_LOCK_VOLUME), ERROR_SUCCESS);
+  EXPECT_EQ(Open(GptVolumePath(1)), INVALID_HANDLE_VALUE);
+  EXPECT_EQ(win32::GetLastError(), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(WriteAt(ntfs_, 2 * kMegabyte, sector_), ERROR_SUCCESS);
+  EXPECT_EQ(Control(ntfs_, FSCTL_LOCK_VOLUME), ERROR_ACCESS_DENIED);
+  ASSERT_EQ(Control(ntfs_, FSCTL_UNLOCK_VOLUME), ERROR_SUCCESS);
+  EXPECT_EQ(Control(ntfs_, FSCTL_UNLOCK_VOLUME), 158u);
+  EXPECT_EQ(WriteAt(ntfs_, 2 * kMegabyte, sector_), ERROR_ACCESS_DENIED);
+}
+
+TEST_F(VolumeDeviceTest, ClosingAHandleGivesUpItsLock) {
+  ASSERT_EQ(Control(ntfs_, FSCTL_LOCK_VOLUME), ERROR_SUCCESS);
+  ASSERT_TRUE(win32::CloseHandle(ntfs_));
+  EXPECT_NE(Open(GptVolumePath(1)), INVALID_HANDLE_VALUE);
+}
+
+TEST_F(VolumeDeviceTest, AnotherHandleCannotDismountALockedVolume) {
+  const HANDLE other = Open(GptVolumePath(1));
+  ASSERT_EQ(Control(ntfs_, FSCTL_LOCK_VOLUME), ERROR_SUCCESS);
+  EXPECT_EQ(Control(other, FSCTL_DISMOUNT_VOLUME), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(Control(ntfs_, FSCTL_DISMOUNT_VOLUME), ERROR_SUCCESS);
+}
+
+TEST_F(VolumeDeviceTest, AHandleOutlivesItsVolumeWithoutUse) {
+  const CREATE_DISK request{};
+  ASSERT_EQ(machine_.CreateDisk(*disk_, request), ERROR_SUCCESS);
+  std::array<std::byte, 32> out{};
+  STORAGE_DEVICE_NUMBER number{};
+  EXPECT_EQ(ReadAt(raw_, 0, sector_), ERROR_NOT_READY);
+  EXPECT_EQ(WriteAt(raw_, 0, sector_), ERROR_NOT_READY);
+  EXPECT_EQ(Extents(raw_, out), ERROR_NOT_READY);
+  EXPECT_EQ(Number(raw_, number), ERROR_NOT_READY);
+  EXPECT_EQ(Control(raw_, FSCTL_LOCK_VOLUME), ERROR_NOT_READY);
+  EXPECT_EQ(Control(raw_, FSCTL_DISMOUNT_VOLUME), ERROR_NOT_READY);
+}
+
+TEST_F(VolumeDeviceTest, ANewVolumeOfTheSameNameIsAnother) {
+  simulator::DiskLayout before;
+  ASSERT_EQ(disk_->Layout(before), ERROR_SUCCESS);
+  CREATE_DISK request{};
+  request.PartitionStyle = PARTITION_STYLE_GPT;
+  ASSERT_EQ(machine_.CreateDisk(*disk_, request), ERROR_SUCCESS);
+  ASSERT_EQ(machine_.SetLayout(*disk_, before), ERROR_SUCCESS);
+  ASSERT_NE(machine_.FindVolumeByPath(GptVolumePath(1)), nullptr);
+  EXPECT_EQ(ReadAt(ntfs_, 0, sector_), ERROR_NOT_READY);
+}
+
+TEST_F(VolumeDeviceTest, TellsDiskAndPartitionNumber) {
+  STORAGE_DEVICE_NUMBER number{};
+  ASSERT_EQ(Number(raw_, number), ERROR_SUCCESS);
+  EXPECT_EQ(number.DeviceType, DWORD{FILE_DEVICE_DISK});
+  EXPECT_EQ(number.DeviceNumber, 1u);
+  EXPECT_EQ(number.PartitionNumber, 2u);
+}
+
+TEST_F(VolumeDeviceTest, OneExtentFitsIn32Bytes) {
+  VOLUME_DISK_EXTENTS extents{};
+  ASSERT_EQ(Extents(raw_, std::as_writable_bytes(std::span(&extents, 1))), ERROR_SUCCESS);
+  EXPECT_EQ(returned_, 32u);
+  EXPECT_EQ(extents.NumberOfDiskExtents, 1u);
+  EXPECT_EQ(extents.Extents[0].DiskNumber, 1u);
+  EXPECT_EQ(extents.Extents[0].StartingOffset.QuadPart, static_cast<LONGLONG>(16 * kMegabyte));
+  EXPECT_EQ(extents.Extents[0].ExtentLength.QuadPart, static_cast<LONGLONG>(8 * kMegabyte));
+  std::array<std::byte, 31> small{};
+  EXPECT_EQ(Extents(raw_, small), ERROR_INSUFFICIENT_BUFFER);
+}
+
+TEST_F(VolumeDeviceTest, MoreExtentsThanFitGiveTheirCount) {
+  simulator::Volume spanned;
+  spanned.path = "\\\\?\\Volume{spanned}";
+  spanned.extents = {{5, 100, 200}, {6, 300, 400}};
+  machine_.AddVolume(spanned);
+  const HANDLE volume = Open(spanned.path);
+  std::array<std::byte, 56> out{};
+  EXPECT_EQ(Extents(volume, std::span(out).first(55)), ERROR_MORE_DATA);
+  EXPECT_EQ(out[0], std::byte{2});
+  EXPECT_EQ(out[8], std::byte{0});
+  ASSERT_EQ(Extents(volume, out), ERROR_SUCCESS);
+  DISK_EXTENT second{};
+  std::memcpy(&second, out.data() + 32, sizeof second);
+  EXPECT_EQ(second.DiskNumber, 6u);
+  EXPECT_EQ(second.StartingOffset.QuadPart, 300);
+  STORAGE_DEVICE_NUMBER number{};
+  EXPECT_EQ(Number(volume, number), ERROR_INVALID_FUNCTION);
+  EXPECT_EQ(ReadAt(volume, 0, sector_), ERROR_NOT_READY);
+}
+
+TEST_F(VolumeDeviceTest, AVolumeWithoutExtentsDoesNotKnowTheCode) {
+  simulator::Volume optical;
+  optical.path = "\\\\?\\Volume{optical}";
+  machine_.AddVolume(optical);
+  std::array<std::byte, 32> out{};
+  EXPECT_EQ(Extents(Open(optical.path), out), ERROR_INVALID_FUNCTION);
+}
+
+TEST_F(VolumeDeviceTest, RefusesCodesThatItDoesNotKnow) {
+  EXPECT_EQ(Control(raw_, IOCTL_DISK_CREATE_DISK), ERROR_INVALID_FUNCTION);
+}
+
+// A start near 2^64 must not lead a transfer around to the front of the disk.
+TEST_F(VolumeDeviceTest, AnExtentOutsideTheDiskIsNotReached) {
+  simulator::Volume wrapped;
+  wrapped.path = "\\\\?\\Volume{wrapped}";
+  wrapped.extents = {{1, ~std::uint64_t{511}, 4096}};
+  machine_.AddVolume(wrapped);
+  const HANDLE volume = Open(wrapped.path);
+  EXPECT_EQ(ReadAt(volume, 512, sector_), ERROR_SECTOR_NOT_FOUND);
+  EXPECT_EQ(WriteAt(volume, 0, sector_), ERROR_SECTOR_NOT_FOUND);
+}
+
+}  // namespace
+}  // namespace testing_support

@@ -1,0 +1,97 @@
+#include <gtest/gtest.h>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "frame/global_context.h"
+#include "frame/velkora.h"
+#include "frame/velkora_sdk.h"
+#include "logging/log.h"
+#include "support/machine_test.h"
+
+namespace velkora {
+namespace {
+
+using testing_support::LogLine;
+using testing_support::MachineTest;
+
+// Applications end an object through DestroyVelkoraSDK alone.
+static_assert(!std::has_virtual_destructor_v<VelkoraSDK>);
+static_assert(!std::is_destructible_v<VelkoraSDK>);
+
+using Strings = std::vector<std::string>;
+
+void Hear(void* context, const char*, int level, const char* text) {
+  static_cast<std::vector<LogLine>*>(context)->push_back({level, text});
+}
+
+class Exports : public MachineTest {
+ protected:
+  ~Exports() override { DestroyVelkoraSDK(sdk_); }
+
+  void Init(const char* logs_folder, const void* log_folder = nullptr) {
+    const LogObserver observer{&Hear, &log_};
+    DestroyVelkoraSDK(sdk_);
+    sdk_ = InitVelkoraSDK(log_folder, logs_folder, &observer, nullptr);
+  }
+
+  VelkoraSDK* sdk_ = nullptr;
+};
+
+TEST_F(Exports, InitLogsVersionThenLogsFolder) {
+  Init("X:\\logs");
+  EXPECT_EQ(AllLines(),
+            (Strings{"1 Velkora SDK Version: 1, 0, 0, 20-d-5130b0fa", "1 Logs Folder: X:\\logs"}));
+}
+
+TEST_F(Exports, InitKeepsTheLogsFolderAsItStands) {
+  Init("X:\\first\\");
+  EXPECT_EQ(GetGlobalContext().logs_folder, "X:\\first\\");
+  Init("");
+  EXPECT_EQ(GetGlobalContext().logs_folder, "");
+}
+
+TEST_F(Exports, InitOpensTheLogUnderTheModuleName) {
+  Init("X:\\elsewhere", "X:\\logs");
+  const std::string text = LogsFileText("SDK.log");
+  const auto version = text.find("[1] [SDK] Velkora SDK Version: 1, 0, 0, 20-d-5130b0fa");
+  const auto folder = text.find("[1] [SDK] Logs Folder: X:\\elsewhere");
+  ASSERT_NE(version, std::string::npos);
+  ASSERT_NE(folder, std::string::npos);
+  EXPECT_LT(version, folder);
+}
+
+TEST_F(Exports, InitGivesAConverterThatHasNothingYet) {
+  Init("X:\\logs");
+  ASSERT_NE(sdk_, nullptr);
+  const auto* converter = static_cast<Velkora*>(sdk_);
+  EXPECT_EQ(converter->disk_info, nullptr);
+  EXPECT_EQ(converter->disk_handle, INVALID_HANDLE_VALUE);
+  EXPECT_EQ(converter->callback, nullptr);
+  EXPECT_EQ(converter->backup_data, nullptr);
+  EXPECT_TRUE(converter->partition_offsets.empty());
+}
+
+TEST_F(Exports, InitDoesNotTakeAStopBack) {
+  Init("X:\\logs");
+  sdk_->Stop();
+  Init("X:\\logs");
+  EXPECT_TRUE(StopRequested());
+}
+
+TEST_F(Exports, DestroyOfNullDoesNothing) {
+  DestroyVelkoraSDK(nullptr);
+  EXPECT_TRUE(log_.empty());
+  EXPECT_TRUE(machine_.calls().calls().empty());
+}
+
+TEST_F(Exports, DestroyLogsNothing) {
+  Init("X:\\logs");
+  log_.clear();
+  DestroyVelkoraSDK(sdk_);
+  sdk_ = nullptr;
+  EXPECT_TRUE(log_.empty());
+}
+
+}  // namespace
+}  // namespace velkora

@@ -1,0 +1,245 @@
+// Reading a GPT. The other table has a file of its own.
+#include "convert/partition_reader.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "convert/partition_types.h"
+#include "frame/global_context.h"
+#include "logging/log.h"
+#include "platform/win32.h"
+#include "support/machine_test.h"
+
+namespace velkora {
+namespace {
+
+using testing_support::GptEntry;
+using testing_support::kBasicDataGuid;
+using testing_support::kEfiSystemGuid;
+using testing_support::kLinuxGuid;
+using testing_support::MachineTest;
+using testing_support::MakeGptRow;
+using testing_support::ReadSector;
+using testing_support::Sector;
+using testing_support::WriteGpt;
+using testing_support::WriteSector;
+
+using Strings = std::vector<std::string>;
+
+class ReadGpt : public MachineTest {
+ protected:
+  ReadGpt() : disk_(NewDisk(1, 64 << 20)) {
+    handle_ =
+        win32::CreateFileA("\\\\.\\PhysicalDrive1", GENERIC_READ | GENERIC_WRITE,
+                           FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
+    machine_.calls().Clear();
+  }
+
+  bool Read() { return ReadGptPartitions(handle_, rows_); }
+
+  // `count` rows, each a sector long, from sector 2048 on.
+  static std::vector<GptEntry> Entries(std::size_t count) {
+    std::vector<GptEntry> entries;
+    for (std::size_t i = 0; i < count; ++i) {
+      entries.push_back({kBasicDataGuid, 2048 + i, 2048 + i, static_cast<std::uint8_t>(i + 1)});
+    }
+    return entries;
+  }
+
+  static void Put(Sector& sector, std::size_t offset, const GptPartitionRow& row) {
+    std::memcpy(&sector.at(offset), &row, sizeof(row));
+  }
+
+  std::vector<std::uint64_t> FirstSectors() const {
+    std::vector<std::uint64_t> sectors;
+    for (const GptPartitionRow& row : rows_) sectors.push_back(row.first_sector);
+    return sectors;
+  }
+
+  simulator::Disk& disk_;
+  HANDLE handle_ = INVALID_HANDLE_VALUE;
+  GptPartitionList rows_;
+};
+
+using Sectors = std::vector<std::uint64_t>;
+
+TEST_F(ReadGpt, GivesRowsInTableOrder) {
+  WriteGpt(disk_, {{kLinuxGuid, 9000, 9999, 1},
+                   {kEfiSystemGuid, 2048, 4095, 2},
+                   {kBasicDataGuid, 5000, 5999, 3}});
+  EXPECT_TRUE(Read());
+  EXPECT_EQ(FirstSectors(), (Sectors{9000, 2048, 5000}));
+  EXPECT_TRUE(log_.empty());
+}
+
+TEST_F(ReadGpt, GivesEachByteOfARowAsItStands) {
+  WriteGpt(disk_, Entries(5));
+  Sector sector = ReadSector(disk_, 3);
+  for (std::size_t i = 0; i < 128; ++i) sector[i] = static_cast<std::uint8_t>(255 - i);
+  WriteSector(disk_, 3, sector);
+  EXPECT_TRUE(Read());
+  ASSERT_EQ(rows_.size(), 5U);
+  EXPECT_EQ(std::memcmp(&rows_[4], sector.data(), 128), 0);
+}
+
+TEST_F(ReadGpt, AppendsToTheList) {
+  WriteGpt(disk_, Entries(1));
+  rows_.push_back(MakeGptRow({kLinuxGuid, 7, 8, 9}));
+  EXPECT_TRUE(Read());
+  EXPECT_EQ(FirstSectors(), (Sectors{7, 2048}));
+}
+
+TEST_F(ReadGpt, FirstEntryWithoutUniqueGuidGivesAnEmptyList) {
+  WriteGpt(disk_, {{}, {kBasicDataGuid, 2048, 4095, 1}});
+  EXPECT_TRUE(Read());
+  EXPECT_TRUE(rows_.empty());
+}
+
+TEST_F(ReadGpt, AHoleLosesEveryRowBehindIt) {
+  auto entries = Entries(9);
+  entries[6] = {};
+  WriteGpt(disk_, entries);
+  EXPECT_TRUE(Read());
+  EXPECT_EQ(rows_.size(), 6U);
+}
+
+TEST_F(ReadGpt, AZeroTypeWithAUniqueGuidIsKeptAsUnknown) {
+  WriteGpt(disk_, {{{}, 2048, 4095, 1}, {kBasicDataGuid, 4096, 5000, 2}});
+  EXPECT_TRUE(Read());
+  ASSERT_EQ(FirstSectors(), (Sectors{2048, 4096}));
+  EXPECT_STREQ(GetPartitionTypeName(rows_[0]), "UNKNOW");
+}
+
+TEST_F(ReadGpt, AUniqueGuidOfOneNonzeroByteCounts) {
+  for (const std::size_t byte : {16U, 31U}) {
+    WriteGpt(disk_, {});
+    Sector sector{};
+    sector[byte] = 1;
+    WriteSector(disk_, 2, sector);
+    rows_.clear();
+    EXPECT_TRUE(Read());
+    EXPECT_EQ(rows_.size(), 1U) << byte;
+  }
+}
+
+TEST_F(ReadGpt, AFullArrayEndsAtAnEmptySectorBehindIt) {
+  WriteGpt(disk_, Entries(128));
+  EXPECT_TRUE(Read());
+  EXPECT_EQ(rows_.size(), 128U);
+  EXPECT_EQ(machine_.calls().Count("ReadFile"), 1U + 32U + 1U);
+}
+
+TEST_F(ReadGpt, AFullArrayKeepsOneRowOfTheSectorBehindIt) {
+  WriteGpt(disk_, Entries(128));
+  Sector behind{};
+  Put(behind, 0, MakeGptRow({kLinuxGuid, 34, 99, 1}));
+  Put(behind, 128, MakeGptRow({kLinuxGuid, 100, 199, 2}));
+  WriteSector(disk_, 34, behind);
+  EXPECT_TRUE(Read());
+  ASSERT_EQ(rows_.size(), 129U);
+  EXPECT_EQ(rows_[128].first_sector, 34U);
+}
+
+TEST_F(ReadGpt, OnlyTheArraySectorOfTheHeaderIsLookedAt) {
+  Sector header;
+  header.fill(0xA5);
+  for (std::size_t i = 72; i < 80; ++i) header[i] = 0;
+  header[72] = 100;
+  WriteSector(disk_, 1, header);
+  Sector array{};
+  Put(array, 0, MakeGptRow({kLinuxGuid, 5000, 5999, 1}));
+  Put(array, 128, MakeGptRow({kLinuxGuid, 6000, 6999, 2}));
+  WriteSector(disk_, 100, array);
+  EXPECT_TRUE(Read());
+  EXPECT_EQ(FirstSectors(), (Sectors{5000, 6000}));
+}
+
+TEST_F(ReadGpt, AnArrayBehindTheDiskFailsTheRead) {
+  Sector header{};
+  header[76] = 1;  // sector 2^32
+  WriteSector(disk_, 1, header);
+  EXPECT_FALSE(Read());
+  EXPECT_EQ(AllLines(), (Strings{"3 Read Error: 27"}));
+}
+
+// ---- Failures -----------------------------------------------------------------------------------
+
+TEST_F(ReadGpt, FailsWhenTheHeaderCannotBeSought) {
+  WriteGpt(disk_, Entries(5));
+  machine_.calls().FailOn("SetFilePointer", 1, 131);
+  EXPECT_FALSE(Read());
+  EXPECT_EQ(AllLines(), (Strings{"3 SetFilePointer Error: 131"}));
+  EXPECT_EQ(machine_.calls().Count("ReadFile"), 0U);
+}
+
+TEST_F(ReadGpt, FailsWhenTheHeaderCannotBeRead) {
+  WriteGpt(disk_, Entries(5));
+  machine_.calls().FailOn("ReadFile", 1, 23);
+  EXPECT_FALSE(Read());
+  EXPECT_EQ(AllLines(), (Strings{"3 Read Error: 23"}));
+  EXPECT_EQ(machine_.calls().Count("ReadFile"), 1U);
+}
+
+TEST_F(ReadGpt, FailsWhenTheArrayCannotBeSought) {
+  WriteGpt(disk_, Entries(5));
+  machine_.calls().FailOn("SetFilePointer", 2, 6);
+  EXPECT_FALSE(Read());
+  EXPECT_EQ(AllLines(), (Strings{"3 SetFilePointer Error: 6"}));
+  EXPECT_TRUE(rows_.empty());
+}
+
+TEST_F(ReadGpt, FailsWhenTheArrayCannotBeRead) {
+  WriteGpt(disk_, Entries(5));
+  machine_.calls().FailOn("ReadFile", 2, 23);
+  EXPECT_FALSE(Read());
+  EXPECT_EQ(AllLines(), (Strings{"3 Read Error: 23"}));
+  EXPECT_TRUE(rows_.empty());
+}
+
+TEST_F(ReadGpt, AFailedSeekBetweenSectorsIsLoggedAndReadingGoesOn) {
+  WriteGpt(disk_, Entries(9));
+  machine_.calls().FailOn("SetFilePointer", 3, 6);
+  EXPECT_TRUE(Read());
+  EXPECT_EQ(AllLines(), (Strings{"3 SetFilePointer Error: 6"}));
+  EXPECT_EQ(rows_.size(), 9U) << "the position stood at the next sector anyway";
+}
+
+TEST_F(ReadGpt, AFailedReadBetweenSectorsKeepsTheRowsReadSoFar) {
+  WriteGpt(disk_, Entries(12));
+  machine_.calls().FailOn("ReadFile", 4, 23);
+  EXPECT_FALSE(Read());
+  EXPECT_EQ(AllLines(), (Strings{"3 Read Error: 23"}));
+  EXPECT_EQ(rows_.size(), 8U);
+}
+
+// ---- Stop ---------------------------------------------------------------------------------------
+
+TEST_F(ReadGpt, AStopFailsItBeforeTheFirstRowWithoutALine) {
+  WriteGpt(disk_, Entries(5));
+  GetGlobalContext().stop_requested = 1;
+  EXPECT_FALSE(Read());
+  EXPECT_TRUE(rows_.empty());
+  EXPECT_TRUE(log_.empty());
+}
+
+TEST_F(ReadGpt, AStopFailsItEvenWhenTheListIsEmpty) {
+  WriteGpt(disk_, {});
+  GetGlobalContext().stop_requested = 1;
+  EXPECT_FALSE(Read());
+}
+
+TEST_F(ReadGpt, AStopIsSeenBeforeTheNextRow) {
+  WriteGpt(disk_, Entries(12));
+  // The only way to act in the middle of a read: the failed seek between two sectors logs a line.
+  const LogObserver observer{
+      [](void*, const char*, int, const char*) { GetGlobalContext().stop_requested = 1; }, nullptr};
+  InitLogEx(nullptr, kLogModule, &observer, nullptr);
+  machine_.calls().FailOn("SetFilePointer", 4);
+  EXPECT_FALSE(Read());
+  EXPECT_EQ(rows_.size(), 9U) << "the first row of the third sector was under way";
+}
+
+}  // namespace
+}  // namespace velkora
