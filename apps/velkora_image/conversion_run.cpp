@@ -1,0 +1,118 @@
+#include "apps/velkora_image/conversion_run.h"
+
+#include <ctime>
+#include <exception>
+#include <iostream>
+#include <random>
+#include <string_view>
+
+#include "apps/velkora_image/image_disk.h"
+#include "apps/velkora_image/input_error.h"
+#include "logging/log.h"
+#include "platform/guard.h"
+
+namespace velkora_image {
+namespace {
+
+constexpr std::size_t kErrorLines = 5;
+constexpr char kLogsFolder[] = "X:";
+
+std::uint64_t RandomSeed() {
+  std::random_device random;
+  return (std::uint64_t{random()} << 32) | random();
+}
+
+std::string FaultText(DWORD code) {
+  char text[40];
+  std::snprintf(text, sizeof text, "fault 0x%08X", static_cast<unsigned>(code));
+  return text;
+}
+
+}  // namespace
+
+ConversionRun* ConversionRun::current_ = nullptr;
+
+ConversionRun::ConversionRun(simulator::SimulatedMachine& machine, const ConvertOptions& options,
+                             const std::filesystem::path& logs)
+    : machine_(machine),
+      options_(options),
+      record_(machine, kImageDiskNumber),
+      events_(options.events),
+      log_(logs / "velkora-image.log", std::ios::binary | std::ios::app),
+      progress_(std::cout, OutputIsTerminal()) {
+  if (!log_) throw InputError("--logs: " + logs.string() + ": cannot write to it");
+  current_ = this;
+}
+
+ConversionRun::~ConversionRun() {
+  machine_.on_script = nullptr;
+  machine_.on_shell_line = nullptr;
+  current_ = nullptr;
+}
+
+void ConversionRun::Run() {
+  machine_.SetTime(std::time(nullptr));
+  machine_.SetGuidSeed(RandomSeed());
+  machine_.on_script = [this](std::string_view text) { events_.Script(text); };
+  machine_.on_shell_line = [this](simulator::ShellRoute route, std::string_view line) {
+    events_.Shell(route, line);
+  };
+  machine_.MakeCurrent();
+  for (const FailRequest& failure : options_.failures) {
+    machine_.calls().FailOn(failure.call, failure.occurrence, failure.error);
+  }
+  result_ = CallLibrary();
+  progress_.End();
+  events_.Result(result_);
+  if (options_.events && !events_.good()) {
+    std::cerr << "velkora-image: warning: " << options_.events->string() << ": cannot be written\n";
+  }
+}
+
+// A fault that reaches the application ends the conversion as failed.
+std::int32_t ConversionRun::CallLibrary() {
+  const velkora::LogObserver observer{&HearLog, this};
+  try {
+    sdk_ = InitVelkoraSDK(nullptr, kLogsFolder, &observer, nullptr);
+    if (sdk_ == nullptr) return 1;
+    const std::int32_t result = sdk_->Convert(&record_.disk(), &HearCallback);
+    DestroyVelkoraSDK(sdk_);
+    return result;
+  } catch (const win32::Fault& fault) {
+    last_errors_.push_back(FaultText(fault.code));
+  } catch (const std::exception& error) {
+    last_errors_.push_back(error.what());
+  }
+  return 1;
+}
+
+std::int32_t ConversionRun::HearCallback(std::int32_t kind, std::int32_t value) {
+  ConversionRun& run = *current_;
+  run.events_.Callback(kind, value);
+  if (kind == kVelkoraKindPercent) run.progress_.Percent(value);
+  if (kind == kVelkoraKindStatus) run.HearStatus(value);
+  return 0;
+}
+
+void ConversionRun::HearStatus(std::int32_t status) {
+  progress_.Stage(status);
+  const auto kind = static_cast<VelkoraStatus>(status);
+  if (kind < VelkoraStatus::kBackupFailed) last_stage_ = status;
+  if (kind == VelkoraStatus::kRolledBack) rolled_back_ = true;
+  if (kind == VelkoraStatus::kRollbackFailed) rollback_failed_ = true;
+  if (options_.stop_at == status) {
+    stopped_ = true;
+    sdk_->Stop();
+  }
+}
+
+void ConversionRun::HearLog(void* context, const char* module, int level, const char* text) {
+  ConversionRun& run = *static_cast<ConversionRun*>(context);
+  run.events_.Log(level, text);
+  run.log_ << "[" << level << "] [" << module << "] " << text << "\n" << std::flush;
+  if (level != velkora::kLogError) return;
+  run.last_errors_.emplace_back(text);
+  if (run.last_errors_.size() > kErrorLines) run.last_errors_.pop_front();
+}
+
+}  // namespace velkora_image

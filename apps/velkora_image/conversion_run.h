@@ -1,0 +1,63 @@
+// One run of the library's Convert, and what is heard of it.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "apps/velkora_image/disk_record.h"
+#include "apps/velkora_image/events.h"
+#include "apps/velkora_image/options.h"
+#include "apps/velkora_image/progress.h"
+#include "frame/velkora_sdk.h"
+#include "simulator/simulated_machine.h"
+
+namespace velkora_image {
+
+// The machine has the disk, its letters and the logs drive. One run at a time in a process.
+class ConversionRun {
+ public:
+  // Opens the files for events and log. Throws InputError.
+  ConversionRun(simulator::SimulatedMachine& machine, const ConvertOptions& options,
+                const std::filesystem::path& logs);
+  ~ConversionRun();
+  ConversionRun(const ConversionRun&) = delete;
+  ConversionRun& operator=(const ConversionRun&) = delete;
+
+  void Run();
+
+  bool converted() const { return result_ == 0; }
+  bool rolled_back() const { return rolled_back_; }
+  bool rollback_failed() const { return rollback_failed_; }
+  bool stopped() const { return stopped_; }
+  // The stage that the conversion had come to before a rollback, if any; 0: none was begun.
+  std::int32_t last_stage() const { return last_stage_; }
+  // The last error lines of the log, oldest first.
+  const std::deque<std::string>& last_errors() const { return last_errors_; }
+
+ private:
+  static std::int32_t HearCallback(std::int32_t kind, std::int32_t value);
+  static void HearLog(void* context, const char* module, int level, const char* text);
+  void HearStatus(std::int32_t status);
+  std::int32_t CallLibrary();
+
+  static ConversionRun* current_;  // the callback has no context
+
+  simulator::SimulatedMachine& machine_;
+  const ConvertOptions& options_;
+  DiskRecord record_;
+  EventFile events_;
+  std::ofstream log_;
+  Progress progress_;
+  VelkoraSDK* sdk_ = nullptr;
+  std::int32_t result_ = 1;
+  std::int32_t last_stage_ = 0;
+  bool rolled_back_ = false;
+  bool rollback_failed_ = false;
+  bool stopped_ = false;
+  std::deque<std::string> last_errors_;
+};
+
+}  // namespace velkora_image

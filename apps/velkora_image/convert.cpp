@@ -1,0 +1,125 @@
+#include "apps/velkora_image/convert.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <iostream>
+#include <iterator>
+#include <string>
+#include <system_error>
+
+#include "apps/velkora_image/conversion_run.h"
+#include "apps/velkora_image/disk_picture.h"
+#include "apps/velkora_image/image_disk.h"
+#include "apps/velkora_image/input_error.h"
+#include "apps/velkora_image/logs_folder.h"
+#include "apps/velkora_image/partition_view.h"
+
+namespace velkora_image {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::uint64_t kClearedBytes = std::uint64_t{1} << 20;
+constexpr std::size_t kMaxVolumes = std::size(DiskInfo{}.volumes);
+
+enum ExitStatus : int { kConverted = 0, kFailed = 1, kRollbackFailed = 3 };
+
+void CheckOptions(const ConvertOptions& options) {
+  if (options.system_letter) {
+    throw InputError("--system: disks of a running system are not supported yet");
+  }
+  std::error_code ignored;
+  if (options.events && fs::equivalent(*options.events, options.image, ignored)) {
+    throw InputError("--events: " + options.events->string() + " is the image itself");
+  }
+}
+
+void CheckDisk(const ConvertOptions& options, const DiskView& view) {
+  const std::string image = options.image.string();
+  if (view.style == "raw") throw InputError(image + ": no partition table");
+  if (view.style == options.target) {
+    throw InputError("--to: " + image + " is " + StyleName(view) + " already");
+  }
+  if (options.target == "gpt") throw InputError("--to: gpt is not supported yet, only mbr");
+  if (view.partitions.size() > kMaxVolumes) {
+    throw InputError(image + ": " + std::to_string(view.partitions.size()) +
+                     " partitions are too many, " + std::to_string(kMaxVolumes) + " is the limit");
+  }
+}
+
+void WarnOfClearedEnds(const DiskView& view) {
+  const std::uint64_t last_mib = view.size - std::min(view.size, kClearedBytes);
+  const auto warn = [](const PartitionView& partition, const char* end) {
+    std::cerr << "velkora-image: warning: " << PartitionName(partition) << " reaches into the "
+              << end << " MiB of the disk, which is zeroed when the disk is cleared\n";
+  };
+  for (const PartitionView& partition : view.partitions) {
+    if (partition.start < kClearedBytes) warn(partition, "first");
+    if (partition.start > last_mib || partition.length > last_mib - partition.start) {
+      warn(partition, "last");
+    }
+  }
+}
+
+void WarnOfIdleFailures(const ConvertOptions& options, simulator::SimulatedMachine& machine) {
+  for (const FailRequest& failure : options.failures) {
+    const std::size_t count = machine.calls().Count(failure.call);
+    if (count >= failure.occurrence) continue;
+    std::cerr << "velkora-image: warning: --fail " << failure.call
+              << ": failed nothing, there were " << count << " such calls\n";
+  }
+}
+
+ExitStatus StatusOf(const ConversionRun& run) {
+  if (run.converted()) return kConverted;
+  return run.rollback_failed() ? kRollbackFailed : kFailed;
+}
+
+void TellFailure(const ConvertOptions& options, const ConversionRun& run, const fs::path& logs) {
+  std::cerr << "velkora-image: " << options.image.string() << ": the conversion failed ";
+  if (run.last_stage() == 0) {
+    std::cerr << "before anything was touched\n";
+  } else {
+    std::cerr << "while " << StageName(run.last_stage())
+              << (run.stopped() ? ", after a stop was asked for\n" : "\n");
+  }
+  for (const std::string& line : run.last_errors()) std::cerr << "  " << line << "\n";
+  if (run.last_stage() != 0) {
+    std::cerr << (run.rolled_back() ? "  the disk is as it was before\n"
+                                    : "  the disk was not put back as it was\n");
+  }
+  std::cerr << "  logs: " << logs.string() << "\n";
+}
+
+}  // namespace
+
+int Convert(const ConvertOptions& options) {
+  CheckOptions(options);
+  simulator::SimulatedMachine machine;
+  simulator::Disk& disk = AttachImage(machine, options.image);
+  CheckDisk(options, ReadDiskView(machine, disk));
+  GiveLetters(machine, disk, options.letters);
+  LogsFolder logs(options.logs);
+  machine.MapFolder(kLogsLetter, logs.path());
+  ConversionRun run(machine, options, logs.path());
+
+  const DiskView before = ReadDiskView(machine, disk);
+  std::cout << DrawDisk("before", before) << "\n" << std::flush;
+  WarnOfClearedEnds(before);
+  run.Run();
+  WarnOfIdleFailures(options, machine);
+  const DiskView after = ReadDiskView(machine, disk);
+  std::cout << "\n" << DrawDisk("after", after) << "\n" << std::flush;
+
+  const ExitStatus status = StatusOf(run);
+  if (status == kConverted) {
+    std::cout << "Converted: " << options.image.string() << " is " << StyleName(after) << " now.\n";
+  } else {
+    logs.Keep();
+    TellFailure(options, run, logs.path());
+  }
+  return status;
+}
+
+}  // namespace velkora_image
