@@ -1,6 +1,5 @@
 // The library's own work: reading a full table, building a long layout, one whole conversion.
 #include <benchmark/benchmark.h>
-
 #include <cstdint>
 #include <filesystem>
 #include <stdexcept>

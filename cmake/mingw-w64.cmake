@@ -9,6 +9,9 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 
+# Programs carry what they need, Windows excepted.
+set(ZLIB_USE_STATIC_LIBS ON)
+
 # Tests run through Wine, in a Windows installation of the build folder's own.
 set(CMAKE_CROSSCOMPILING_EMULATOR
   "${CMAKE_CURRENT_LIST_DIR}/wine-run;${CMAKE_BINARY_DIR}/wine")

@@ -1,5 +1,6 @@
 // Last error, faults, COM and the C runtime of the seam, answered by the current simulated machine.
 #include <cerrno>
+#include <filesystem>
 #include <cstdio>
 #include <string>
 
@@ -63,6 +64,7 @@ errno_t _wfopen_s(std::FILE** file, const WCHAR* path, const WCHAR* mode) {
   if (file == nullptr || path == nullptr || mode == nullptr) return EINVAL;
   const auto host_path = machine.HostPath(name);
   if (!host_path) return ENOENT;
+  if (std::filesystem::is_directory(*host_path)) return EACCES;
   errno = 0;
   *file = OpenOnHost(*host_path, mode);
   if (*file != nullptr) return 0;

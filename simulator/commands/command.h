@@ -18,7 +18,7 @@ struct CommandResult {
 };
 
 // `arguments` are the words behind the tool's name, without their quotes.
-using Command =
-    std::function<CommandResult(SimulatedMachine& machine, const std::vector<std::string>& arguments)>;
+using Command = std::function<CommandResult(SimulatedMachine& machine,
+                                            const std::vector<std::string>& arguments)>;
 
 }  // namespace simulator

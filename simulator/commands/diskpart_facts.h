@@ -36,7 +36,7 @@ constexpr DWORD StatusOf(DWORD error) {
 
 // ---- Limits and sizes, in bytes ----------------------------------------------------------------
 
-inline constexpr std::uint64_t kMiB = 1024 * 1024;
+inline constexpr std::uint64_t kMiB = std::uint64_t{1024} * 1024;
 
 // What `clean` zeroes at either end of the disk.
 inline constexpr std::uint64_t kCleanedEnd = kMiB;
@@ -44,7 +44,7 @@ inline constexpr std::uint64_t kPartitionAlignment = kMiB;
 inline constexpr std::uint64_t kSmallestGptDisk = 128 * kMiB;
 
 // Believed: the largest volume that is formatted with FAT32.
-inline constexpr std::uint64_t kLargestFat32 = 32 * 1024 * kMiB;
+inline constexpr std::uint64_t kLargestFat32 = std::uint64_t{32} * 1024 * kMiB;
 
 // Believed: the reserved partition reaches from the first usable sector to 16 MiB on disks of any
 // size.

@@ -16,7 +16,7 @@ namespace velkora {
 namespace {
 
 constexpr std::uint64_t kLargestMbrDisk = 0x20000000000;  // bytes: 2 TiB
-constexpr std::size_t kFirstCheckedRow = 2;  // rows before it stay primary and need no room
+constexpr std::size_t kFirstCheckedRow = 2;      // rows before it stay primary and need no room
 constexpr std::uint64_t kBootRecordRoom = 2048;  // sectors
 constexpr std::uint64_t kRoomMib = 5;
 

@@ -1,7 +1,7 @@
 // GPT to MBR: replaces the table around partitions that stay where they are. At most three stay
-// primary; the others become logical, each with the room of a boot record in front, which is made by
-// shrinking the partition in front where it is missing. EFI system, Microsoft reserved and hidden
-// partitions leave the table.
+// primary; the others become logical, each with the room of a boot record in front, which is made
+// by shrinking the partition in front where it is missing. EFI system, Microsoft reserved and
+// hidden partitions leave the table.
 #pragma once
 
 #include "convert/partition_row.h"

@@ -11,7 +11,8 @@
 namespace velkora {
 namespace {
 
-constexpr std::size_t kPrimaryCount = 3;   // with four rows or more, the fourth place is the container
+constexpr std::size_t kPrimaryCount =
+    3;  // with four rows or more, the fourth place is the container
 constexpr std::size_t kRowsPerTable = 4;
 constexpr std::uint64_t kBootRecordRoom = 2048;  // sectors in front of a logical partition
 constexpr std::uint8_t kTypeData = 7;
@@ -26,8 +27,7 @@ LONGLONG SectorsToBytes(std::uint64_t sectors) {
 GUID DrawMbrPartitionId() {
   GUID id{};
   if (win32::CoCreateGuid(&id) != S_OK) {
-    LogEx(kLogModule, kLogError, "CoCreateGuid Error: %d",
-          static_cast<int>(win32::GetLastError()));
+    LogEx(kLogModule, kLogError, "CoCreateGuid Error: %d", static_cast<int>(win32::GetLastError()));
   }
   return id;
 }
@@ -144,8 +144,8 @@ std::optional<LayoutBuffer> BuildMbrLayout(const GptPartitionList& rows, std::ui
   return layout;
 }
 
-std::optional<LayoutBuffer> BuildGptLayout(const MbrPartitionList& rows,
-                                           std::uint32_t efi_position, const GUID& disk_id) {
+std::optional<LayoutBuffer> BuildGptLayout(const MbrPartitionList& rows, std::uint32_t efi_position,
+                                           const GUID& disk_id) {
   LayoutBuffer layout(rows.size());
   layout.header().PartitionStyle = PARTITION_STYLE_GPT;
   layout.header().PartitionCount = static_cast<DWORD>(rows.size());
@@ -182,7 +182,9 @@ PARTITION_INFORMATION_EX MakeExtendedMbrEntry(std::uint64_t first_sector, std::u
   return entry;
 }
 
-PARTITION_INFORMATION_EX MakeEmptyMbrEntry(std::uint64_t sector) { return MakeMbrEntry(sector, 0); }
+PARTITION_INFORMATION_EX MakeEmptyMbrEntry(std::uint64_t sector) {
+  return MakeMbrEntry(sector, 0);
+}
 
 void LogDiskLayout(const LayoutBuffer& layout) {
   const DRIVE_LAYOUT_INFORMATION_EX& header = layout.header();

@@ -24,10 +24,10 @@ CREATE_DISK MakeGptCreateDisk(const GUID& disk_id, std::size_t row_count);
 std::optional<LayoutBuffer> BuildMbrLayout(const GptPartitionList& rows, std::uint64_t disk_size,
                                            std::uint32_t signature);
 
-// One entry for each row. `efi_position` is the place of the EFI row, from 1, or 0 for none. Nothing
-// when no GUID could be drawn ("CoCreateGuid error: %d", level 3).
-std::optional<LayoutBuffer> BuildGptLayout(const MbrPartitionList& rows,
-                                           std::uint32_t efi_position, const GUID& disk_id);
+// One entry for each row. `efi_position` is the place of the EFI row, from 1, or 0 for none.
+// Nothing when no GUID could be drawn ("CoCreateGuid error: %d", level 3).
+std::optional<LayoutBuffer> BuildGptLayout(const MbrPartitionList& rows, std::uint32_t efi_position,
+                                           const GUID& disk_id);
 
 // One entry each. All draw a fresh partition id; a failure is logged ("CoCreateGuid Error: %d",
 // level 3) and the entry stands. Sectors count from the start of the disk; `last_sector` is

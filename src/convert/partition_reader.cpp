@@ -27,7 +27,9 @@ constexpr std::uint8_t kTypeUnused = 0;
 constexpr std::uint8_t kTypeExtended = 5;
 constexpr std::uint8_t kTypeExtendedLba = 15;
 
-bool IsContainer(std::uint8_t type) { return type == kTypeExtended || type == kTypeExtendedLba; }
+bool IsContainer(std::uint8_t type) {
+  return type == kTypeExtended || type == kTypeExtendedLba;
+}
 
 template <typename Value>
 Value Load(std::span<const std::byte, kSectorBytes> sector, std::size_t offset) {
@@ -56,8 +58,7 @@ bool SeekTo(HANDLE disk, std::uint64_t offset) {
   const DWORD low = win32::SetFilePointer(disk, static_cast<LONG>(distance.u.LowPart),
                                           &distance.u.HighPart, FILE_BEGIN);
   if (low != INVALID_SET_FILE_POINTER) return true;
-  LogEx(kLogModule, kLogError, "SetFilePointer Error: %d",
-        static_cast<int>(win32::GetLastError()));
+  LogEx(kLogModule, kLogError, "SetFilePointer Error: %d", static_cast<int>(win32::GetLastError()));
   return false;
 }
 

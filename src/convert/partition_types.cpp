@@ -80,7 +80,11 @@ std::vector<std::uint64_t> MbrPartitionOffsets(const MbrPartitionList& rows) {
   return Offsets(rows);
 }
 
-void SortByFirstSector(GptPartitionList& rows) { Sort(rows); }
-void SortByFirstSector(MbrPartitionList& rows) { Sort(rows); }
+void SortByFirstSector(GptPartitionList& rows) {
+  Sort(rows);
+}
+void SortByFirstSector(MbrPartitionList& rows) {
+  Sort(rows);
+}
 
 }  // namespace velkora

@@ -41,6 +41,8 @@ PARTITION_INFORMATION_EX LayoutBuffer::row(std::size_t index) const {
   return row;
 }
 
-DWORD LayoutBuffer::size() const { return static_cast<DWORD>(kHeaderBytes + kRowBytes * rows_); }
+DWORD LayoutBuffer::size() const {
+  return static_cast<DWORD>(kHeaderBytes + kRowBytes * rows_);
+}
 
 }  // namespace velkora

@@ -34,7 +34,9 @@ std::string GetFirstUnUsedLetter() {
   return letters.empty() ? std::string() : std::string(1, letters.front());
 }
 
-std::vector<char> GetUsedLetters() { return LettersWithBit(win32::GetLogicalDrives(), true); }
+std::vector<char> GetUsedLetters() {
+  return LettersWithBit(win32::GetLogicalDrives(), true);
+}
 
 bool GetSystemDriveLetter(std::string& letter) {
   char directory[MAX_PATH] = {};

@@ -45,9 +45,9 @@ void PlanVolume(const DiskInfo& disk, const std::string& path, LetterPlan& plan)
           static_cast<int>(win32::GetLastError()), path.c_str());
     return;
   }
-  LogEx(kLogModule, kLogProgress,
-        "volume_path: %s, letter: %s, disk index: %d, part offset: %llu", path.c_str(),
-        current.c_str(), static_cast<int>(disk_index), static_cast<unsigned long long>(offset));
+  LogEx(kLogModule, kLogProgress, "volume_path: %s, letter: %s, disk index: %d, part offset: %llu",
+        path.c_str(), current.c_str(), static_cast<int>(disk_index),
+        static_cast<unsigned long long>(offset));
   if (disk_index != disk.index) return;
   const VolumeInfo* volume = FindVolumeByOffset(disk, offset);
   if (volume == nullptr) return;

@@ -66,7 +66,8 @@ bool GetPartitionDiskindexAndOffset(const std::string& volume_path, std::uint32_
   const bool known = GetVolumeExtents(volume, buffer);
   win32::CloseHandle(volume);
   if (!known) return false;
-  const DISK_EXTENT& first = reinterpret_cast<const VOLUME_DISK_EXTENTS*>(buffer.data())->Extents[0];
+  const DISK_EXTENT& first =
+      reinterpret_cast<const VOLUME_DISK_EXTENTS*>(buffer.data())->Extents[0];
   disk_index = first.DiskNumber;
   offset = static_cast<std::uint64_t>(first.StartingOffset.QuadPart);
   return true;

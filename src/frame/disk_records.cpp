@@ -7,30 +7,49 @@ namespace velkora {
 
 const char* DiskTypeText(DiskType type) {
   switch (type) {
-    case DiskType::kGpt: return "GPT";
-    case DiskType::kMbr: return "MBR";
-    default: return "RAW";
+    case DiskType::kGpt:
+      return "GPT";
+    case DiskType::kMbr:
+      return "MBR";
+    default:
+      return "RAW";
   }
 }
 
 const char* FileSystemText(VolumeFileSystem filesystem) {
   switch (filesystem) {
-    case VolumeFileSystem::kMicrosoft: return "MICROSOFT";
-    case VolumeFileSystem::kSystemHide: return "SYSTEM_HIDE";
-    case VolumeFileSystem::kCoreStorage: return "CORE_STORAGE";
-    case VolumeFileSystem::kUnknown: return "UNKNOWN";
-    case VolumeFileSystem::kHfs: return "HFS";
-    case VolumeFileSystem::kApfs: return "APFS";
-    case VolumeFileSystem::kNtfs: return "NTFS";
-    case VolumeFileSystem::kFat12: return "FAT12";
-    case VolumeFileSystem::kFat16: return "FAT16";
-    case VolumeFileSystem::kFat32: return "FAT32";
-    case VolumeFileSystem::kExfat: return "EXFAT";
-    case VolumeFileSystem::kExt2: return "EXT2";
-    case VolumeFileSystem::kExt3: return "EXT3";
-    case VolumeFileSystem::kExt4: return "EXT4";
-    case VolumeFileSystem::kRefs: return "REFS";
-    default: return "RAW";
+    case VolumeFileSystem::kMicrosoft:
+      return "MICROSOFT";
+    case VolumeFileSystem::kSystemHide:
+      return "SYSTEM_HIDE";
+    case VolumeFileSystem::kCoreStorage:
+      return "CORE_STORAGE";
+    case VolumeFileSystem::kUnknown:
+      return "UNKNOWN";
+    case VolumeFileSystem::kHfs:
+      return "HFS";
+    case VolumeFileSystem::kApfs:
+      return "APFS";
+    case VolumeFileSystem::kNtfs:
+      return "NTFS";
+    case VolumeFileSystem::kFat12:
+      return "FAT12";
+    case VolumeFileSystem::kFat16:
+      return "FAT16";
+    case VolumeFileSystem::kFat32:
+      return "FAT32";
+    case VolumeFileSystem::kExfat:
+      return "EXFAT";
+    case VolumeFileSystem::kExt2:
+      return "EXT2";
+    case VolumeFileSystem::kExt3:
+      return "EXT3";
+    case VolumeFileSystem::kExt4:
+      return "EXT4";
+    case VolumeFileSystem::kRefs:
+      return "REFS";
+    default:
+      return "RAW";
   }
 }
 

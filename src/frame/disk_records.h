@@ -22,8 +22,9 @@ const char* DiskTypeText(DiskType type);
 // "NTFS", "FAT32", …; "RAW" for a value that has no text.
 const char* FileSystemText(VolumeFileSystem filesystem);
 
-// Prints the record to the log, level 1: a head line, the disk, a line for each volume, an end line.
-// Raises an access violation when the walk leaves the array, that is for more than 255 volumes.
+// Prints the record to the log, level 1: a head line, the disk, a line for each volume, an end
+// line. Raises an access violation when the walk leaves the array, that is for more than 255
+// volumes.
 void LogDiskInfo(const DiskInfo& disk);
 
 // The entry at `index` of the record's volumes. Raises an access violation for index 255, which

@@ -7,6 +7,8 @@ GlobalContext& GetGlobalContext() {
   return *context;
 }
 
-bool StopRequested() { return GetGlobalContext().stop_requested.load() != 0; }
+bool StopRequested() {
+  return GetGlobalContext().stop_requested.load() != 0;
+}
 
 }  // namespace velkora

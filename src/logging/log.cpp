@@ -84,8 +84,7 @@ void InitLogEx(const void* folder, const char* name, const void* observer,
   LogState& state = State();
   state.file.clear();
   if (folder != nullptr) {
-    const std::string path =
-        std::string(static_cast<const char*>(folder)) + "\\" + name + ".log";
+    const std::string path = std::string(static_cast<const char*>(folder)) + "\\" + name + ".log";
     if (!TryUtf8ToWide(path, state.file)) state.file.clear();
   }
   state.observer = observer != nullptr ? *static_cast<const LogObserver*>(observer) : LogObserver{};

@@ -86,8 +86,7 @@ UINT GetSystemDirectoryA(char* buffer, UINT size);
 // Starts `lpFile` with `lpParameters`. With SEE_MASK_NOCLOSEPROCESS the process handle comes back
 // in `hProcess`, and the caller owns it.
 BOOL ShellExecuteExW(SHELLEXECUTEINFOW* info);
-DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all,
-                             DWORD milliseconds);
+DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all, DWORD milliseconds);
 BOOL GetExitCodeProcess(HANDLE process, DWORD* exit_code);
 
 // ---- COM ---------------------------------------------------------------------------------------

@@ -22,10 +22,11 @@ bool Velkora::CompressPart(std::uint64_t start_offset, std::uint64_t size_mib) {
   }
   // Level 1 on purpose, and the same text for every caller: a log filtered to errors shows nothing
   // from here.
-  LogEx(kLogModule, kLogProgress,
-        "GPT is larger than 4 partitions and there is no partition gap, and it is necessary "
-        "\t\t\t\tto compress partitions to convert to MBR, but currently compressed partitions only "
-        "support NTFS and fat32.");
+  LogEx(
+      kLogModule, kLogProgress,
+      "GPT is larger than 4 partitions and there is no partition gap, and it is necessary "
+      "\t\t\t\tto compress partitions to convert to MBR, but currently compressed partitions only "
+      "support NTFS and fat32.");
   return false;
 }
 

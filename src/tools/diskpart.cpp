@@ -57,8 +57,8 @@ bool DISKPART_Active(std::uint32_t disk, std::uint32_t partition) {
 bool DISKPART_Assign(std::uint32_t disk, std::uint32_t partition, std::string letter) {
   // "list part" changes nothing; it shows a reader of the result file what was there.
   return RunVerb("DISKPART_Assign",
-                 SelectDisk(disk) + "list part\r\n" + SelectPart(partition) + "assign letter=" +
-                     letter + kLineEnd,
+                 SelectDisk(disk) + "list part\r\n" + SelectPart(partition) +
+                     "assign letter=" + letter + kLineEnd,
                  /*log_script=*/true);
 }
 
@@ -82,11 +82,13 @@ bool DISKPART_Format(std::uint32_t disk, std::uint32_t partition, std::string fi
 }
 
 bool DISKPART_Remove(std::uint32_t disk, std::uint32_t partition, std::string letter) {
-  return RunVerb("DISKPART_Remove", SelectDisk(disk) + SelectPart(partition) + "remove letter=" +
-                                        letter + kLineEnd);
+  return RunVerb("DISKPART_Remove",
+                 SelectDisk(disk) + SelectPart(partition) + "remove letter=" + letter + kLineEnd);
 }
 
-bool DISKPART_Rescan() { return RunVerb("DISKPART_Rescan", "rescan\r\n"); }
+bool DISKPART_Rescan() {
+  return RunVerb("DISKPART_Rescan", "rescan\r\n");
+}
 
 bool DISKPART_offlinedisk(std::uint32_t disk) {
   return RunVerb("DISKPART_offlinedisk", SelectDisk(disk) + "offline disk\r\n");

@@ -8,6 +8,8 @@ std::string LogsPath(std::string_view name) {
   return GetGlobalContext().logs_folder + std::string(name);
 }
 
-std::string Quoted(std::string_view path) { return '"' + std::string(path) + '"'; }
+std::string Quoted(std::string_view path) {
+  return '"' + std::string(path) + '"';
+}
 
 }  // namespace velkora

@@ -1,12 +1,11 @@
 // What nearly every test includes, compiled once.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <gtest/gtest.h>
 #include <map>
 #include <set>
 #include <span>

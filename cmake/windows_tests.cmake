@@ -1,0 +1,44 @@
+# The tests of the Windows build. They run through Wine, and need no other program.
+add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
+
+set(tests ${CMAKE_SOURCE_DIR}/tests)
+
+# Everything in the program, so that it runs wherever it is copied to.
+function(velkora_add_windows_test name)
+  add_executable(${name} ${ARGN})
+  target_include_directories(${name} PRIVATE ${tests} ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/src)
+  target_link_libraries(${name} PRIVATE velkora_warnings GTest::gtest_main GTest::gmock)
+  # An optimising g++ 12 warns of faults in its own string and stream headers; tests also compile
+  # faster this way.
+  target_compile_options(${name} PRIVATE -O0)
+  target_link_options(${name} PRIVATE -static)
+  add_test(NAME ${name} COMMAND ${name})
+  set_tests_properties(${name} PROPERTIES TIMEOUT 300)
+endfunction()
+
+# The library and the simulated machine, compiled for Windows.
+file(GLOB simulated_tests CONFIGURE_DEPENDS
+  ${tests}/support/*.cpp ${tests}/unit/*.cpp ${tests}/simulator/*.cpp
+  ${tests}/windows/conformance/*.cpp)
+velkora_add_windows_test(velkora_tests ${simulated_tests}
+  ${CMAKE_SOURCE_DIR}/apps/velkora_image/disk_record.cpp)
+target_precompile_headers(velkora_tests PRIVATE ${tests}/support/precompiled.h)
+target_link_libraries(velkora_tests PRIVATE velkora_core velkora_simulator)
+
+# The same suite of the seam against Windows.
+file(GLOB conformance_tests CONFIGURE_DEPENDS
+  ${tests}/windows/conformance/*_test.cpp ${tests}/windows/conformance/windows/*.cpp)
+velkora_add_windows_test(velkora_conformance ${conformance_tests}
+  ${tests}/support/temp_folder.cpp)
+target_link_libraries(velkora_conformance PRIVATE velkora_windows)
+
+# The DLL, found beside the program.
+velkora_add_windows_test(dll_test ${tests}/windows/dll_test.cpp ${tests}/support/temp_folder.cpp)
+target_link_libraries(dll_test PRIVATE version)
+set_target_properties(dll_test PROPERTIES
+  RUNTIME_OUTPUT_DIRECTORY $<TARGET_FILE_DIR:VelkoraSDK>)
+add_dependencies(dll_test VelkoraSDK)
+
+velkora_add_windows_test(log_last_error_test
+  ${tests}/windows/log_last_error_test.cpp ${tests}/support/temp_folder.cpp)
+target_link_libraries(log_last_error_test PRIVATE velkora_core velkora_windows)

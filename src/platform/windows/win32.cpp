@@ -1,0 +1,131 @@
+// The seam on Windows: every operation goes straight to the call of its name.
+#include "platform/win32.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <objbase.h>
+
+namespace win32 {
+
+// ---- Files and devices -------------------------------------------------------------------------
+
+HANDLE CreateFileA(const char* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
+                   DWORD disposition, DWORD flags, HANDLE template_file) {
+  return ::CreateFileA(path, access, share, security, disposition, flags, template_file);
+}
+
+HANDLE CreateFileW(const WCHAR* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
+                   DWORD disposition, DWORD flags, HANDLE template_file) {
+  return ::CreateFileW(path, access, share, security, disposition, flags, template_file);
+}
+
+BOOL CloseHandle(HANDLE handle) {
+  return ::CloseHandle(handle);
+}
+
+DWORD SetFilePointer(HANDLE handle, LONG low, LONG* high, DWORD method) {
+  return ::SetFilePointer(handle, low, high, method);
+}
+
+BOOL ReadFile(HANDLE handle, void* buffer, DWORD length, DWORD* done, OVERLAPPED* overlapped) {
+  return ::ReadFile(handle, buffer, length, done, overlapped);
+}
+
+BOOL WriteFile(HANDLE handle, const void* buffer, DWORD length, DWORD* done,
+               OVERLAPPED* overlapped) {
+  return ::WriteFile(handle, buffer, length, done, overlapped);
+}
+
+BOOL DeviceIoControl(HANDLE handle, DWORD code, void* in, DWORD in_size, void* out, DWORD out_size,
+                     DWORD* returned, OVERLAPPED* overlapped) {
+  return ::DeviceIoControl(handle, code, in, in_size, out, out_size, returned, overlapped);
+}
+
+DWORD GetLastError() {
+  return ::GetLastError();
+}
+
+void SetLastError(DWORD error) {
+  ::SetLastError(error);
+}
+
+// ---- Volumes and letters -----------------------------------------------------------------------
+
+HANDLE FindFirstVolumeA(char* name, DWORD length) {
+  return ::FindFirstVolumeA(name, length);
+}
+
+BOOL FindNextVolumeA(HANDLE find, char* name, DWORD length) {
+  return ::FindNextVolumeA(find, name, length);
+}
+
+BOOL FindVolumeClose(HANDLE find) {
+  return ::FindVolumeClose(find);
+}
+
+BOOL GetVolumePathNamesForVolumeNameA(const char* volume_root, char* names, DWORD length,
+                                      DWORD* returned) {
+  return ::GetVolumePathNamesForVolumeNameA(volume_root, names, length, returned);
+}
+
+BOOL SetVolumeMountPointA(const char* letter_path, const char* volume_root) {
+  return ::SetVolumeMountPointA(letter_path, volume_root);
+}
+
+BOOL DeleteVolumeMountPointA(const char* letter_path) {
+  return ::DeleteVolumeMountPointA(letter_path);
+}
+
+DWORD GetLogicalDrives() {
+  return ::GetLogicalDrives();
+}
+
+UINT GetSystemDirectoryA(char* buffer, UINT size) {
+  return ::GetSystemDirectoryA(buffer, size);
+}
+
+// ---- Processes ---------------------------------------------------------------------------------
+
+BOOL ShellExecuteExW(SHELLEXECUTEINFOW* info) {
+  return ::ShellExecuteExW(info);
+}
+
+DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all,
+                             DWORD milliseconds) {
+  return ::WaitForMultipleObjects(count, handles, wait_all, milliseconds);
+}
+
+BOOL GetExitCodeProcess(HANDLE process, DWORD* exit_code) {
+  return ::GetExitCodeProcess(process, exit_code);
+}
+
+// ---- COM ---------------------------------------------------------------------------------------
+
+HRESULT CoCreateGuid(GUID* guid) {
+  return ::CoCreateGuid(guid);
+}
+
+// ---- C runtime calls that touch the machine ----------------------------------------------------
+
+int system(const char* line) {
+  return ::system(line);
+}
+
+errno_t _wfopen_s(std::FILE** file, const WCHAR* path, const WCHAR* mode) {
+  return ::_wfopen_s(file, path, mode);
+}
+
+std::size_t fwrite(const void* data, std::size_t size, std::size_t count, std::FILE* file) {
+  return std::fwrite(data, size, count, file);
+}
+
+int fclose(std::FILE* file) {
+  return std::fclose(file);
+}
+
+std::int64_t time(std::int64_t* out) {
+  return ::_time64(out);
+}
+
+}  // namespace win32

@@ -1,0 +1,91 @@
+// Streams of the C runtime: _wfopen_s, fwrite, fclose; and its clock.
+#include <cerrno>
+#include <cstdlib>
+
+#include "windows/conformance/conformance_test.h"
+
+namespace conformance {
+namespace {
+
+class SeamStream : public ConformanceTest {
+ protected:
+  // Opens, writes and closes; returns the error of the open.
+  errno_t Write(const WideString& name, const WCHAR* mode, std::string_view text) const {
+    std::FILE* file = nullptr;
+    const errno_t error = win32::_wfopen_s(&file, WidePath(name).c_str(), mode);
+    if (error != 0) return error;
+    EXPECT_EQ(win32::fwrite(text.data(), 1, text.size(), file), text.size());
+    EXPECT_EQ(win32::fclose(file), 0);
+    return 0;
+  }
+};
+
+TEST_F(SeamStream, WriteModeMakesAFileAndEmptiesAnExistingOne) {
+  ASSERT_EQ(Write(WIDE("file"), WIDE("wb"), "a long first text"), 0);
+  EXPECT_EQ(ReadText("file"), "a long first text");
+  ASSERT_EQ(Write(WIDE("file"), WIDE("wb+"), "second"), 0);
+  EXPECT_EQ(ReadText("file"), "second");
+}
+
+TEST_F(SeamStream, AppendModeKeepsWhatIsThere) {
+  ASSERT_EQ(Write(WIDE("file"), WIDE("ab"), "one"), 0);
+  ASSERT_EQ(Write(WIDE("file"), WIDE("ab"), "two"), 0);
+  EXPECT_EQ(ReadText("file"), "onetwo");
+}
+
+TEST_F(SeamStream, BinaryModeChangesNoByte) {
+  const std::string_view text("line\r\nline\n\0\x1A\xFF", 14);
+  ASSERT_EQ(Write(WIDE("file"), WIDE("wb"), text), 0);
+  EXPECT_EQ(ReadText("file"), text);
+}
+
+TEST_F(SeamStream, NamesKeepEveryCharacter) {
+  const WideString name = WIDE("Gr\u00fc\u00dfe \u65e5\u672c.log");
+  ASSERT_EQ(Write(name, WIDE("wb"), "wide"), 0);
+  const File file(OpenWide(WidePath(name), GENERIC_READ, OPEN_EXISTING));
+  ASSERT_TRUE(file.is_open());
+  EXPECT_EQ(ReadRest(file), "wide");
+}
+
+TEST_F(SeamStream, MissingFileOrFolderIsEnoent) {
+  char somewhere = 0;
+  auto* file = reinterpret_cast<std::FILE*>(&somewhere);
+  EXPECT_EQ(win32::_wfopen_s(&file, WidePath(WIDE("absent")).c_str(), WIDE("rb")), ENOENT);
+  EXPECT_EQ(file, nullptr);
+  file = reinterpret_cast<std::FILE*>(&somewhere);
+  EXPECT_EQ(win32::_wfopen_s(&file, WidePath(WIDE("absent\\file")).c_str(), WIDE("wb+")), ENOENT);
+  EXPECT_EQ(file, nullptr);
+}
+
+TEST_F(SeamStream, FolderIsEacces) {
+  char somewhere = 0;
+  for (const WCHAR* mode : {WIDE("rb"), WIDE("wb"), WIDE("ab")}) {
+    auto* file = reinterpret_cast<std::FILE*>(&somewhere);
+    EXPECT_EQ(win32::_wfopen_s(&file, WidePath(WIDE("")).c_str(), mode), EACCES);
+    EXPECT_EQ(file, nullptr);
+  }
+}
+
+TEST_F(SeamStream, WritingToAReaderMovesNothing) {
+  WriteText("file", "text");
+  std::FILE* file = nullptr;
+  ASSERT_EQ(win32::_wfopen_s(&file, WidePath(WIDE("file")).c_str(), WIDE("rb")), 0);
+  EXPECT_EQ(win32::fwrite("more", 1, 4, file), 0u);
+  win32::fclose(file);  // runtimes differ in whether it repeats the failure
+  EXPECT_EQ(ReadText("file"), "text");
+}
+
+using SeamClock = ConformanceTest;
+
+TEST_F(SeamClock, TimeIsTheMachinesAndGoesToBothPlaces) {
+  const std::int64_t before = machine_.Now();
+  std::int64_t out = 0;
+  const std::int64_t time = win32::time(&out);
+  EXPECT_EQ(time, out);
+  EXPECT_GE(time, before);
+  EXPECT_LE(time, before + 60);
+  EXPECT_GE(win32::time(nullptr), time);
+}
+
+}  // namespace
+}  // namespace conformance
