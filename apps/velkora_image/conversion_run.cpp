@@ -1,5 +1,6 @@
 #include "apps/velkora_image/conversion_run.h"
 
+#include <cstdio>
 #include <ctime>
 #include <exception>
 #include <iostream>
@@ -72,18 +73,17 @@ void ConversionRun::Run() {
 // A fault that reaches the application ends the conversion as failed.
 std::int32_t ConversionRun::CallLibrary() {
   const velkora::LogObserver observer{&HearLog, this};
+  std::int32_t result = 1;
   try {
     sdk_ = InitVelkoraSDK(nullptr, kLogsFolder, &observer, nullptr);
-    if (sdk_ == nullptr) return 1;
-    const std::int32_t result = sdk_->Convert(&record_.disk(), &HearCallback);
-    DestroyVelkoraSDK(sdk_);
-    return result;
+    if (sdk_ != nullptr) result = sdk_->Convert(&record_.disk(), &HearCallback);
   } catch (const win32::Fault& fault) {
     last_errors_.push_back(FaultText(fault.code));
   } catch (const std::exception& error) {
     last_errors_.push_back(error.what());
   }
-  return 1;
+  DestroyVelkoraSDK(sdk_);
+  return result;
 }
 
 std::int32_t ConversionRun::HearCallback(std::int32_t kind, std::int32_t value) {
