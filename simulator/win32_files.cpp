@@ -9,7 +9,6 @@
 namespace win32 {
 namespace {
 
-using simulator::CallLog;
 using simulator::Describe;
 using simulator::FailsOnDemand;
 using simulator::HandleObject;

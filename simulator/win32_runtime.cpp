@@ -1,7 +1,7 @@
 // Last error, faults, COM and the C runtime of the seam, answered by the current simulated machine.
 #include <cerrno>
-#include <filesystem>
 #include <cstdio>
+#include <filesystem>
 #include <string>
 
 #include "platform/guard.h"

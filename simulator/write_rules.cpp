@@ -8,7 +8,7 @@ namespace {
 
 // NTFS keeps its boot code in the first 16 sectors of 512 bytes. Believed to hold for exFAT and
 // ReFS as well.
-constexpr std::uint64_t kBootCodeLength = 16 * 512;
+constexpr std::uint64_t kBootCodeLength = std::uint64_t{16} * 512;
 
 constexpr std::size_t kBytesPerSectorOffset = 11;  // in a FAT boot sector
 constexpr std::size_t kReservedSectorsOffset = 14;

@@ -46,6 +46,7 @@ bool IsDropped(const GptPartitionRow& row) {
 template <typename Row>
 std::vector<std::uint64_t> Offsets(const std::vector<Row>& rows) {
   std::vector<std::uint64_t> offsets;
+  offsets.reserve(rows.size());
   for (const Row& row : rows) {
     offsets.push_back(std::uint64_t{row.first_sector} << kSectorShift);
   }
