@@ -16,8 +16,7 @@ namespace velkora {
 namespace {
 
 constexpr std::uint64_t kLargestMbrDisk = 0x20000000000;  // bytes: 2 TiB
-constexpr std::size_t kFirstCheckedRow = 2;      // rows before it stay primary and need no room
-constexpr std::uint64_t kBootRecordRoom = 2048;  // sectors
+constexpr std::size_t kFirstCheckedRow = 2;  // rows before it stay primary and need no room
 constexpr std::uint64_t kRoomMib = 5;
 
 bool ControlDisk(const Velkora& converter, DWORD code, void* in, DWORD in_size) {
@@ -46,7 +45,7 @@ bool CreateMbrDisk(const Velkora& converter, std::uint32_t signature) {
     return false;
   }
   UpdateDiskProperties(converter);
-  DISKPART_Rescan();
+  DISKPART_Rescan();  // a failure is in the log and fails nothing
   return true;
 }
 
@@ -126,6 +125,8 @@ bool GPT2MBR(Velkora& converter, const GptPartitionList& list) {
 bool EnsureLogicalGaps(Velkora& converter, GptPartitionList& rows) {
   if (rows.size() <= kFirstCheckedRow + 1) return true;
   bool shrunk = false;
+  // In table order, not yet sorted: rows that are neighbours in the table are compared, and where
+  // the two orders differ a shrink may be asked for that the disk does not need.
   for (std::size_t i = kFirstCheckedRow; i < rows.size(); ++i) {
     // The last pass has no row behind it and only looks at the flag.
     if (StopRequested()) return false;
@@ -139,6 +140,7 @@ bool EnsureLogicalGaps(Velkora& converter, GptPartitionList& rows) {
   }
   if (!shrunk) return true;
 
+  // The gaps are not measured again on the new list: what a shrink gives is taken to be enough.
   if (!DISKPART_Rescan()) return false;
   rows.clear();
   if (!ReadGptPartitions(converter.disk_handle, rows)) {

@@ -1,6 +1,7 @@
 #include "convert/layout_builder.h"
 
 #include <algorithm>
+#include <cstring>
 #include <string_view>
 
 #include "convert/partition_types.h"
@@ -11,10 +12,9 @@
 namespace velkora {
 namespace {
 
-constexpr std::size_t kPrimaryCount =
-    3;  // with four rows or more, the fourth place is the container
+// With four rows or more, the fourth place of the first table is the container.
+constexpr std::size_t kPrimaryCount = 3;
 constexpr std::size_t kRowsPerTable = 4;
-constexpr std::uint64_t kBootRecordRoom = 2048;  // sectors in front of a logical partition
 constexpr std::uint8_t kTypeData = 7;
 constexpr std::uint8_t kTypeHidden = 0xFF;
 constexpr std::uint8_t kTypeLink = 5;
@@ -32,8 +32,16 @@ GUID DrawMbrPartitionId() {
   return id;
 }
 
+// Zero in every byte, also in those of the union that the entry's style does not use.
+PARTITION_INFORMATION_EX MakeZeroEntry() {
+  PARTITION_INFORMATION_EX entry;
+  std::memset(&entry, 0, sizeof entry);
+  return entry;
+}
+
+// HiddenSectors stays 0: the platform computes it.
 PARTITION_INFORMATION_EX MakeMbrEntry(std::uint64_t first_sector, std::uint64_t sector_count) {
-  PARTITION_INFORMATION_EX entry{};
+  PARTITION_INFORMATION_EX entry = MakeZeroEntry();
   entry.PartitionStyle = PARTITION_STYLE_MBR;
   entry.StartingOffset.QuadPart = SectorsToBytes(first_sector);
   entry.PartitionLength.QuadPart = SectorsToBytes(sector_count);
@@ -42,7 +50,8 @@ PARTITION_INFORMATION_EX MakeMbrEntry(std::uint64_t first_sector, std::uint64_t 
   return entry;
 }
 
-// Entries in order: rows 0 to 2, the container, then for each further row its group of four.
+// Entries in order (each link runs to the end of the disk, whatever lies behind): rows 0 to 2, the
+// container, then for each further row its group of four.
 bool FillLogicalGroups(const GptPartitionList& rows, std::uint64_t last_sector,
                        LayoutBuffer& layout) {
   std::size_t next = kRowsPerTable;
@@ -85,7 +94,7 @@ void SetName(PARTITION_INFORMATION_EX& entry, std::basic_string_view<WCHAR> name
 
 PARTITION_INFORMATION_EX MakeGptEntry(const MbrPartitionRow& row, std::uint32_t number,
                                       bool is_efi) {
-  PARTITION_INFORMATION_EX entry{};
+  PARTITION_INFORMATION_EX entry = MakeZeroEntry();
   entry.PartitionStyle = PARTITION_STYLE_GPT;
   entry.StartingOffset.QuadPart = SectorsToBytes(row.first_sector);
   entry.PartitionLength.QuadPart = SectorsToBytes(row.sector_count);
@@ -103,19 +112,26 @@ PARTITION_INFORMATION_EX MakeGptEntry(const MbrPartitionRow& row, std::uint32_t 
   return entry;
 }
 
+CREATE_DISK MakeZeroRequest() {
+  CREATE_DISK request;
+  std::memset(&request, 0, sizeof request);
+  return request;
+}
+
 }  // namespace
 
 CREATE_DISK MakeMbrCreateDisk(std::uint32_t signature) {
-  CREATE_DISK request{};
+  CREATE_DISK request = MakeZeroRequest();
   request.PartitionStyle = PARTITION_STYLE_MBR;
   request.Mbr.Signature = signature;
   return request;
 }
 
 CREATE_DISK MakeGptCreateDisk(const GUID& disk_id, std::size_t row_count) {
-  CREATE_DISK request{};
+  CREATE_DISK request = MakeZeroRequest();
   request.PartitionStyle = PARTITION_STYLE_GPT;
   request.Gpt.DiskId = disk_id;
+  // The rows there are, where the layout that follows says 128: the platform takes at least 128.
   request.Gpt.MaxPartitionCount = static_cast<DWORD>(row_count);
   return request;
 }
@@ -167,10 +183,8 @@ std::optional<LayoutBuffer> BuildGptLayout(const MbrPartitionList& rows, std::ui
 PARTITION_INFORMATION_EX MakeMbrPartitionEntry(const GptPartitionRow& row, std::uint32_t index) {
   PARTITION_INFORMATION_EX entry =
       MakeMbrEntry(row.first_sector, row.last_sector - row.first_sector + 1);
-  const std::string_view name = GetPartitionTypeName(row);
-  const bool hidden = name == "MSR" || name == "HIDDEN" || name == "ESP";
   entry.PartitionNumber = index + 1;
-  entry.Mbr.PartitionType = hidden ? kTypeHidden : kTypeData;
+  entry.Mbr.PartitionType = IsDroppedOnTheWayToMbr(row) ? kTypeHidden : kTypeData;
   entry.Mbr.RecognizedPartition = TRUE;
   return entry;
 }

@@ -14,13 +14,14 @@
 
 namespace velkora {
 
-// What IOCTL_DISK_CREATE_DISK takes.
+// What IOCTL_DISK_CREATE_DISK takes. `signature` is the low 32 bits of the time in seconds.
 CREATE_DISK MakeMbrCreateDisk(std::uint32_t signature);
 CREATE_DISK MakeGptCreateDisk(const GUID& disk_id, std::size_t row_count);
 
-// Rows are sorted by first sector. Up to three stay primary; the rest become logical partitions of
-// one extended partition that runs to the end of the disk. Nothing when a stop was asked for while
-// logical partitions were built (no log line). An empty list is not handed in.
+// `disk_size` in bytes; `signature` as in MakeMbrCreateDisk. Rows are sorted by first sector. Up to
+// three stay primary; the rest become logical partitions of one extended partition that runs to the
+// end of the disk. Nothing when a stop was asked for while logical partitions were built (no log
+// line). An empty list is not handed in.
 std::optional<LayoutBuffer> BuildMbrLayout(const GptPartitionList& rows, std::uint64_t disk_size,
                                            std::uint32_t signature);
 

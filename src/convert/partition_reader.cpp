@@ -1,6 +1,8 @@
 #include "convert/partition_reader.h"
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstring>
 #include <new>
 #include <set>
@@ -88,6 +90,7 @@ bool ReadLogicalChain(HANDLE disk, std::uint32_t base, MbrPartitionList& rows) {
     // Neither a link nor the end of the chain: the same record is read again, without end and
     // without a look at the stop flag.
     if (!is_link && link.type != kTypeUnused) continue;
+    // Readers of the log know the two cases by these texts.
     LogEx(kLogModule, kLogProgress, is_link ? "test code 1" : "test code 2");
     logical.first_sector += current;
     rows.push_back(logical);

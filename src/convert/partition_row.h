@@ -15,6 +15,9 @@ namespace velkora {
 inline constexpr std::uint32_t kSectorBytes = 512;
 inline constexpr unsigned kSectorShift = 9;
 
+// Sectors in front of a logical partition, the first of which is its boot record.
+inline constexpr std::uint64_t kBootRecordRoom = 2048;
+
 // Byte 446 of a master or extended boot record holds four of these. In a list `first_sector` counts
 // from the start of the disk, also for a logical partition, where the disk has it relative to the
 // extended boot record. That is the only change made to a row.

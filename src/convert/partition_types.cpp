@@ -38,11 +38,6 @@ GuidBytes ToTextOrder(GuidBytes guid) {
   return guid;
 }
 
-bool IsDropped(const GptPartitionRow& row) {
-  const std::string_view name = GetPartitionTypeName(row);
-  return name == "MSR" || name == "HIDDEN" || name == "ESP";
-}
-
 template <typename Row>
 std::vector<std::uint64_t> Offsets(const std::vector<Row>& rows) {
   std::vector<std::uint64_t> offsets;
@@ -66,11 +61,16 @@ const char* GetPartitionTypeName(const GptPartitionRow& row) {
   for (const NamedType& type : kNamedTypes) {
     if (type.guid == guid) return type.name;
   }
-  return "UNKNOW";
+  return "UNKNOW";  // spelled so: the name is relied on
+}
+
+bool IsDroppedOnTheWayToMbr(const GptPartitionRow& row) {
+  const std::string_view name = GetPartitionTypeName(row);
+  return name == "MSR" || name == "HIDDEN" || name == "ESP";
 }
 
 void FilterGptPartitions(GptPartitionList& rows) {
-  rows.erase(std::remove_if(rows.begin(), rows.end(), IsDropped), rows.end());
+  rows.erase(std::remove_if(rows.begin(), rows.end(), IsDroppedOnTheWayToMbr), rows.end());
 }
 
 std::vector<std::uint64_t> GptPartitionOffsets(const GptPartitionList& rows) {

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "convert/partition_row.h"
-#include "platform/win32_types.h"
 
 namespace velkora {
 
@@ -14,7 +13,10 @@ namespace velkora {
 // "UNKNOW".
 const char* GetPartitionTypeName(const GptPartitionRow& row);
 
-// Takes "ESP", "MSR" and "HIDDEN" rows out of the list; the others keep their order.
+// Whether the row is "ESP", "MSR" or "HIDDEN".
+bool IsDroppedOnTheWayToMbr(const GptPartitionRow& row);
+
+// Takes those rows out of the list; the others keep their order.
 void FilterGptPartitions(GptPartitionList& rows);
 
 // Each row's first sector times 512, in list order.

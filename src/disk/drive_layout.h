@@ -4,7 +4,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <vector>
 
 #include "platform/win32_types.h"
@@ -25,13 +24,13 @@ class LayoutBuffer {
   // As SetRow.
   PARTITION_INFORMATION_EX row(std::size_t index) const;
 
-  void* data() { return words_.data(); }
+  void* data() { return bytes_.data(); }
   // Bytes of the header and the rows.
   DWORD size() const;
 
  private:
   std::size_t rows_;
-  std::vector<std::uint64_t> words_;  // aligned for the structures
+  std::vector<std::byte> bytes_;  // allocated memory is aligned for the structures
 };
 
 }  // namespace velkora

@@ -11,14 +11,14 @@ namespace {
 
 constexpr DWORD kNameLength = 260;
 
-bool QueryExtents(HANDLE volume, std::vector<std::uint64_t>& buffer, DWORD size) {
+bool QueryExtents(HANDLE volume, std::vector<std::byte>& buffer, DWORD size) {
   DWORD returned = 0;
   return win32::DeviceIoControl(volume, IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS, nullptr, 0,
                                 buffer.data(), size, &returned, nullptr) != FALSE;
 }
 
 // Fills `buffer` with the volume's extents, at least one.
-bool GetVolumeExtents(HANDLE volume, std::vector<std::uint64_t>& buffer) {
+bool GetVolumeExtents(HANDLE volume, std::vector<std::byte>& buffer) {
   const bool answered = QueryExtents(volume, buffer, sizeof(VOLUME_DISK_EXTENTS));
   if (!answered) {
     LogEx(kLogModule, kLogError, "IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS1 Error: %lu",
@@ -30,8 +30,7 @@ bool GetVolumeExtents(HANDLE volume, std::vector<std::uint64_t>& buffer) {
   const auto* extents = reinterpret_cast<const VOLUME_DISK_EXTENTS*>(buffer.data());
   const std::uint64_t size = offsetof(VOLUME_DISK_EXTENTS, Extents) +
                              std::uint64_t{extents->NumberOfDiskExtents} * sizeof(DISK_EXTENT);
-  const std::size_t words = static_cast<std::size_t>(size / sizeof(std::uint64_t));
-  if (words > buffer.size()) buffer.resize(words);
+  if (size > buffer.size()) buffer.resize(static_cast<std::size_t>(size));
   if (QueryExtents(volume, buffer, static_cast<DWORD>(size))) return true;
   LogEx(kLogModule, kLogError, "IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS2 Error: %lu",
         static_cast<unsigned long>(win32::GetLastError()));
@@ -62,7 +61,7 @@ bool GetPartitionDiskindexAndOffset(const std::string& volume_path, std::uint32_
       win32::CreateFileA(volume_path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
                          nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (volume == INVALID_HANDLE_VALUE) return false;
-  std::vector<std::uint64_t> buffer(sizeof(VOLUME_DISK_EXTENTS) / sizeof(std::uint64_t));
+  std::vector<std::byte> buffer(sizeof(VOLUME_DISK_EXTENTS));
   const bool known = GetVolumeExtents(volume, buffer);
   win32::CloseHandle(volume);
   if (!known) return false;

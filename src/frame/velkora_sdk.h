@@ -120,7 +120,12 @@ class VelkoraSDK {
   // Converts the disk to the other style and returns when that is done or has failed: 0 when the
   // disk was converted, 1 in every other case. `callback` is never tested: it must be valid. One
   // Convert runs at a time in a process. Nothing is sent for a disk that cannot be opened, whose
-  // style contradicts `disk_type`, that is neither GPT nor MBR, or whose table cannot be read.
+  // style cannot be asked or contradicts `disk_type`, that is neither GPT nor MBR, or whose table
+  // cannot be read.
+  //
+  // This version converts data disks from GPT to MBR and refuses all others with 1, before it
+  // touches them. It does not roll back: a failure behind status 2 leaves the disk without its
+  // table. FAT32 volumes are not shrunk yet.
   virtual std::int32_t Convert(DiskInfo* disk, VelkoraCallback callback) = 0;
 
   // Asks for a stop, from any thread, and returns at once. A tool that runs is not interrupted. The
@@ -141,12 +146,14 @@ extern "C" {
 // there is no memory for one. Not to be called while a Convert runs.
 //
 // `logs_folder` receives the scripts for and the output of every tool. It is used as it stands: no
-// trailing separator, it must exist, and an empty one means the root of the current drive.
+// trailing separator, it must exist, and an empty one means the root of the current drive. Never
+// null.
 //
 // The other three belong to the logging library and are handed on to it. What they mean to the one
 // that is built in stands in logging/log.h; in short: `log_folder` is the text of a folder for the
-// log file or null for none, `log_observer` points to a LogObserver that hears every line or is
-// null, `log_reserved` is not looked at.
+// log file or null for none, `log_observer` points to a LogObserver (that header's, which an
+// application includes if it wants one) that hears every line or is null, `log_reserved` is not
+// looked at.
 VELKORA_SDK_API VelkoraSDK* InitVelkoraSDK(const void* log_folder, const char* logs_folder,
                                            const void* log_observer, const void* log_reserved);
 
@@ -160,7 +167,13 @@ static_assert(sizeof(VolumeInfo) == 296);
 static_assert(offsetof(VolumeInfo, part_number) == 256);
 static_assert(offsetof(VolumeInfo, letter) == 258);
 static_assert(offsetof(VolumeInfo, size) == 264);
+static_assert(offsetof(VolumeInfo, offset) == 272);
+static_assert(offsetof(VolumeInfo, cluster_size) == 280);
 static_assert(offsetof(VolumeInfo, filesystem) == 284);
+static_assert(offsetof(VolumeInfo, is_system) == 288);
+static_assert(sizeof(DiskInfo) == 2840);
+static_assert(offsetof(DiskInfo, reserved_bytes) == 4);
+static_assert(offsetof(DiskInfo, reserved_text) == 280);
 static_assert(offsetof(DiskInfo, is_system) == 6);
 static_assert(offsetof(DiskInfo, index) == 8);
 static_assert(offsetof(DiskInfo, size) == 16);

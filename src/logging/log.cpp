@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
+#include <mutex>
 #include <string>
 
 #include "platform/win32.h"
@@ -16,6 +17,8 @@ namespace {
 struct LogState {
   WideString file;  // empty for a log without a file
   LogObserver observer = {};
+  // One line at a time: on Windows a second open for writing would fail, and lose its line.
+  std::mutex file_turn;
 };
 
 LogState& State() {
@@ -96,11 +99,14 @@ void LogEx(const char* module, int level, const char* format, ...) {
   va_start(arguments, format);
   const std::string text = Format(format, arguments);
   va_end(arguments);
-  const LogState& state = State();
+  LogState& state = State();
   if (state.observer.function != nullptr) {
     state.observer.function(state.observer.context, module, level, text.c_str());
   }
-  if (!state.file.empty()) AppendToFile(state.file, module, level, text);
+  if (!state.file.empty()) {
+    const std::lock_guard turn(state.file_turn);
+    AppendToFile(state.file, module, level, text);
+  }
   keeper.Restore();
 }
 

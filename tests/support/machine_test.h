@@ -68,8 +68,7 @@ std::int32_t RecordEvent(std::int32_t kind, std::int32_t value);
 std::vector<Event>& Events();
 std::function<void(Event)>& EventHook();
 
-// ---- Bytes on a disk, written without the library or the machine's table code
-// --------------------
+// ---- Bytes on a disk, written without the library or the machine's table code -------------------
 
 // Writes `bytes` at a byte offset of the image; aborts the test if that fails.
 void WriteBytes(simulator::Disk& disk, std::uint64_t offset, std::span<const std::byte> bytes);

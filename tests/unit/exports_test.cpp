@@ -1,6 +1,9 @@
+#include <cstdint>
 #include <gtest/gtest.h>
+#include <memory>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "frame/global_context.h"
@@ -91,6 +94,18 @@ TEST_F(Exports, DestroyLogsNothing) {
   DestroyVelkoraSDK(sdk_);
   sdk_ = nullptr;
   EXPECT_TRUE(log_.empty());
+}
+
+TEST_F(Exports, DestroyLeavesThePartitionOffsetsAllocated) {
+  Init("X:\\logs");
+  auto* converter = static_cast<Velkora*>(sdk_);
+  converter->partition_offsets = {1, 2, 3};
+  std::uint64_t* const offsets = converter->partition_offsets.data();
+  const std::size_t capacity = converter->partition_offsets.capacity();
+  DestroyVelkoraSDK(std::exchange(sdk_, nullptr));
+  EXPECT_EQ(std::vector<std::uint64_t>(offsets, offsets + 3),
+            (std::vector<std::uint64_t>{1, 2, 3}));
+  std::allocator<std::uint64_t>().deallocate(offsets, capacity);
 }
 
 }  // namespace

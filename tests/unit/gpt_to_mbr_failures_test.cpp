@@ -16,7 +16,6 @@ using testing_support::EventHook;
 using testing_support::Events;
 using testing_support::GptDiskTest;
 using testing_support::GptEntry;
-using testing_support::kEfiSystemGuid;
 
 using Strings = std::vector<std::string>;
 
@@ -103,8 +102,7 @@ TEST_F(FailingGptToMbr, AFailedLayoutEndsIt) {
   EXPECT_EQ(scripts_.size(), 2U);
 }
 
-// ---- Steps that do not
-// ---------------------------------------------------------------------------
+// ---- Steps that do not --------------------------------------------------------------------------
 
 TEST_F(FailingGptToMbr, TheFirstFailedUpdateOfPropertiesIsPassedOver) {
   SetUpDisk(SpacedEntries(2));
@@ -149,8 +147,7 @@ TEST_F(FailingGptToMbr, FailedPartitionIdsArePassedOver) {
   EXPECT_EQ(Lines(3), Strings(4, "CoCreateGuid Error: 14"));
 }
 
-// ---- Stops
-// ---------------------------------------------------------------------------------------
+// ---- Stops --------------------------------------------------------------------------------------
 
 TEST_F(FailingGptToMbr, AStopBeforeTheFirstReadIsNotHeardOf) {
   SetUpDisk(SpacedEntries(2));

@@ -10,15 +10,12 @@
 namespace velkora {
 namespace {
 
-using testing_support::CallerRecord;
 using testing_support::Event;
 using testing_support::EventHook;
 using testing_support::Events;
 using testing_support::GptDiskTest;
 using testing_support::GptEntry;
-using testing_support::kBasicDataGuid;
 using testing_support::kEfiSystemGuid;
-using testing_support::RecordEvent;
 
 using Strings = std::vector<std::string>;
 using Sectors = std::vector<std::uint64_t>;
@@ -128,9 +125,10 @@ TEST_F(LogicalGaps, AreMeasuredInTableOrder) {
 }
 
 TEST_F(LogicalGaps, AreNotTestedAgainAfterAShrink) {
-  // The third row is asked to shrink, but another entry behind the fourth still lacks its gap in
-  // the table that is read anew.
-  const std::vector<GptEntry> entries = WithDistance(5, 3, 1);
+  // The list handed in lacks the third entry, and with it the gap that is missing behind it. The
+  // table that is read anew, behind the shrink of the fourth, shows it.
+  std::vector<GptEntry> entries = WithDistance(5, 3, 1);
+  entries[2].last_sector = entries[3].first_sector - 1;
   Begin(entries);
   rows_ = {rows_[0], rows_[1], rows_[3], rows_[4]};
   EXPECT_TRUE(Ensure());
@@ -147,6 +145,13 @@ TEST_F(LogicalGaps, TheListReadAnewIsFilteredAndReplacesTheOldOne) {
   EXPECT_EQ(LastSectors(),
             (Sectors{entries[0].last_sector, entries[1].last_sector,
                      entries[2].last_sector - kShrinkSectors, entries[3].last_sector}));
+}
+
+TEST_F(LogicalGaps, TheRoomBehindTheLastSectorWraps) {
+  Begin(SpacedEntries(4));
+  rows_[2].last_sector = ~std::uint64_t{0};  // plus 2048 is 2047, in front of every partition
+  EXPECT_TRUE(Ensure());
+  EXPECT_TRUE(Events().empty());
 }
 
 TEST_F(LogicalGaps, FailWhenNoVolumeStartsAtTheRow) {

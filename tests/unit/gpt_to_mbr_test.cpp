@@ -18,7 +18,6 @@ using testing_support::Event;
 using testing_support::Events;
 using testing_support::GptDiskTest;
 using testing_support::GptEntry;
-using testing_support::kBasicDataGuid;
 using testing_support::kEfiSystemGuid;
 using testing_support::kHiddenGuid;
 using testing_support::kMicrosoftReservedGuid;

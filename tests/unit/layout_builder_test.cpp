@@ -8,6 +8,7 @@
 
 #include "frame/global_context.h"
 #include "logging/log.h"
+#include "platform/guard.h"
 #include "platform/win32.h"
 #include "support/layout_bytes.h"
 
@@ -225,6 +226,26 @@ TEST_F(MbrLayout, AStopIsSeenBeforeEachLogicalPartition) {
   EXPECT_FALSE(Build(Rows(6)));
   EXPECT_EQ(machine_.calls().Count("CoCreateGuid"), 8U) << "row 3's group was finished";
 }
+
+TEST_F(MbrLayout, ADiskOfNoBytesHasItsLastSectorAtTheTopOfTheRange) {
+  const auto layout = BuildMbrLayout(Rows(4), 0, kSignature);
+  ASSERT_TRUE(layout.has_value());
+  // From sector 70000 to sector 2^64 - 1, in bytes cut to 64 bits.
+  const std::uint64_t length = (0 - std::uint64_t{70'000}) << 9;
+  EXPECT_EQ(static_cast<std::uint64_t>(layout->row(3).PartitionLength.QuadPart), length);
+}
+
+#ifndef _WIN32
+TEST_F(MbrLayout, ACountThatIsCutTo16BitsEndsInAnAccessViolation) {
+  // 4 * 16386 - 8 entries are 65536, of which 16 bits keep none.
+  try {
+    (void)BuildMbrLayout(Rows(16'386), kDiskSize, kSignature);
+    FAIL() << "rows were written behind the buffer";
+  } catch (const win32::Fault& fault) {
+    EXPECT_EQ(fault.code, EXCEPTION_ACCESS_VIOLATION);
+  }
+}
+#endif
 
 }  // namespace
 }  // namespace velkora

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "convert/partition_reader.h"
+#include "disk/device_handle.h"
 #include "frame/global_context.h"
 #include "logging/log.h"
 #include "platform/win32.h"
@@ -300,6 +301,25 @@ TEST_F(ReadMbr, AContainerBehindTheDiskFailsTheRead) {
   WriteSector(disk_, 0, Record({Row(5, 0xFFFFFFFF, 1)}));
   EXPECT_FALSE(Read());
   EXPECT_EQ(AllLines(), (Strings{"3 Read Error: 27"}));
+}
+
+TEST_F(ReadMbr, AContainerBeyond4GibIsFoundThere) {
+  simulator::Disk& disk = NewDisk(2, std::uint64_t{5} << 30);
+  constexpr std::uint32_t kContainer = 0x900000;  // sector 0x900000 is at 4.5 GiB
+  WriteSector(disk, 0, Record({Row(15, kContainer, 100000)}));
+  WriteSector(disk, kContainer, Record({Row(7, 2048, 500)}));
+  HANDLE handle = GetDeviceHandleById(disk.path().c_str());
+  EXPECT_TRUE(ReadMbrPartitions(handle, rows_));
+  CloseDeviceHandle(handle);
+  EXPECT_EQ(FirstSectors(), (Sectors{kContainer + 2048}));
+}
+
+TEST_F(ReadMbr, TheSumOfContainerAndLinkWrapsAt32Bits) {
+  WriteSector(disk_, 0, Record({Row(5, 2000, 100000)}));
+  WriteSector(disk_, 2000, Record({Row(7, 10, 20), Row(5, 0xFFFFFC18, 100)}));
+  WriteSector(disk_, 1000, Record({Row(7, 30, 40)}));
+  EXPECT_TRUE(Read());
+  EXPECT_EQ(FirstSectors(), (Sectors{2010, 1030}));
 }
 
 // ---- Stop ---------------------------------------------------------------------------------------

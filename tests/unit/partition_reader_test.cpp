@@ -241,5 +241,17 @@ TEST_F(ReadGpt, AStopIsSeenBeforeTheNextRow) {
   EXPECT_EQ(rows_.size(), 9U) << "the first row of the third sector was under way";
 }
 
+TEST_F(ReadGpt, TheByteOffsetOfTheEntriesWrapsAt64Bits) {
+  Sector header{};
+  constexpr std::uint64_t kWrapsToSector100 = (std::uint64_t{1} << 55) + 100;
+  std::memcpy(&header.at(72), &kWrapsToSector100, sizeof kWrapsToSector100);
+  WriteSector(disk_, 1, header);
+  Sector entries{};
+  Put(entries, 0, MakeGptRow({kBasicDataGuid, 4096, 8191, 1}));
+  WriteSector(disk_, 100, entries);
+  EXPECT_TRUE(Read());
+  EXPECT_EQ(FirstSectors(), (std::vector<std::uint64_t>{4096}));
+}
+
 }  // namespace
 }  // namespace velkora

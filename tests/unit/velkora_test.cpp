@@ -277,5 +277,31 @@ TEST(Progress, StatusIsKindZeroAndPercentKindOne) {
   EXPECT_EQ(Events(), (std::vector<Event>{{1, 20}, {0, 2}, {0, 11}}));
 }
 
+TEST_F(Convert, IgnoresWhatTheCallbackReturns) {
+  MakeGptDisk();
+  CallerRecord record(DiskType::kGpt, 1, kDiskSize);
+  const auto refuse = [](std::int32_t, std::int32_t) { return std::int32_t{1}; };
+  EXPECT_EQ(converter_.Convert(&record.disk(), refuse), 0);
+}
+
+TEST_F(Convert, LeavesASystemDiskAlone) {
+  MakeGptDisk();
+  CallerRecord record(DiskType::kGpt, 1, kDiskSize);
+  record.disk().is_system = 1;
+  EXPECT_EQ(Run(record), 1);
+  EXPECT_EQ(LinesBehindRecord(), (Strings{"3 This kind of conversion is not supported yet!"}));
+  EXPECT_TRUE(scripts_.empty());
+  ExpectRefused();
+}
+
+TEST_F(Convert, LeavesAnMbrDiskAlone) {
+  MakeMbrDisk();
+  CallerRecord record(DiskType::kMbr, 1, kDiskSize);
+  EXPECT_EQ(Run(record), 1);
+  EXPECT_EQ(LinesBehindRecord(), (Strings{"3 This kind of conversion is not supported yet!"}));
+  EXPECT_TRUE(scripts_.empty());
+  ExpectRefused();
+}
+
 }  // namespace
 }  // namespace velkora
