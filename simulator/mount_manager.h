@@ -27,9 +27,9 @@ class MountManager {
   // A volume has gone: its letter is free, and stays remembered.
   void Leave(const Volume& volume);
 
-  // 145 for a letter in use, 87 for a volume that has one already.
+  // 145 for a letter in use, 87 (believed) for a volume that has one already.
   DWORD Assign(char letter, const Volume& volume);
-  // 2 for a letter that nobody holds. The letter is forgotten too.
+  // 2 (believed) for a letter that nobody holds. The letter is forgotten too.
   DWORD Remove(char letter);
 
   // The identity that `letter` is remembered for, or nothing.

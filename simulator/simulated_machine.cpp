@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "simulator/commands/shell_line.h"
 #include "simulator/commands/standard_commands.h"
 #include "simulator/host_files.h"
 #include "simulator/partition_volume.h"
@@ -17,17 +18,9 @@ namespace {
 
 SimulatedMachine* current_machine = nullptr;
 
-// How IOCTL_DISK_CREATE_DISK places the reserved partition where it makes one: it ends at 16 MiB.
-constexpr LONGLONG kReservedPartitionOffset = 17408;
-constexpr LONGLONG kReservedPartitionLength = 16'759'808;
-
-// The name by which a tool is kept: without its folder, ".exe" and upper case.
-std::string ToolKey(std::string_view name) {
-  constexpr std::string_view kExtension = ".exe";
-  std::string key = ToLowerAscii(FileNameOf(name));
-  if (std::string_view(key).ends_with(kExtension)) key.resize(key.size() - kExtension.size());
-  return key;
-}
+// Where IOCTL_DISK_CREATE_DISK makes a reserved partition, it reaches from the first usable sector
+// to 16 MiB.
+constexpr LONGLONG kReservedPartitionEnd = LONGLONG{16} << 20;
 
 // The style that the system believes in; RAW when it cannot read the table.
 DWORD BelievedStyle(Disk& disk) {
@@ -107,11 +100,11 @@ void SimulatedMachine::RemoveLetter(char letter) {
 }
 
 void SimulatedMachine::SetCommand(std::string_view name, Command command) {
-  commands_[ToolKey(name)] = std::move(command);
+  commands_[ToolName(name)] = std::move(command);
 }
 
 const Command* SimulatedMachine::FindCommand(std::string_view name) const {
-  const auto found = commands_.find(ToolKey(name));
+  const auto found = commands_.find(ToolName(name));
   return found == commands_.end() ? nullptr : &found->second;
 }
 
@@ -178,8 +171,8 @@ DWORD SimulatedMachine::AddReservedPartition(Disk& disk) {
   if (error != ERROR_SUCCESS) return error;
   PARTITION_INFORMATION_EX row{};
   row.PartitionStyle = PARTITION_STYLE_GPT;
-  row.StartingOffset.QuadPart = kReservedPartitionOffset;
-  row.PartitionLength.QuadPart = kReservedPartitionLength;
+  row.StartingOffset = layout.header.Gpt.StartingUsableOffset;
+  row.PartitionLength.QuadPart = kReservedPartitionEnd - row.StartingOffset.QuadPart;
   row.RewritePartition = TRUE;
   row.Gpt.PartitionType = kReservedPartitionType;
   row.Gpt.PartitionId = NextGuid();
@@ -263,6 +256,7 @@ void SimulatedMachine::Enumerate(Disk& disk) {
     Volume* known = FindVolumeAt(disk.number(), volume.extents.front().offset);
     if (known != nullptr) {
       known->partition_number = volume.partition_number;
+      if (known->identity != volume.identity) Rename(*known, volume);
     } else {
       Arrive(std::move(volume));
     }
@@ -279,6 +273,15 @@ void SimulatedMachine::RemoveVolumes(const Disk& disk, const std::vector<VolumeE
     mount_manager_.Leave(volume);
     return true;
   });
+}
+
+// The same place under another identity: the letter stays behind with the old one.
+void SimulatedMachine::Rename(Volume& volume, const Volume& as_now) {
+  mount_manager_.Leave(volume);
+  volume.path = as_now.path;
+  volume.identity = as_now.identity;
+  volume.automatic_letter = as_now.automatic_letter;
+  mount_manager_.Arrive(volume, switches_.automount);
 }
 
 void SimulatedMachine::Arrive(Volume volume) {

@@ -134,6 +134,7 @@ class SimulatedMachine {
  private:
   // Lets volumes leave and arrive until they agree with the believed layout.
   void Enumerate(Disk& disk);
+  void Rename(Volume& volume, const Volume& as_now);
   void RemoveVolumes(const Disk& disk, const std::vector<VolumeExtent>& kept);
   void Arrive(Volume volume);
   DWORD AddReservedPartition(Disk& disk);

@@ -35,7 +35,8 @@ bool VolumeDevice::IsUsable(const Volume* volume) const {
   return volume != nullptr && volume->dismount_count == dismount_count_;
 }
 
-// A transfer at or behind the end does nothing and succeeds; one that crosses it is trimmed.
+// A transfer at or behind the end does nothing and succeeds; one that crosses it is trimmed. Known
+// of reads from FAT volumes, believed of the rest.
 DWORD VolumeDevice::FindRange(const Volume& volume, std::size_t length, Range& range) const {
   if (volume.extents.size() != 1) return ERROR_NOT_READY;
   const VolumeExtent& extent = volume.extents.front();

@@ -44,10 +44,12 @@ std::string CodeName(DWORD code) {
   }
 }
 
-HANDLE Open(const char* name, const std::string& path, DWORD access, DWORD disposition) {
+HANDLE Open(const char* name, const std::string& path, DWORD access, DWORD share, DWORD disposition,
+            DWORD flags) {
   SimulatedMachine& machine = SimulatedMachine::Current();
-  const std::string arguments =
-      "access " + HexText(access) + " disposition " + std::to_string(disposition);
+  const std::string arguments = "access " + HexText(access) + " share " + HexText(share) +
+                                " disposition " + std::to_string(disposition) + " flags " +
+                                HexText(flags);
   if (FailsOnDemand(machine, name, path, arguments)) return INVALID_HANDLE_VALUE;
   std::unique_ptr<HandleObject> object;
   bool existed = false;
@@ -92,14 +94,15 @@ DWORD Seek(HandleObject& object, LONG low, const LONG* high, DWORD method,
 
 }  // namespace
 
-HANDLE CreateFileA(const char* path, DWORD access, DWORD, SECURITY_ATTRIBUTES*, DWORD disposition,
-                   DWORD, HANDLE) {
-  return Open("CreateFileA", std::string(simulator::TextOrEmpty(path)), access, disposition);
+HANDLE CreateFileA(const char* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES*,
+                   DWORD disposition, DWORD flags, HANDLE) {
+  return Open("CreateFileA", std::string(simulator::TextOrEmpty(path)), access, share, disposition,
+              flags);
 }
 
-HANDLE CreateFileW(const WCHAR* path, DWORD access, DWORD, SECURITY_ATTRIBUTES*, DWORD disposition,
-                   DWORD, HANDLE) {
-  return Open("CreateFileW", simulator::Utf16ToUtf8(path), access, disposition);
+HANDLE CreateFileW(const WCHAR* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES*,
+                   DWORD disposition, DWORD flags, HANDLE) {
+  return Open("CreateFileW", simulator::Utf16ToUtf8(path), access, share, disposition, flags);
 }
 
 BOOL CloseHandle(HANDLE handle) {

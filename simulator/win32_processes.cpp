@@ -45,7 +45,9 @@ BOOL ShellExecuteExW(SHELLEXECUTEINFOW* info) {
   SimulatedMachine& machine = SimulatedMachine::Current();
   const std::string file = simulator::Utf16ToUtf8(info->lpFile);
   const std::string parameters = simulator::Utf16ToUtf8(info->lpParameters);
-  const std::string arguments = simulator::Utf16ToUtf8(info->lpVerb) + ' ' + parameters;
+  const std::string arguments = simulator::Utf16ToUtf8(info->lpVerb) + " show " +
+                                std::to_string(info->nShow) + " mask " +
+                                simulator::HexText(info->fMask) + ' ' + parameters;
   if (FailsOnDemand(machine, "ShellExecuteExW", file, arguments)) return FALSE;
   if (info->cbSize != sizeof *info) return ToResult(ERROR_ACCESS_DENIED);
   if (!IsCommandInterpreter(file)) return ToResult(ERROR_FILE_NOT_FOUND);
@@ -59,9 +61,12 @@ BOOL ShellExecuteExW(SHELLEXECUTEINFOW* info) {
 }
 
 // Every object here is signalled already.
-DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL, DWORD) {
+DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all,
+                             DWORD milliseconds) {
   SimulatedMachine& machine = SimulatedMachine::Current();
-  if (FailsOnDemand(machine, "WaitForMultipleObjects")) return WAIT_FAILED;
+  const std::string arguments = std::to_string(count) + (wait_all != FALSE ? " all " : " any ") +
+                                simulator::HexText(milliseconds) + " ms";
+  if (FailsOnDemand(machine, "WaitForMultipleObjects", {}, arguments)) return WAIT_FAILED;
   if (count == 0 || count > kMaximumWaitObjects) {
     SetLastError(ERROR_INVALID_PARAMETER);
     return WAIT_FAILED;

@@ -48,7 +48,8 @@ VolumeWalk* FindWalk(SimulatedMachine& machine, HANDLE handle) {
   return dynamic_cast<VolumeWalk*>(machine.handles().Find(handle));
 }
 
-// The volume with this root, which ends in a backslash; otherwise null and the error.
+// The volume with this root, which ends in a backslash; otherwise null and the error (123 for the
+// missing backslash is believed).
 Volume* FindByRoot(SimulatedMachine& machine, std::string_view root, DWORD& error) {
   if (!root.ends_with('\\')) {
     error = ERROR_INVALID_NAME;

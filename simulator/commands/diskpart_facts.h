@@ -11,7 +11,9 @@ namespace simulator::diskpart {
 // ---- Exit statuses -----------------------------------------------------------------------------
 
 inline constexpr DWORD kSuccess = 0;
-inline constexpr DWORD kBadUsage = 2;  // the tool's own parameters
+// Believed, these three: the tool's own parameters, a script that it cannot open, a line that it
+// does not understand.
+inline constexpr DWORD kBadUsage = 2;
 inline constexpr DWORD kScriptNotOpened = 3;
 inline constexpr DWORD kSyntaxError = 0x80070057;
 inline constexpr DWORD kObjectNotFound = 0x80042405;

@@ -115,6 +115,7 @@ DWORD CreateEfiPartition(Session& session, Arguments arguments) {
   return kSuccess;
 }
 
+// Believed: a logical partition is refused.
 DWORD Active(Session& session, Arguments) {
   DWORD status = RequireOnlineDisk(session);
   if (status != kSuccess) return status;

@@ -79,6 +79,7 @@ DWORD Format(Session& session, Arguments arguments) {
   Volume* volume = nullptr;
   status = FindFocusedVolume(session, focus, volume);
   if (status != kSuccess) return status;
+  // The machine makes FAT32 alone; Windows makes others too.
   if (!EqualsIgnoringCase(options->file_system, "fat32")) return kIncompatibleFileSystem;
   status = MakeFat32(session, focus, options->quick);
   // Also after a failure: what was there before may be gone.
@@ -87,6 +88,7 @@ DWORD Format(Session& session, Arguments arguments) {
   return status;
 }
 
+// Believed: an EFI system partition gets a letter like any other.
 DWORD Assign(Session& session, Arguments arguments) {
   FocusedPartition focus;
   Volume* volume = nullptr;

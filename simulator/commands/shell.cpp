@@ -27,11 +27,8 @@ bool OpenRedirection(const SimulatedMachine& machine, const Redirection& redirec
 CommandResult RunTool(SimulatedMachine& machine, const std::vector<std::string>& words,
                       std::string_view line) {
   const Command* command = machine.FindCommand(words.front());
-  if (command == nullptr) {
-    return {kShellFailure, "'" + words.front() +
-                               "' is not recognized as an internal or external command,\r\n"
-                               "operable program or batch file.\r\n"};
-  }
+  // What the interpreter says of it goes to its error output, which a redirection leaves alone.
+  if (command == nullptr) return {kShellFailure, ""};
   const DWORD failure = machine.calls().Note("command", ToolName(words.front()), line);
   if (failure != ERROR_SUCCESS) return {failure, ""};
   return (*command)(machine, std::vector<std::string>(words.begin() + 1, words.end()));

@@ -57,11 +57,11 @@ bool GetVolumeDevicePaths(std::vector<std::string>& paths) {
 
 bool GetPartitionDiskindexAndOffset(const std::string& volume_path, std::uint32_t& disk_index,
                                     std::uint64_t& offset) {
+  std::vector<std::byte> buffer(sizeof(VOLUME_DISK_EXTENTS));
   const HANDLE volume =
       win32::CreateFileA(volume_path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
                          nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (volume == INVALID_HANDLE_VALUE) return false;
-  std::vector<std::byte> buffer(sizeof(VOLUME_DISK_EXTENTS));
   const bool known = GetVolumeExtents(volume, buffer);
   win32::CloseHandle(volume);
   if (!known) return false;

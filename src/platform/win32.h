@@ -6,7 +6,8 @@
 // success leaves the last error as it was, unless a line here says otherwise. The last error
 // belongs to the calling thread. Narrow texts are NUL-terminated; a narrow path is UTF-8 on the
 // simulated machine and in the process's code page on Windows. Wide texts are UTF-16. Nothing here
-// throws, and nothing keeps a pointer behind the call.
+// throws (a test of the simulated machine may end an endless walk by a call budget that does), and
+// nothing keeps a pointer behind the call.
 //
 // Public source of each contract: Microsoft's documentation of the function of that name.
 #pragma once
@@ -28,7 +29,7 @@ HANDLE CreateFileA(const char* path, DWORD access, DWORD share, SECURITY_ATTRIBU
 HANDLE CreateFileW(const WCHAR* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
                    DWORD disposition, DWORD flags, HANDLE template_file);
 
-// Zero for a handle that is not open (error 6).
+// Zero for a handle that is not open (error 6); INVALID_HANDLE_VALUE does no harm.
 BOOL CloseHandle(HANDLE handle);
 
 // Moves the position to the 64-bit distance made of `low` and `*high` from `method`. With a `high`

@@ -14,8 +14,8 @@ namespace {
 
 constexpr std::uint32_t kBootSectorBytes = 512;
 constexpr std::size_t kTotalSectorsOffset = 40;  // 8 bytes, little-endian
-constexpr std::uint64_t kSectorsPerMib = 2048;
 constexpr unsigned kMibShift = 20;
+constexpr unsigned kSectorShift = 9;
 // A disk with more rows than this cannot be shrunk: the layout does not fit the buffer.
 constexpr std::size_t kLayoutRows = 129;
 
@@ -43,7 +43,7 @@ bool ShortenBootSector(HANDLE volume, std::uint64_t size_mib) {
   std::uint64_t total_sectors = 0;
   std::memcpy(&total_sectors, sector.data() + kTotalSectorsOffset, sizeof total_sectors);
   // More than the volume has wraps below zero; nothing checks it.
-  total_sectors -= size_mib * kSectorsPerMib;
+  total_sectors -= size_mib << kMibShift >> kSectorShift;
   std::memcpy(sector.data() + kTotalSectorsOffset, &total_sectors, sizeof total_sectors);
   position.QuadPart = 0;
   if (!WriteData(&volume, &position, sector.data(), kBootSectorBytes, nullptr)) {

@@ -231,17 +231,18 @@ TEST_F(Win32FilesTest, CallsAreRecordedWithWhatTheyActOn) {
   Control(disk, IOCTL_DISK_UPDATE_PROPERTIES);
   Control(disk, 0x700A0);
   win32::CloseHandle(disk);
-  EXPECT_EQ(machine_.calls().Lines(),
-            (std::vector<std::string>{
-                "CreateFileA/\\\\.\\PhysicalDrive1 access 0x80000000 disposition 3",
-                "SetFilePointer/disk 1 distance 1024 method 0",
-                "ReadFile/disk 1 offset 1024 length 512",
-                "SetFilePointer/disk 1 distance 0 method 0",
-                "WriteFile/disk 1 offset 0 length 512",
-                "DeviceIoControl/IOCTL_DISK_UPDATE_PROPERTIES disk 1 in 0 out 0",
-                "DeviceIoControl/0x700a0 disk 1 in 0 out 0",
-                "CloseHandle/disk 1",
-            }));
+  EXPECT_EQ(
+      machine_.calls().Lines(),
+      (std::vector<std::string>{
+          "CreateFileA/\\\\.\\PhysicalDrive1 access 0x80000000 share 0x3 disposition 3 flags 0x0",
+          "SetFilePointer/disk 1 distance 1024 method 0",
+          "ReadFile/disk 1 offset 1024 length 512",
+          "SetFilePointer/disk 1 distance 0 method 0",
+          "WriteFile/disk 1 offset 0 length 512",
+          "DeviceIoControl/IOCTL_DISK_UPDATE_PROPERTIES disk 1 in 0 out 0",
+          "DeviceIoControl/0x700a0 disk 1 in 0 out 0",
+          "CloseHandle/disk 1",
+      }));
 }
 
 TEST_F(Win32FilesTest, AFailedOpenOnDemandOpensNothing) {

@@ -143,6 +143,24 @@ TEST_F(Win32VolumesTest, AnotherSignatureLosesTheLetterAndTheOldOneBringsItBack)
   EXPECT_EQ(Letters(kMegabyte), "T");
 }
 
+TEST_F(Win32VolumesTest, AnotherSignatureAtTheSamePlaceIsAnotherNameWithoutTheLetter) {
+  simulator::Disk& disk = AttachMbr(1, {MbrRow(kMegabyte, kMegabyte)});
+  machine_.SetLetter(1, kMegabyte, 'T');
+  machine_.switches().automount = false;
+  simulator::DiskLayout layout;
+  ASSERT_EQ(disk.Layout(layout), ERROR_SUCCESS);
+  layout.header.Mbr.Signature = 5;
+  for (auto& row : layout.rows) row.RewritePartition = TRUE;
+  ASSERT_EQ(machine_.SetLayout(disk, layout), ERROR_SUCCESS);
+  EXPECT_EQ(machine_.FindVolumeAt(1, kMegabyte)->path,
+            "\\\\?\\Volume{00000005-0000-0000-0000-100000000000}");
+  EXPECT_EQ(Letters(kMegabyte), "");
+
+  layout.header.Mbr.Signature = 0x1A2B3C4D;
+  ASSERT_EQ(machine_.SetLayout(disk, layout), ERROR_SUCCESS);
+  EXPECT_EQ(Letters(kMegabyte), "T");
+}
+
 TEST_F(Win32VolumesTest, AnotherStyleAtTheSamePlaceIsAnotherVolume) {
   simulator::Disk& disk = AttachMbr(1, {MbrRow(kMegabyte, kMegabyte)});
   CREATE_DISK request{};

@@ -53,6 +53,27 @@ TEST_F(GetDeviceHandleById, GivesAHandleThatReadsAndWrites) {
   velkora::CloseDeviceHandle(handle);
 }
 
+TEST_F(GetDeviceHandleById, AsksForReadingAndWritingAndSharesBoth) {
+  HANDLE handle = velkora::GetDeviceHandleById(kDiskPath);
+  EXPECT_EQ(machine_.calls().calls().back().arguments,
+            "access 0xc0000000 share 0x3 disposition 3 flags 0x0");
+  velkora::CloseDeviceHandle(handle);
+}
+
+TEST_F(WideOpen, AsksForTheSameWithoutFlags) {
+  HANDLE handle = velkora::GetDeviceHandleByIdW(WIDE("\\\\.\\PhysicalDrive1"));
+  EXPECT_EQ(machine_.calls().calls().back().arguments,
+            "access 0xc0000000 share 0x3 disposition 3 flags 0x0");
+  velkora::CloseDeviceHandle(handle);
+}
+
+TEST_F(WideOpen, PastTheCacheAsksForWriteThroughNoBufferingAndBackupSemantics) {
+  HANDLE handle = velkora::GetDeviceHandleUnbuffered(WIDE("\\\\.\\PhysicalDrive1"));
+  EXPECT_EQ(machine_.calls().calls().back().arguments,
+            "access 0xc0000000 share 0x3 disposition 3 flags 0xa2000000");
+  velkora::CloseDeviceHandle(handle);
+}
+
 TEST_F(GetDeviceHandleById, OpensADiskTwiceAtOnce) {
   HANDLE first = velkora::GetDeviceHandleById(kDiskPath);
   HANDLE second = velkora::GetDeviceHandleById(kDiskPath);
@@ -76,6 +97,12 @@ TEST_F(GetDeviceHandleByIndex, OpensTheDiskOfThatNumber) {
   EXPECT_EQ(machine_.calls().Count("CreateFileA/\\\\.\\PhysicalDrive1"), 1U);
   EXPECT_EQ(machine_.handles().Open(), Handles{"disk 1"});
   velkora::CloseDeviceHandle(handle);
+}
+
+TEST_F(GetDeviceHandleByIndex, PrintsTheNumberWithASign) {
+  const std::uint32_t index = 0xFFFFFFFF;
+  EXPECT_EQ(velkora::GetDeviceHandleByIndex(&index), INVALID_HANDLE_VALUE);
+  EXPECT_EQ(machine_.calls().Count("CreateFileA/\\\\.\\PhysicalDrive-1"), 1U);
 }
 
 TEST_F(GetDeviceHandleByIndex, FailureIsThatOfTheOpenByPath) {

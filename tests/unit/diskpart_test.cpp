@@ -161,6 +161,16 @@ TEST_F(DiskpartRunScript, HandsTheScriptOverUnchanged) {
   EXPECT_EQ(scripts_, Texts{"rescan\r\n"});
 }
 
+TEST_F(DiskpartRunScript, WritesTheScriptWithOneCallIntoAnEmptiedFile) {
+  ScriptDiskpart(0);
+  EXPECT_TRUE(velkora::DISKPART_RunScript("rescan\r\n"));
+  const std::vector<std::string> lines = machine_.calls().Lines();
+  ASSERT_GE(lines.size(), 3U);
+  EXPECT_EQ(lines[0], "_wfopen_s/DISKPART_cmd.log wb+");
+  EXPECT_EQ(lines[1], "fwrite 8 of 1 bytes");
+  EXPECT_EQ(lines[2], "fclose");
+}
+
 TEST_F(DiskpartRunScript, LaterRunReplacesTheScriptAndAddsToTheResult) {
   RunAsSystem();
   ScriptDiskpart(0, "first\r\n");

@@ -207,6 +207,23 @@ TEST_F(RestoreVolumeInfosAfterConvert, OfSeveralMountPathsTheFirstCounts) {
   EXPECT_EQ(LettersAt(1, kFirst), "DE");
 }
 
+TEST_F(RestoreVolumeInfosAfterConvert, OfSeveralMountPathsTheFirstIsTakenAway) {
+  const simulator::Volume& volume = *machine_.FindVolumeAt(1, kFirst);
+  machine_.SetLetter(1, kFirst, 'D');
+  machine_.mount_manager().Leave(volume);
+  machine_.mount_manager().Assign('E', volume);
+  machine_.mount_manager().Arrive(volume, false);
+  ASSERT_EQ(LettersAt(1, kFirst), "DE");
+
+  AddRecord(kFirst, "F:");
+  EXPECT_TRUE(Restore());
+  // E stays, and so the volume has a letter and is refused a second one.
+  EXPECT_EQ(LettersAt(1, kFirst), "E");
+  ExpectMountPointCalls(1, 1);
+  EXPECT_EQ(Lines(3).size(), 1U);
+  EXPECT_EQ(Lines(3).front().rfind("SetVolumeMountPointA Error: 87, Letter: F:\\", 0), 0U);
+}
+
 TEST_F(RestoreVolumeInfosAfterConvert, VolumeWithoutARecordKeepsItsLetter) {
   machine_.SetLetter(1, kFirst, 'D');
   AddRecord(kFirst + 512, "E:");

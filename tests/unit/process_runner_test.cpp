@@ -36,7 +36,7 @@ TEST_F(RunElevatedAndWait, ToolThatEndsWithZeroIsASuccess) {
   EXPECT_EQ(log_, Log{});
 }
 
-TEST_F(RunElevatedAndWait, AsksForTheRunasVerb) {
+TEST_F(RunElevatedAndWait, AsksForTheRunasVerbWithoutAWindowAndWaitsForTheEnd) {
   Script("probe", 0);
   EXPECT_TRUE(velkora::RunElevatedAndWait("/c probe", "cmd.exe", nullptr));
   const auto& calls = machine_.calls().calls();
@@ -44,7 +44,13 @@ TEST_F(RunElevatedAndWait, AsksForTheRunasVerb) {
   const auto start = std::find_if(calls.begin(), calls.end(), is_start);
   ASSERT_NE(start, calls.end());
   EXPECT_EQ(start->detail, "cmd.exe");
-  EXPECT_EQ(start->arguments, "runas /c probe");
+  EXPECT_EQ(start->arguments, "runas show 0 mask 0x40 /c probe");
+  const auto is_wait = [](const simulator::Call& call) {
+    return call.name == "WaitForMultipleObjects";
+  };
+  const auto wait = std::find_if(start, calls.end(), is_wait);
+  ASSERT_NE(wait, calls.end());
+  EXPECT_EQ(wait->arguments, "1 all 0xffffffff ms");
 }
 
 TEST_F(RunElevatedAndWait, SuccessLeavesTheExitCodeAsItWas) {
