@@ -1,9 +1,12 @@
 #include "convert/gpt_to_mbr.h"
 
+#include "boot/boot_sector.h"
+#include "boot/boot_store.h"
 #include "convert/layout_builder.h"
 #include "convert/partition_reader.h"
 #include "convert/partition_types.h"
 #include "convert/volume_numbers.h"
+#include "disk/disk_control.h"
 #include "disk/letter_restore.h"
 #include "frame/disk_records.h"
 #include "frame/global_context.h"
@@ -19,12 +22,6 @@ constexpr std::uint64_t kLargestMbrDisk = 0x20000000000;  // bytes: 2 TiB
 constexpr std::size_t kFirstCheckedRow = 2;  // rows before it stay primary and need no room
 constexpr std::uint64_t kRoomMib = 5;
 
-bool ControlDisk(const Velkora& converter, DWORD code, void* in, DWORD in_size) {
-  DWORD returned = 0;
-  return win32::DeviceIoControl(converter.disk_handle, code, in, in_size, nullptr, 0, &returned,
-                                nullptr) != FALSE;
-}
-
 void LogControlError(const char* code) {
   LogEx(kLogModule, kLogError, "DeviceIoControl with %s error %d", code,
         static_cast<int>(win32::GetLastError()));
@@ -32,7 +29,7 @@ void LogControlError(const char* code) {
 
 // Makes the system look at the table anew. A failure is logged and fails nothing.
 void UpdateDiskProperties(const Velkora& converter) {
-  if (!ControlDisk(converter, IOCTL_DISK_UPDATE_PROPERTIES, nullptr, 0)) {
+  if (!ControlDisk(converter.disk_handle, IOCTL_DISK_UPDATE_PROPERTIES, nullptr, 0)) {
     LogControlError("IOCTL_DISK_UPDATE_PROPERTIES");
   }
 }
@@ -40,7 +37,7 @@ void UpdateDiskProperties(const Velkora& converter) {
 bool CreateMbrDisk(const Velkora& converter, std::uint32_t signature) {
   LogEx(kLogModule, kLogProgress, "Create mbr disk");
   CREATE_DISK request = MakeMbrCreateDisk(signature);
-  if (!ControlDisk(converter, IOCTL_DISK_CREATE_DISK, &request, sizeof request)) {
+  if (!ControlDisk(converter.disk_handle, IOCTL_DISK_CREATE_DISK, &request, sizeof request)) {
     LogControlError("IOCTL_DISK_CREATE_DISK");
     return false;
   }
@@ -60,7 +57,8 @@ bool WriteMbrTable(const Velkora& converter, const GptPartitionList& rows,
   SendStatus(converter, VelkoraStatus::kWriting);
   LogEx(kLogModule, kLogProgress, "Set mbr partition table");
   LogDiskLayout(*layout);
-  if (!ControlDisk(converter, IOCTL_DISK_SET_DRIVE_LAYOUT_EX, layout->data(), layout->size())) {
+  if (!ControlDisk(converter.disk_handle, IOCTL_DISK_SET_DRIVE_LAYOUT_EX, layout->data(),
+                   layout->size())) {
     LogControlError("IOCTL_DISK_SET_DRIVE_LAYOUT_EX");
     return false;
   }
@@ -77,6 +75,26 @@ void RestoreVolumes(Velkora& converter, const GptPartitionList& rows) {
     LogEx(kLogModule, kLogError, "RestoreVolumeInfos Error: %d",
           static_cast<int>(win32::GetLastError()));
   }
+}
+
+// Makes the system volume boot by the MBR.
+bool RepairBiosBoot(const Velkora& converter) {
+  SendPercent(converter, 80);
+  SendStatus(converter, VelkoraStatus::kRepairingBoot);
+  LogEx(kLogModule, kLogProgress, "Repair boot");
+  DISKPART_Rescan();
+  const VolumeInfo* volume = FindSystemVolume(converter);
+  if (volume == nullptr) {
+    LogEx(kLogModule, kLogError, "system volume not found!");
+    return false;
+  }
+  const std::string letter = FieldText(volume->letter).substr(0, 1);
+  // A volume without a letter is not repaired, yet made active.
+  if (!letter.empty() && !(RecoverMbr(letter) && RecoverBcd(letter, letter, /*uefi=*/false,
+                                                            /*plain=*/false))) {
+    return false;
+  }
+  return DISKPART_Active(converter.disk_info->index, volume->part_number);
 }
 
 }  // namespace
@@ -114,6 +132,7 @@ bool GPT2MBR(Velkora& converter, const GptPartitionList& list) {
   if (!rows.empty()) {
     if (!WriteMbrTable(converter, rows, signature)) return false;
     RestoreVolumes(converter, rows);
+    if (converter.disk_info->is_system != 0 && !RepairBiosBoot(converter)) return false;
   }
 
   SendPercent(converter, 100);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "disk/drive_letters.h"
+#include "disk/system_volume_wait.h"
 #include "disk/volumes.h"
 #include "frame/disk_records.h"
 #include "logging/log.h"
@@ -91,6 +92,8 @@ void AssignLetters(const std::map<std::string, std::string>& letters) {
 
 bool RestoreVolumeInfosAfterConvert(const Velkora& converter) {
   LogEx(kLogModule, kLogProgress, "RestoreVolumeInfosAfterConvert Begin...");
+  // Whatever comes of the wait: the letters are handled with what is mounted by then.
+  if (converter.disk_info->is_system != 0) WaitForSystemVolumeMount(converter);
   std::vector<std::string> paths;
   if (!GetVolumeDevicePaths(paths)) return false;
   LetterPlan plan;

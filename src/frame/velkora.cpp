@@ -1,6 +1,7 @@
 #include "frame/velkora.h"
 
 #include "convert/gpt_to_mbr.h"
+#include "convert/mbr_to_gpt.h"
 #include "disk/device_handle.h"
 #include "frame/disk_records.h"
 #include "frame/global_context.h"
@@ -32,17 +33,15 @@ bool CheckDiskStyle(const Velkora& converter) {
 }
 
 bool ConvertByType(Velkora& converter) {
-  const DiskType type = converter.disk_info->disk_type;
-  if (type != DiskType::kGpt && type != DiskType::kMbr) {
-    LogEx(kLogModule, kLogWarning, "Disk type is raw!");
-    return false;
+  switch (converter.disk_info->disk_type) {
+    case DiskType::kGpt:
+      return ConvertGptToMbr(converter);
+    case DiskType::kMbr:
+      return ConvertMbrToGpt(converter);
+    default:
+      LogEx(kLogModule, kLogWarning, "Disk type is raw!");
+      return false;
   }
-  // Boot repair and the way to GPT are not built yet; a disk that needs them is left alone.
-  if (converter.disk_info->is_system != 0 || type == DiskType::kMbr) {
-    LogEx(kLogModule, kLogError, "This kind of conversion is not supported yet!");
-    return false;
-  }
-  return ConvertGptToMbr(converter);
 }
 
 }  // namespace

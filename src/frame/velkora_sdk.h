@@ -123,9 +123,8 @@ class VelkoraSDK {
   // style cannot be asked or contradicts `disk_type`, that is neither GPT nor MBR, or whose table
   // cannot be read.
   //
-  // This version converts data disks from GPT to MBR and refuses all others with 1, before it
-  // touches them. It does not roll back: a failure behind status 2 leaves the disk without its
-  // table. FAT32 volumes are not shrunk yet.
+  // This version does not roll back: a failure behind status 2 leaves the disk without its table.
+  // FAT32 volumes are not shrunk yet.
   virtual std::int32_t Convert(DiskInfo* disk, VelkoraCallback callback) = 0;
 
   // Asks for a stop, from any thread, and returns at once. A tool that runs is not interrupted. The

@@ -52,6 +52,9 @@ BOOL WriteFile(HANDLE handle, const void* buffer, DWORD length, DWORD* done,
 BOOL DeviceIoControl(HANDLE handle, DWORD code, void* in, DWORD in_size, void* out, DWORD out_size,
                      DWORD* returned, OVERLAPPED* overlapped);
 
+// Removes a file. Zero when there is none (error 2, or 3 for its folder) or it cannot be removed.
+BOOL DeleteFileA(const char* path);
+
 DWORD GetLastError();
 void SetLastError(DWORD error);
 
@@ -106,6 +109,17 @@ int system(const char* line);
 errno_t _wfopen_s(std::FILE** file, const WCHAR* path, const WCHAR* mode);
 std::size_t fwrite(const void* data, std::size_t size, std::size_t count, std::FILE* file);
 int fclose(std::FILE* file);
+
+// Opens a file by its narrow path, or gives null. In a text mode a CR LF of the file is read as a
+// line feed.
+std::FILE* fopen(const char* path, const char* mode);
+
+// Reads up to the next line feed, which is kept, or `size` - 1 characters. Null at the end of the
+// file or after a failure, with nothing read.
+char* fgets(char* text, int size, std::FILE* file);
+
+// Removes a file. Nonzero on failure.
+int remove(const char* path);
 
 // Seconds since 1970; also written to `*out` if it is not null.
 std::int64_t time(std::int64_t* out);

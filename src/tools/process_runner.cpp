@@ -1,5 +1,6 @@
 #include "tools/process_runner.h"
 
+#include "frame/global_context.h"
 #include "logging/log.h"
 #include "platform/win32.h"
 #include "tools/text_encoding.h"
@@ -31,6 +32,11 @@ bool RunElevatedAndWait(const std::string& parameters, const std::string& file,
   LogEx(kLogModule, kLogError, "GetExitCodeProcess fail, error: %d, last error: %d",
         static_cast<int>(status), static_cast<int>(win32::GetLastError()));
   return false;
+}
+
+bool RunBareLineByRoute(const std::string& line) {
+  if (GetGlobalContext().is_system != 0) return win32::system(line.c_str()) == 0;
+  return RunElevatedAndWait(line, "cmd.exe", nullptr);
 }
 
 }  // namespace velkora

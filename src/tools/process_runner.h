@@ -16,4 +16,10 @@ namespace velkora {
 bool RunElevatedAndWait(const std::string& parameters, const std::string& file,
                         std::uint32_t* exit_code);
 
+// Runs a finished shell line as it stands by the route that GlobalContext::is_system selects:
+// `system(line)`, true if it returned 0, on a system disk; else RunElevatedAndWait of cmd.exe with
+// the bare line, without "/c ". The boot tools run for system disks alone, so that a conversion
+// never takes the elevated branch, in which the interpreter would ignore the line.
+bool RunBareLineByRoute(const std::string& line);
+
 }  // namespace velkora

@@ -28,6 +28,10 @@ DWORD SetFilePointer(HANDLE handle, LONG low, LONG* high, DWORD method) {
   return ::SetFilePointer(handle, low, high, method);
 }
 
+BOOL DeleteFileA(const char* path) {
+  return ::DeleteFileA(path);
+}
+
 BOOL ReadFile(HANDLE handle, void* buffer, DWORD length, DWORD* done, OVERLAPPED* overlapped) {
   return ::ReadFile(handle, buffer, length, done, overlapped);
 }
@@ -122,6 +126,18 @@ std::size_t fwrite(const void* data, std::size_t size, std::size_t count, std::F
 
 int fclose(std::FILE* file) {
   return std::fclose(file);
+}
+
+std::FILE* fopen(const char* path, const char* mode) {
+  return std::fopen(path, mode);
+}
+
+char* fgets(char* text, int size, std::FILE* file) {
+  return std::fgets(text, size, file);
+}
+
+int remove(const char* path) {
+  return std::remove(path);
 }
 
 std::int64_t time(std::int64_t* out) {

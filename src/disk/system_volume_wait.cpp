@@ -1,0 +1,92 @@
+#include "disk/system_volume_wait.h"
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "frame/global_context.h"
+#include "logging/log.h"
+#include "platform/clock.h"
+#include "platform/win32.h"
+#include "tools/diskpart.h"
+
+namespace velkora {
+namespace {
+
+constexpr std::int32_t kLimitSeconds = 120;
+constexpr DWORD kPauseMilliseconds = 3000;
+
+struct WaitState {
+  std::int32_t timer_seconds = kLimitSeconds;
+  std::atomic<bool> waiting{true};  // the loop goes on; also the result of the wait
+  bool timer_stop = false;          // guarded by the monitor
+  win32::Monitor* monitor = nullptr;
+};
+
+void RunTimer(void* argument) {
+  WaitState& state = *static_cast<WaitState*>(argument);
+  LogEx(kLogModule, kLogProgress, "WaitForSystemVolumeMount Timer Start");
+  win32::LockMonitor(state.monitor);
+  const std::uint64_t deadline =
+      win32::GetTickCount64() + static_cast<std::uint64_t>(state.timer_seconds) * 1000;
+  bool timed_out = false;
+  while (!state.timer_stop && !timed_out) {
+    timed_out = !win32::WaitMonitor(state.monitor, deadline);
+  }
+  if (timed_out && !state.timer_stop) {
+    LogEx(kLogModule, kLogWarning, "WaitForSystemVolumeMount Timer out, seconds is %d",
+          static_cast<int>(state.timer_seconds));
+    state.waiting = false;
+  } else {
+    LogEx(kLogModule, kLogProgress, "WaitForSystemVolumeMount Timer Terminated");
+  }
+  win32::UnlockMonitor(state.monitor);
+}
+
+std::string DetailScript(std::uint32_t disk, int partition) {
+  return "select disk " + std::to_string(disk) + "\r\nselect part " + std::to_string(partition) +
+         "\r\ndetail volume\r\n";
+}
+
+// Passes until a volume answers or the wait is over.
+void AskUntilMounted(std::uint32_t disk, std::atomic<bool>& waiting) {
+  const std::string script1 = DetailScript(disk, 1);
+  const std::string script2 = DetailScript(disk, 2);
+  while (waiting) {
+    // A stop ends the wait behind this pass, which still runs whole.
+    if (StopRequested()) waiting = false;
+    const bool first = DISKPART_RunScript(script1);
+    const bool second = DISKPART_RunScript(script2);
+    if (first || second) {
+      LogEx(kLogModule, kLogProgress, "System Volume Succeed Mounted!");
+      return;
+    }
+    LogEx(kLogModule, kLogError, "System Volume Not Mounted! Retry...");
+    win32::Sleep(kPauseMilliseconds);
+    // The first script once more, and not a rescan: that has been done before the wait.
+    DISKPART_RunScript(script1);
+  }
+}
+
+}  // namespace
+
+bool WaitForSystemVolumeMount(const Velkora& converter) {
+  if (converter.partition_offsets.empty()) return true;
+  // Not on the stack: should a fault carry this call away, the timer still has something to look
+  // at.
+  auto* const state = new WaitState;
+  state->monitor = win32::CreateMonitor();
+  win32::Thread* const timer = win32::StartThread(RunTimer, state);
+  AskUntilMounted(converter.disk_info->index, state->waiting);
+  win32::LockMonitor(state->monitor);
+  state->timer_stop = true;
+  win32::UnlockMonitor(state->monitor);
+  win32::WakeMonitor(state->monitor);
+  win32::JoinThread(timer);
+  win32::DestroyMonitor(state->monitor);
+  const bool in_time = state->waiting;
+  delete state;
+  return in_time;
+}
+
+}  // namespace velkora
