@@ -30,6 +30,9 @@ class Disk {
   DWORD Layout(DiskLayout& layout);
   void Forget() { cached_.reset(); }
 
+  // How many more times the disk's volumes are not there yet when somebody asks for one.
+  std::uint32_t mount_delay = 0;
+
  private:
   std::uint32_t number_;
   BlockDevice device_;

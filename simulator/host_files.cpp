@@ -1,6 +1,5 @@
 #include "simulator/host_files.h"
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -8,8 +7,6 @@
 
 namespace simulator {
 namespace {
-
-constexpr std::string_view kSeparators = "\\/";
 
 bool IsSeparator(char character) {
   return character == '\\' || character == '/';
@@ -20,35 +17,12 @@ bool IsDevicePath(std::string_view path) {
          (path[2] == '.' || path[2] == '?') && IsSeparator(path[3]);
 }
 
-bool IsAllowedName(std::string_view name) {
-  return std::none_of(name.begin(), name.end(), [](char character) {
-    const bool is_control = static_cast<unsigned char>(character) < 0x20;
-    return is_control || std::string_view("<>:\"|?*").find(character) != std::string_view::npos;
-  });
-}
-
 // Takes "X:" from the front of `path`; `current_drive` if there is none.
 char TakeDrive(std::string_view& path, char current_drive) {
   if (path.size() < 2 || path[1] != ':') return current_drive;
   const char letter = ToUpperAscii(path[0]);
   path.remove_prefix(2);
   return letter;
-}
-
-std::optional<std::vector<std::string_view>> ResolvedNames(std::string_view path) {
-  std::vector<std::string_view> names;
-  while (!path.empty()) {
-    const std::string_view name = path.substr(0, path.find_first_of(kSeparators));
-    path.remove_prefix(std::min(path.size(), name.size() + 1));
-    if (name.empty() || name == ".") continue;
-    if (!IsAllowedName(name)) return std::nullopt;
-    if (name != "..") {
-      names.push_back(name);
-    } else if (!names.empty()) {
-      names.pop_back();
-    }
-  }
-  return names;
 }
 
 }  // namespace
@@ -58,7 +32,7 @@ std::optional<std::filesystem::path> HostPath(const std::map<char, std::filesyst
   if (windows_path.empty() || IsDevicePath(windows_path)) return std::nullopt;
   const auto folder = folders.find(TakeDrive(windows_path, current_drive));
   if (folder == folders.end()) return std::nullopt;
-  const auto names = ResolvedNames(windows_path);
+  const auto names = SplitPath(windows_path);
   if (!names) return std::nullopt;
 
   std::filesystem::path host_path = folder->second;

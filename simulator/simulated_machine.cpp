@@ -11,6 +11,7 @@
 #include "simulator/partition_volume.h"
 #include "simulator/storage/file_system_probe.h"
 #include "simulator/text.h"
+#include "simulator/volume_files.h"
 #include "simulator/write_rules.h"
 
 namespace simulator {
@@ -99,6 +100,18 @@ void SimulatedMachine::RemoveLetter(char letter) {
   mount_manager_.Remove(letter);
 }
 
+void SimulatedMachine::AddFile(std::uint32_t disk, std::uint64_t offset, std::string_view path,
+                               std::string_view content) {
+  Volume* volume = FindVolumeAt(disk, offset);
+  if (volume == nullptr || MountForUse(*this, *volume) != ERROR_SUCCESS) {
+    throw std::invalid_argument("no volume with a file system of Windows starts there");
+  }
+  const DWORD error = WriteVolumeFile(*this, *volume, path, content);
+  if (error == ERROR_SUCCESS) return;
+  throw std::runtime_error("cannot write " + std::string(path) + ": error " +
+                           std::to_string(error));
+}
+
 void SimulatedMachine::SetCommand(std::string_view name, Command command) {
   commands_[ToolName(name)] = std::move(command);
 }
@@ -185,8 +198,10 @@ DWORD SimulatedMachine::AddReservedPartition(Disk& disk) {
 
 DWORD SimulatedMachine::SetLayout(Disk& disk, DiskLayout& layout) {
   const DWORD error = WriteLayout(disk.device(), layout, switches_.store);
-  if (error == ERROR_SUCCESS) UpdateProperties(disk);
-  return error;
+  if (error != ERROR_SUCCESS) return error;
+  disk.mount_delay = mount_delay_runs;
+  UpdateProperties(disk);
+  return ERROR_SUCCESS;
 }
 
 void SimulatedMachine::UpdateProperties(Disk& disk) {

@@ -22,12 +22,15 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "simulator/call_log.h"
+#include "simulator/clock.h"
 #include "simulator/commands/command.h"
 #include "simulator/disk.h"
 #include "simulator/handle_table.h"
+#include "simulator/memory_files.h"
 #include "simulator/mount_manager.h"
 #include "simulator/volume.h"
 
@@ -79,6 +82,13 @@ class SimulatedMachine {
   void SetLetter(std::uint32_t disk, std::uint64_t offset, char letter);
   void RemoveLetter(char letter);
 
+  // Puts a file on the volume that starts at `offset` of the disk: into the image of a FAT32
+  // volume, beside the image otherwise. Folders on the way are made. Throws std::invalid_argument
+  // when there is no such volume with a file system of Windows, std::runtime_error when the file
+  // has no room.
+  void AddFile(std::uint32_t disk, std::uint64_t offset, std::string_view path,
+               std::string_view content = {});
+
   // The disk that the machine runs from, for what diskpart refuses there.
   void SetSystemDisk(std::uint32_t number) { system_disk_ = number; }
   std::uint32_t system_disk() const { return system_disk_; }
@@ -91,6 +101,15 @@ class SimulatedMachine {
   void SetTime(std::int64_t seconds) { time_ = seconds; }
   void SetGuidSeed(std::uint64_t seed) { guid_state_ = seed; }
 
+  std::uint64_t command_milliseconds = 200;
+
+  // How many runs of diskpart's `detail volume` on a disk fail after each change of its layout, as
+  // its partitions need a while to be mounted.
+  std::uint32_t mount_delay_runs = 0;
+
+  // What bcdedit takes for the store that the machine was started from; made at its first use.
+  std::string own_boot_store;
+
   // Called for each script that diskpart is given and each line that reaches the interpreter, in
   // the order of events.
   std::function<void(std::string_view script)> on_script;
@@ -99,6 +118,8 @@ class SimulatedMachine {
   // ---- Looking at it ---------------------------------------------------------------------------
 
   CallLog& calls() { return calls_; }
+  // Virtual time: every tool takes `command_milliseconds` of it.
+  Clock& clock() { return clock_; }
   HandleTable& handles() { return handles_; }
   MountManager& mount_manager() { return mount_manager_; }
   char current_drive() const { return current_drive_; }
@@ -113,6 +134,10 @@ class SimulatedMachine {
   Volume* FindVolumeByLetter(char letter);
   Volume* FindVolumeByArrival(std::uint64_t arrival);
   std::string LettersOf(const Volume& volume) const;  // "D", "DE", ""
+  // The files beside the image of the volume at this place, which outlive its coming and going.
+  MemoryFiles& memory_files(std::uint32_t disk, std::uint64_t offset) {
+    return memory_files_[{disk, offset}];
+  }
 
   // ---- What the system does --------------------------------------------------------------------
 
@@ -128,6 +153,10 @@ class SimulatedMachine {
   // Looks at the volume's file system and marks it mounted if Windows mounts such a one.
   void Mount(Volume& volume);
   GUID NextGuid();
+  // A volume has been made anew on this place.
+  void ForgetFiles(std::uint32_t disk, std::uint64_t offset) {
+    memory_files_.erase({disk, offset});
+  }
   // Where a Windows path leads on the host; nothing for a drive that maps no folder.
   std::optional<std::filesystem::path> HostPath(std::string_view windows_path) const;
 
@@ -145,12 +174,15 @@ class SimulatedMachine {
   MountManager mount_manager_;
   std::list<Disk> disks_;
   std::list<Volume> volumes_;
+  std::map<std::pair<std::uint32_t, std::uint64_t>, MemoryFiles> memory_files_;
   std::map<std::string, Command> commands_;
   char current_drive_ = 'C';
   std::uint32_t system_disk_ = ~std::uint32_t{0};
   std::int64_t time_ = 1'700'000'000;
   std::uint64_t guid_state_ = 1;
   std::uint64_t arrivals_ = 0;
+  // Last, so that its threads end while the rest still stands.
+  Clock clock_;
 };
 
 }  // namespace simulator

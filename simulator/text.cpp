@@ -1,10 +1,13 @@
 #include "simulator/text.h"
 
+#include <algorithm>
 #include <array>
+#include <cstdio>
 
 namespace simulator {
 namespace {
 
+constexpr std::string_view kSeparators = "\\/";
 constexpr std::uint32_t kReplacementCharacter = 0xFFFD;
 
 char ToLowerAscii(char character) {
@@ -37,6 +40,13 @@ void AppendUtf8(std::string& text, std::uint32_t code) {
     append(0x80 | ((code >> 6) & 0x3F));
   }
   append(0x80 | (code & 0x3F));
+}
+
+bool IsAllowedName(std::string_view name) {
+  return std::none_of(name.begin(), name.end(), [](char character) {
+    const bool is_control = static_cast<unsigned char>(character) < 0x20;
+    return is_control || std::string_view("<>:\"|?*").find(character) != std::string_view::npos;
+  });
 }
 
 }  // namespace
@@ -84,8 +94,24 @@ std::string HexText(std::uint64_t value) {
 }
 
 std::string_view FileNameOf(std::string_view path) {
-  const std::size_t separator = path.find_last_of("\\/");
+  const std::size_t separator = path.find_last_of(kSeparators);
   return separator == std::string_view::npos ? path : path.substr(separator + 1);
+}
+
+std::optional<std::vector<std::string_view>> SplitPath(std::string_view path) {
+  std::vector<std::string_view> names;
+  while (!path.empty()) {
+    const std::string_view name = path.substr(0, path.find_first_of(kSeparators));
+    path.remove_prefix(std::min(path.size(), name.size() + 1));
+    if (name.empty() || name == ".") continue;
+    if (!IsAllowedName(name)) return std::nullopt;
+    if (name != "..") {
+      names.push_back(name);
+    } else if (!names.empty()) {
+      names.pop_back();
+    }
+  }
+  return names;
 }
 
 std::string GuidText(const GUID& guid) {

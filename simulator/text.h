@@ -2,8 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/win32_types.h"
 
@@ -23,6 +25,10 @@ std::string HexText(std::uint64_t value);
 
 // What stands behind the last separator of a Windows path.
 std::string_view FileNameOf(std::string_view path);
+
+// The names of a Windows path without its drive. Both kinds of separator count, doubled ones as
+// one; "." and ".." are resolved. Nothing when a name is not allowed.
+std::optional<std::vector<std::string_view>> SplitPath(std::string_view path);
 
 // `{xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}` in lower case.
 std::string GuidText(const GUID& guid);

@@ -5,6 +5,7 @@
 #include "simulator/open_path.h"
 #include "simulator/seam_call.h"
 #include "simulator/text.h"
+#include "simulator/volume_files.h"
 
 namespace win32 {
 namespace {
@@ -174,6 +175,13 @@ BOOL DeviceIoControl(HANDLE handle, DWORD code, void* in, DWORD in_size, void* o
                                          in == nullptr ? 0 : in_size);
   const std::span<std::byte> output(static_cast<std::byte*>(out), out == nullptr ? 0 : out_size);
   return ToResult(object->Control(code, input, output, *returned));
+}
+
+BOOL DeleteFileA(const char* path) {
+  SimulatedMachine& machine = SimulatedMachine::Current();
+  const std::string name(simulator::TextOrEmpty(path));
+  if (FailsOnDemand(machine, "DeleteFileA", name)) return FALSE;
+  return ToResult(simulator::VolumeFiles(machine).Remove(name));
 }
 
 }  // namespace win32

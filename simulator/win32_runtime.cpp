@@ -84,6 +84,42 @@ int fclose(std::FILE* file) {
   return fails ? EOF : result;
 }
 
+std::FILE* fopen(const char* path, const char* mode) {
+  SimulatedMachine& machine = SimulatedMachine::Current();
+  if (FailsOnDemand(machine, "fopen", simulator::FileNameOf(path), mode)) return nullptr;
+  const auto host_path = machine.HostPath(path);
+  if (!host_path || std::filesystem::is_directory(*host_path)) return nullptr;
+  return std::fopen(host_path->string().c_str(), mode);
+}
+
+char* fgets(char* text, int size, std::FILE* file) {
+  if (FailsOnDemand(SimulatedMachine::Current(), "fgets")) return nullptr;
+  int length = 0;
+  while (length < size - 1) {
+    int character = std::getc(file);
+    if (character == '\r') {
+      const int next = std::getc(file);
+      if (next == '\n') {
+        character = next;
+      } else if (next != EOF) {
+        std::ungetc(next, file);
+      }
+    }
+    if (character == EOF) break;
+    text[length++] = static_cast<char>(character);
+    if (character == '\n') break;
+  }
+  text[length] = '\0';
+  return length == 0 ? nullptr : text;
+}
+
+int remove(const char* path) {
+  SimulatedMachine& machine = SimulatedMachine::Current();
+  if (FailsOnDemand(machine, "remove", simulator::FileNameOf(path))) return -1;
+  const auto host_path = machine.HostPath(path);
+  return host_path ? std::remove(host_path->string().c_str()) : -1;
+}
+
 std::int64_t time(std::int64_t* out) {
   SimulatedMachine& machine = SimulatedMachine::Current();
   if (FailsOnDemand(machine, "time")) return -1;

@@ -61,6 +61,10 @@ DWORD DetailVolume(Session& session, Arguments) {
   Volume* volume = nullptr;
   const DWORD status = FindFocusedVolume(session, focus, volume);
   if (status != kSuccess) return status;
+  if (session.disk->mount_delay > 0) {
+    --session.disk->mount_delay;
+    return kObjectNotFound;
+  }
   session.Print("  Disk ###");
   for (const VolumeExtent& extent : volume->extents) {
     session.Print("* Disk " + std::to_string(extent.disk_number));
@@ -83,6 +87,7 @@ DWORD Format(Session& session, Arguments arguments) {
   if (!EqualsIgnoringCase(options->file_system, "fat32")) return kIncompatibleFileSystem;
   status = MakeFat32(session, focus, options->quick);
   // Also after a failure: what was there before may be gone.
+  session.machine.ForgetFiles(session.disk->number(), focus.offset());
   session.machine.Mount(*volume);
   if (status == kSuccess) session.Print("The volume has been formatted.");
   return status;

@@ -30,6 +30,7 @@ CommandResult RunTool(SimulatedMachine& machine, const std::vector<std::string>&
   // What the interpreter says of it goes to its error output, which a redirection leaves alone.
   if (command == nullptr) return {kShellFailure, ""};
   const DWORD failure = machine.calls().Note("command", ToolName(words.front()), line);
+  machine.clock().Sleep(machine.command_milliseconds);
   if (failure != ERROR_SUCCESS) return {failure, ""};
   return (*command)(machine, std::vector<std::string>(words.begin() + 1, words.end()));
 }

@@ -217,4 +217,50 @@ static_assert(sizeof(Fat32FsInfo) == 512);
 static_assert(offsetof(Fat32FsInfo, struct_signature) == 484);
 static_assert(offsetof(Fat32FsInfo, trail_signature) == 508);
 
+// A directory is a row of slots of 32 bytes. A file takes one, with its name of eight and three
+// characters, behind as many slots as its long name needs (13 characters each, the last part
+// first).
+inline constexpr std::size_t kFat32SlotBytes = 32;
+inline constexpr std::uint8_t kFat32EndOfDirectory =
+    0x00;                                             // first byte of the slot: no more behind
+inline constexpr std::uint8_t kFat32FreeSlot = 0xE5;  // first byte of the slot
+inline constexpr std::uint8_t kFat32AttributeVolumeLabel = 0x08;
+inline constexpr std::uint8_t kFat32AttributeFolder = 0x10;
+inline constexpr std::uint8_t kFat32AttributeArchive = 0x20;
+inline constexpr std::uint8_t kFat32AttributesLongName = 0x0F;
+
+struct Fat32FileSlot {
+  std::array<char, 11> name;  // eight and three characters, padded with blanks
+  std::uint8_t attributes;
+  std::uint8_t case_flags;  // 8: the eight are meant in lower case; 16: the three are
+  std::uint8_t created_tenths;
+  Little16 created_time;
+  Little16 created_date;
+  Little16 accessed_date;
+  Little16 cluster_high;
+  Little16 written_time;
+  Little16 written_date;
+  Little16 cluster_low;
+  Little32 size;  // bytes; 0 for a folder
+};
+static_assert(sizeof(Fat32FileSlot) == kFat32SlotBytes);
+static_assert(offsetof(Fat32FileSlot, cluster_high) == 20);
+static_assert(offsetof(Fat32FileSlot, size) == 28);
+
+inline constexpr std::uint8_t kFat32LastNamePart = 0x40;
+
+struct Fat32NameSlot {
+  std::uint8_t order;  // 1 for the first part; kFat32LastNamePart is added to the last
+  std::array<Little16, 5> first;
+  std::uint8_t attributes;  // kFat32AttributesLongName
+  std::uint8_t kind;        // 0
+  std::uint8_t checksum;    // of the eight and three characters
+  std::array<Little16, 6> second;
+  Little16 cluster;  // 0
+  std::array<Little16, 2> third;
+};
+static_assert(sizeof(Fat32NameSlot) == kFat32SlotBytes);
+static_assert(offsetof(Fat32NameSlot, checksum) == 13);
+static_assert(offsetof(Fat32NameSlot, third) == 28);
+
 }  // namespace simulator

@@ -1,0 +1,181 @@
+#include "simulator/clock.h"
+
+#include <algorithm>
+#include <exception>
+#include <thread>
+#include <tuple>
+#include <utility>
+
+namespace simulator {
+
+struct Clock::Participant {
+  std::thread::id id;
+  std::thread thread;  // not joinable for a thread that was not started here
+  std::condition_variable turn;
+  bool ready = true;
+  bool timed_out = false;
+  bool done = false;
+  const void* address = nullptr;
+  std::uint64_t deadline = kNever;
+  std::uint64_t order = 0;  // of two that are alike, the one with the lower order goes first
+  std::exception_ptr error;
+};
+
+Clock::Clock() = default;
+
+Clock::~Clock() {
+  Lock lock(mutex_);
+  Participant& self = Self(lock);
+  closing_ = true;
+  for (Participant& participant : participants_) {
+    if (!participant.ready) MakeReady(participant, /*timed_out=*/true);
+  }
+  for (const Participant& participant : participants_) {
+    while (participant.thread.joinable() && !participant.done) YieldTurn(lock, self);
+  }
+  lock.unlock();
+  for (Participant& participant : participants_) {
+    if (participant.thread.joinable()) participant.thread.join();
+  }
+}
+
+std::uint64_t Clock::now() {
+  const Lock lock(mutex_);
+  return now_;
+}
+
+void Clock::Sleep(std::uint64_t milliseconds) {
+  Lock lock(mutex_);
+  Participant& self = Self(lock);
+  Block(lock, self, nullptr, now_ + milliseconds);
+}
+
+Clock::Participant* Clock::Start(std::function<void()> body) {
+  Lock lock(mutex_);
+  Participant& self = Self(lock);
+  Participant& started = participants_.emplace_back();
+  MakeReady(started, /*timed_out=*/false);
+  started.thread =
+      std::thread([this, &started, work = std::move(body)] { RunThread(started, work); });
+  YieldTurn(lock, self);
+  return &started;
+}
+
+void Clock::Join(Participant* participant) {
+  Lock lock(mutex_);
+  Participant& self = Self(lock);
+  while (!participant->done) Block(lock, self, participant, kNever);
+  lock.unlock();
+  participant->thread.join();
+  const std::exception_ptr error = participant->error;
+  lock.lock();
+  participants_.remove_if([&](const Participant& place) { return &place == participant; });
+  lock.unlock();
+  if (error) std::rethrow_exception(error);
+}
+
+bool Clock::WaitFor(const void* address, std::uint64_t deadline) {
+  Lock lock(mutex_);
+  Participant& self = Self(lock);
+  Block(lock, self, address, deadline);
+  return !self.timed_out;
+}
+
+void Clock::Wake(const void* address) {
+  const Lock lock(mutex_);
+  for (Participant& participant : participants_) {
+    if (!participant.ready && participant.address == address) MakeReady(participant, false);
+  }
+}
+
+// One thread may use several clocks, in turn.
+Clock::Participant& Clock::Self(Lock& lock) {
+  const std::thread::id id = std::this_thread::get_id();
+  for (Participant& place : participants_) {
+    if (place.id == id && !place.done) return place;
+  }
+  Participant& place = participants_.emplace_back();
+  place.id = id;
+  place.order = ++order_;
+  TakeTurn(lock, place);
+  return place;
+}
+
+void Clock::Block(Lock& lock, Participant& self, const void* address, std::uint64_t deadline) {
+  if (closing_) {  // nothing waits any more; what is waited for gets its turn all the same
+    YieldTurn(lock, self);
+    self.timed_out = true;
+    return;
+  }
+  self.ready = false;
+  self.address = address;
+  self.deadline = deadline;
+  self.order = ++order_;
+  running_ = nullptr;
+  GiveTurn();
+  TakeTurn(lock, self);
+}
+
+void Clock::YieldTurn(Lock& lock, Participant& self) {
+  self.order = ++order_;
+  running_ = nullptr;
+  GiveTurn();
+  TakeTurn(lock, self);
+}
+
+void Clock::TakeTurn(Lock& lock, Participant& self) {
+  if (running_ == nullptr) GiveTurn();
+  self.turn.wait(lock, [&] { return running_ == &self; });
+}
+
+// Chooses who runs next: a thread that can, else the one whose deadline comes first.
+void Clock::GiveTurn() {
+  Participant* next = nullptr;
+  const auto rank = [](const Participant& place) {
+    return std::tuple(place.ready ? 0 : place.deadline, place.order);
+  };
+  for (Participant& place : participants_) {
+    if (place.done || (!place.ready && place.deadline == kNever)) continue;
+    if (next == nullptr ||
+        std::pair(!place.ready, rank(place)) < std::pair(!next->ready, rank(*next))) {
+      next = &place;
+    }
+  }
+  if (next == nullptr) return;
+  if (!next->ready) {
+    now_ = std::max(now_, next->deadline);
+    MakeReady(*next, /*timed_out=*/true);
+  }
+  running_ = next;
+  next->turn.notify_one();
+}
+
+void Clock::MakeReady(Participant& participant, bool timed_out) {
+  participant.ready = true;
+  participant.timed_out = timed_out;
+  participant.address = nullptr;
+  participant.deadline = kNever;
+  participant.order = ++order_;
+}
+
+void Clock::RunThread(Participant& self, const std::function<void()>& body) {
+  {
+    Lock lock(mutex_);
+    self.id = std::this_thread::get_id();
+    TakeTurn(lock, self);
+  }
+  try {
+    body();
+  } catch (...) {
+    self.error = std::current_exception();
+  }
+  const Lock lock(mutex_);
+  self.done = true;
+  for (Participant& place : participants_) {
+    if (!place.ready && place.address == &self) MakeReady(place, false);
+  }
+  running_ = nullptr;
+  GiveTurn();
+}
+
+}  // namespace simulator

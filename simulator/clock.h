@@ -1,0 +1,67 @@
+// Virtual time, and the threads that live in it.
+//
+// One thread runs at a time. It goes on until it waits (for a moment, for another thread, for a
+// monitor) or ends; then the next one runs that can. When none can, time jumps to the earliest
+// deadline; of two equal ones, the one that was set first goes first. So everything happens in the
+// same order each time, however long it takes.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <list>
+#include <mutex>
+
+namespace simulator {
+
+class Clock {
+ public:
+  static constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
+
+  // A thread's place in virtual time. A thread that was not started here gets one at its first use
+  // of the clock.
+  struct Participant;
+
+  Clock();
+  // Ends every wait that is left, as if its deadline had come, and returns when the threads have
+  // ended.
+  ~Clock();
+  Clock(const Clock&) = delete;
+  Clock& operator=(const Clock&) = delete;
+
+  // Milliseconds since the clock was made.
+  std::uint64_t now();
+  void Sleep(std::uint64_t milliseconds);
+
+  // Runs `body` on a thread of its own; the caller goes on when that thread waits or has ended.
+  Participant* Start(std::function<void()> body);
+  // Waits for its end and frees it. Throws what `body` threw.
+  void Join(Participant* participant);
+
+  // Waits until somebody wakes the address, or the deadline comes: false then.
+  bool WaitFor(const void* address, std::uint64_t deadline);
+  void Wake(const void* address);
+
+ private:
+  using Lock = std::unique_lock<std::mutex>;
+
+  // The place of the calling thread.
+  Participant& Self(Lock& lock);
+  // Gives up the turn, and returns when this thread has it again.
+  void Block(Lock& lock, Participant& self, const void* address, std::uint64_t deadline);
+  void YieldTurn(Lock& lock, Participant& self);
+  void TakeTurn(Lock& lock, Participant& self);
+  void GiveTurn();
+  void MakeReady(Participant& participant, bool timed_out);
+  void RunThread(Participant& self, const std::function<void()>& body);
+
+  std::mutex mutex_;
+  std::list<Participant> participants_;
+  Participant* running_ = nullptr;
+  std::uint64_t now_ = 0;
+  std::uint64_t order_ = 0;
+  bool closing_ = false;
+};
+
+}  // namespace simulator

@@ -1,0 +1,156 @@
+#include "simulator/storage/fat32_directory.h"
+
+#include <algorithm>
+#include <span>
+
+#include "simulator/storage/fat32_names.h"
+#include "simulator/text.h"
+
+namespace simulator {
+namespace {
+
+constexpr std::size_t kMostSlots = 65536;
+// The machine's files have no times: 1 January 1980, the first day that the format knows.
+constexpr std::uint16_t kFirstDay = 0x0021;
+
+Fat32FileSlot MakeFileSlot(const Fat32ShortName& name, const Fat32Entry& entry) {
+  Fat32FileSlot slot{};
+  slot.name = name;
+  slot.attributes = entry.is_folder ? kFat32AttributeFolder : kFat32AttributeArchive;
+  slot.created_date = kFirstDay;
+  slot.accessed_date = kFirstDay;
+  slot.written_date = kFirstDay;
+  slot.cluster_high = static_cast<std::uint16_t>(entry.first_cluster >> 16);
+  slot.cluster_low = static_cast<std::uint16_t>(entry.first_cluster & 0xFFFF);
+  slot.size = entry.size;
+  return slot;
+}
+
+Fat32ShortName LinkName(std::string_view dots) {
+  Fat32ShortName name;
+  name.fill(' ');
+  std::copy(dots.begin(), dots.end(), name.begin());
+  return name;
+}
+
+bool IsLink(const Fat32FileSlot& slot) {
+  return slot.name[0] == '.';
+}
+
+}  // namespace
+
+template <typename T>
+T Fat32Directory::Slot(std::size_t slot) const {
+  return Load<T>(std::as_bytes(std::span(bytes_)).subspan(slot * kFat32SlotBytes));
+}
+
+template <typename T>
+void Fat32Directory::SetSlot(std::size_t slot, const T& value) {
+  Store(value, std::as_writable_bytes(std::span(bytes_)).subspan(slot * kFat32SlotBytes));
+}
+
+std::string Fat32Directory::NewFolder(std::uint32_t own_cluster, std::uint32_t parent_cluster) {
+  Fat32Directory folder(std::string(2 * kFat32SlotBytes, '\0'));
+  Fat32Entry link;
+  link.is_folder = true;
+  link.first_cluster = own_cluster;
+  folder.SetSlot(0, MakeFileSlot(LinkName("."), link));
+  link.first_cluster = parent_cluster;
+  folder.SetSlot(1, MakeFileSlot(LinkName(".."), link));
+  return folder.bytes_;
+}
+
+std::uint8_t Fat32Directory::FirstByte(std::size_t slot) const {
+  return static_cast<std::uint8_t>(bytes_[slot * kFat32SlotBytes]);
+}
+
+Fat32Entry Fat32Directory::EntryAt(std::size_t slot,
+                                   const std::vector<Fat32NameSlot>& name_slots) const {
+  const auto file = Slot<Fat32FileSlot>(slot);
+  Fat32Entry entry;
+  entry.short_name = ShortNameText(file);
+  entry.name = LongNameText(name_slots, file);
+  const std::size_t belonging = entry.name.empty() ? 0 : name_slots.size();
+  if (entry.name.empty()) entry.name = entry.short_name;
+  entry.is_folder = (file.attributes & kFat32AttributeFolder) != 0;
+  entry.first_cluster = std::uint32_t{file.cluster_high} << 16 | std::uint32_t{file.cluster_low};
+  entry.size = file.size;
+  entry.first_slot = slot - belonging;
+  entry.slot_count = belonging + 1;
+  return entry;
+}
+
+std::vector<Fat32Entry> Fat32Directory::List() const {
+  std::vector<Fat32Entry> entries;
+  std::vector<Fat32NameSlot> name_slots;
+  for (std::size_t slot = 0; slot < slot_count(); ++slot) {
+    if (FirstByte(slot) == kFat32EndOfDirectory) break;
+    const auto file = Slot<Fat32FileSlot>(slot);
+    const bool is_used = FirstByte(slot) != kFat32FreeSlot;
+    if (is_used && file.attributes == kFat32AttributesLongName) {
+      // The last part of a name comes first.
+      if ((FirstByte(slot) & kFat32LastNamePart) != 0) name_slots.clear();
+      name_slots.push_back(Slot<Fat32NameSlot>(slot));
+      continue;
+    }
+    const bool is_label = (file.attributes & kFat32AttributeVolumeLabel) != 0;
+    if (is_used && !is_label && !IsLink(file)) entries.push_back(EntryAt(slot, name_slots));
+    name_slots.clear();
+  }
+  return entries;
+}
+
+std::optional<Fat32Entry> Fat32Directory::Find(std::string_view name) const {
+  for (const Fat32Entry& entry : List()) {
+    if (EqualsIgnoringCase(entry.name, name) || EqualsIgnoringCase(entry.short_name, name)) {
+      return entry;
+    }
+  }
+  return std::nullopt;
+}
+
+// The first of `count` slots in a row that nothing uses; they may lie behind the bytes.
+std::size_t Fat32Directory::FindFreeSlots(std::size_t count) const {
+  std::size_t first = 0;
+  for (std::size_t slot = 0; slot < slot_count(); ++slot) {
+    if (FirstByte(slot) == kFat32EndOfDirectory) break;
+    if (FirstByte(slot) != kFat32FreeSlot) first = slot + 1;
+    if (slot + 1 - first == count) break;
+  }
+  return first;
+}
+
+bool Fat32Directory::Add(const Fat32Entry& entry) {
+  std::vector<std::string> taken;
+  for (const Fat32Entry& other : List()) taken.push_back(other.short_name);
+  const Fat32ShortName short_name = MakeShortName(entry.name, taken);
+  std::vector<Fat32NameSlot> name_slots;
+  if (!IsShortName(entry.name)) {
+    name_slots = MakeNameSlots(entry.name, short_name);
+    if (name_slots.empty()) return false;
+  }
+  std::size_t slot = FindFreeSlots(name_slots.size() + 1);
+  const std::size_t end = slot + name_slots.size() + 1;
+  if (end > kMostSlots) return false;
+  if (end > slot_count()) bytes_.resize(end * kFat32SlotBytes, '\0');
+  for (const Fat32NameSlot& name_slot : name_slots) SetSlot(slot++, name_slot);
+  SetSlot(slot, MakeFileSlot(short_name, entry));
+  return true;
+}
+
+void Fat32Directory::Update(const Fat32Entry& entry) {
+  const std::size_t slot = entry.first_slot + entry.slot_count - 1;
+  auto file = Slot<Fat32FileSlot>(slot);
+  file.cluster_high = static_cast<std::uint16_t>(entry.first_cluster >> 16);
+  file.cluster_low = static_cast<std::uint16_t>(entry.first_cluster & 0xFFFF);
+  file.size = entry.size;
+  SetSlot(slot, file);
+}
+
+void Fat32Directory::Remove(const Fat32Entry& entry) {
+  for (std::size_t i = 0; i < entry.slot_count; ++i) {
+    bytes_[(entry.first_slot + i) * kFat32SlotBytes] = static_cast<char>(kFat32FreeSlot);
+  }
+}
+
+}  // namespace simulator

@@ -1,0 +1,138 @@
+#include "simulator/storage/fat32_files.h"
+
+#include <limits>
+#include <optional>
+
+#include "simulator/text.h"
+
+namespace simulator {
+
+DWORD Fat32Files::MakeFolder(std::string_view path) {
+  Folder parent;
+  std::string_view name;
+  DWORD error = OpenParent(path, parent, name);
+  if (error != ERROR_SUCCESS) return error;
+  if (parent.directory.Find(name)) return ERROR_ALREADY_EXISTS;
+  Fat32Entry entry;
+  entry.name = name;
+  entry.is_folder = true;
+  // Once for a cluster, and once more with the links, which name it.
+  error = clusters_.Write(entry.first_cluster, Fat32Directory::NewFolder(0, 0));
+  if (error != ERROR_SUCCESS) return error;
+  const std::uint32_t parent_link = parent.cluster == clusters_.root() ? 0 : parent.cluster;
+  error = clusters_.Write(entry.first_cluster,
+                          Fat32Directory::NewFolder(entry.first_cluster, parent_link));
+  if (error == ERROR_SUCCESS) {
+    error = parent.directory.Add(entry) ? Save(parent) : ERROR_INVALID_NAME;
+  }
+  if (error == ERROR_SUCCESS) return error;
+  const DWORD freed = clusters_.Free(entry.first_cluster);
+  return freed == ERROR_SUCCESS ? error : freed;
+}
+
+DWORD Fat32Files::Write(std::string_view path, std::string_view content) {
+  if (content.size() > std::numeric_limits<std::uint32_t>::max()) return ERROR_DISK_FULL;
+  Folder folder;
+  std::string_view name;
+  DWORD error = OpenParent(path, folder, name);
+  if (error != ERROR_SUCCESS) return error;
+  const std::optional<Fat32Entry> old = folder.directory.Find(name);
+  if (old && old->is_folder) return ERROR_ACCESS_DENIED;
+  Fat32Entry entry = old.value_or(Fat32Entry());
+  if (!old) entry.name = name;
+  entry.size = static_cast<std::uint32_t>(content.size());
+  entry.first_cluster = 0;
+  error = clusters_.Write(entry.first_cluster, content);
+  if (error != ERROR_SUCCESS) return error;
+  if (old) folder.directory.Update(entry);
+  const bool named = old || folder.directory.Add(entry);
+  error = named ? Save(folder) : ERROR_INVALID_NAME;
+  const std::uint32_t unused = error != ERROR_SUCCESS ? entry.first_cluster
+                               : old                  ? old->first_cluster
+                                                      : 0;
+  const DWORD freed = clusters_.Free(unused);
+  return error == ERROR_SUCCESS ? freed : error;
+}
+
+DWORD Fat32Files::Remove(std::string_view path) {
+  Folder folder;
+  std::string_view name;
+  DWORD error = OpenParent(path, folder, name);
+  if (error != ERROR_SUCCESS) return error;
+  const auto entry = folder.directory.Find(name);
+  if (!entry) return ERROR_FILE_NOT_FOUND;
+  if (entry->is_folder) return ERROR_ACCESS_DENIED;
+  folder.directory.Remove(*entry);
+  error = Save(folder);
+  return error == ERROR_SUCCESS ? clusters_.Free(entry->first_cluster) : error;
+}
+
+DWORD Fat32Files::Read(std::string_view path, std::string& content) {
+  Folder folder;
+  std::string_view name;
+  DWORD error = OpenParent(path, folder, name);
+  if (error != ERROR_SUCCESS) return error;
+  const auto entry = folder.directory.Find(name);
+  if (!entry) return ERROR_FILE_NOT_FOUND;
+  if (entry->is_folder) return ERROR_ACCESS_DENIED;
+  std::string bytes;
+  error = clusters_.Read(entry->first_cluster, bytes);
+  if (error != ERROR_SUCCESS) return error;
+  if (bytes.size() < entry->size) return kErrorFileCorrupt;
+  bytes.resize(entry->size);
+  content = std::move(bytes);
+  return ERROR_SUCCESS;
+}
+
+DWORD Fat32Files::List(std::string_view path, std::vector<std::string>& names) {
+  const auto split = SplitPath(path);
+  if (!split) return ERROR_INVALID_NAME;
+  Folder folder;
+  const DWORD error = OpenFolder(*split, folder);
+  if (error != ERROR_SUCCESS) return error;
+  names.clear();
+  for (const Fat32Entry& entry : folder.directory.List()) names.push_back(entry.name);
+  return ERROR_SUCCESS;
+}
+
+bool Fat32Files::Exists(std::string_view path) {
+  const auto split = SplitPath(path);
+  if (split && split->empty()) return open_error_ == ERROR_SUCCESS;
+  Folder folder;
+  std::string_view name;
+  if (OpenParent(path, folder, name) != ERROR_SUCCESS) return false;
+  return folder.directory.Find(name).has_value();
+}
+
+DWORD Fat32Files::OpenFolder(const std::vector<std::string_view>& names, Folder& folder) {
+  if (open_error_ != ERROR_SUCCESS) return open_error_;
+  folder.cluster = clusters_.root();
+  std::string bytes;
+  DWORD error = clusters_.Read(folder.cluster, bytes);
+  if (error != ERROR_SUCCESS) return error;
+  folder.directory = Fat32Directory(bytes);
+  for (const std::string_view name : names) {
+    const auto entry = folder.directory.Find(name);
+    if (!entry || !entry->is_folder) return ERROR_PATH_NOT_FOUND;
+    folder.cluster = entry->first_cluster;
+    error = clusters_.Read(folder.cluster, bytes);
+    if (error != ERROR_SUCCESS) return error;
+    folder.directory = Fat32Directory(bytes);
+  }
+  return ERROR_SUCCESS;
+}
+
+// The folder that holds the last name of the path.
+DWORD Fat32Files::OpenParent(std::string_view path, Folder& folder, std::string_view& name) {
+  auto names = SplitPath(path);
+  if (!names || names->empty()) return ERROR_INVALID_NAME;
+  name = names->back();
+  names->pop_back();
+  return OpenFolder(*names, folder);
+}
+
+DWORD Fat32Files::Save(Folder& folder) {
+  return clusters_.Write(folder.cluster, folder.directory.bytes());
+}
+
+}  // namespace simulator

@@ -1,0 +1,134 @@
+#include "simulator/volume_files.h"
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <system_error>
+
+#include "simulator/memory_files.h"
+#include "simulator/simulated_machine.h"
+#include "simulator/storage/fat32_files.h"
+#include "simulator/text.h"
+
+namespace simulator {
+namespace {
+
+namespace fs = std::filesystem;
+
+DWORD MissingOnHost(const fs::path& path) {
+  if (fs::is_directory(path)) return ERROR_ACCESS_DENIED;
+  if (fs::exists(path)) return ERROR_SUCCESS;
+  return fs::is_directory(path.parent_path()) ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND;
+}
+
+DWORD ReadOnHost(const fs::path& path, std::string& content) {
+  const DWORD error = MissingOnHost(path);
+  if (error != ERROR_SUCCESS) return error;
+  std::ifstream file(path, std::ios::binary);
+  if (!file) return ERROR_ACCESS_DENIED;
+  content.assign(std::istreambuf_iterator<char>(file), {});
+  return ERROR_SUCCESS;
+}
+
+DWORD WriteOnHost(const fs::path& path, std::string_view content) {
+  std::error_code failure;
+  fs::create_directories(path.parent_path(), failure);
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file << content << std::flush;
+  return file ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
+}
+
+DWORD RemoveOnHost(const fs::path& path) {
+  const DWORD error = MissingOnHost(path);
+  if (error != ERROR_SUCCESS) return error;
+  std::error_code failure;
+  return fs::remove(path, failure) ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
+}
+
+// The folders in front of the last name, each made unless it is there.
+DWORD MakeFolders(Fat32Files& files, std::string_view path) {
+  const auto names = SplitPath(path);
+  if (!names || names->empty()) return ERROR_INVALID_NAME;
+  std::string folder;
+  for (std::size_t i = 0; i + 1 < names->size(); ++i) {
+    folder.append("\\").append((*names)[i]);
+    const DWORD error = files.MakeFolder(folder);
+    if (error != ERROR_SUCCESS && error != ERROR_ALREADY_EXISTS) return error;
+  }
+  return ERROR_SUCCESS;
+}
+
+DWORD WriteTo(Fat32Files& files, std::string_view path, std::string_view content) {
+  const DWORD error = MakeFolders(files, path);
+  return error == ERROR_SUCCESS ? files.Write(path, content) : error;
+}
+
+DWORD WriteTo(MemoryFiles& files, std::string_view path, std::string_view content) {
+  return files.Write(path, content);
+}
+
+// Calls `operation` with the files of a volume that is mounted.
+template <typename Operation>
+DWORD WithFiles(SimulatedMachine& machine, const Volume& volume, const Operation& operation) {
+  const VolumeExtent& extent = volume.extents.front();
+  Disk* disk = machine.FindDisk(extent.disk_number);
+  if (disk == nullptr) return ERROR_NOT_READY;
+  if (volume.file_system == FileSystem::kFat32) {
+    Fat32Files files(disk->device(), extent.offset);
+    return operation(files);
+  }
+  return operation(machine.memory_files(extent.disk_number, extent.offset));
+}
+
+}  // namespace
+
+DWORD MountForUse(SimulatedMachine& machine, Volume& volume) {
+  if (volume.extents.size() != 1) return ERROR_NOT_READY;
+  if (volume.locked) return ERROR_ACCESS_DENIED;
+  if (!volume.mounted) machine.Mount(volume);
+  return volume.mounted ? ERROR_SUCCESS : kErrorUnrecognizedVolume;
+}
+
+DWORD WriteVolumeFile(SimulatedMachine& machine, const Volume& volume,
+                      std::string_view path_on_volume, std::string_view content) {
+  return WithFiles(machine, volume,
+                   [&](auto& files) { return WriteTo(files, path_on_volume, content); });
+}
+
+template <typename Operation>
+DWORD VolumeFiles::OnVolume(std::string_view path, const Operation& operation) {
+  if (path.size() < 2 || path[1] != ':') return ERROR_PATH_NOT_FOUND;
+  Volume* volume = machine_.FindVolumeByLetter(path[0]);
+  if (volume == nullptr) return ERROR_PATH_NOT_FOUND;
+  const DWORD error = MountForUse(machine_, *volume);
+  if (error != ERROR_SUCCESS) return error;
+  path.remove_prefix(2);
+  return WithFiles(machine_, *volume, [&](auto& files) { return operation(files, path); });
+}
+
+bool VolumeFiles::Exists(std::string_view path) {
+  if (const auto host_path = machine_.HostPath(path)) return fs::exists(*host_path);
+  const auto look = [](auto& files, std::string_view inner) -> DWORD {
+    return files.Exists(inner) ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
+  };
+  return OnVolume(path, look) == ERROR_SUCCESS;
+}
+
+DWORD VolumeFiles::Read(std::string_view path, std::string& content) {
+  if (const auto host_path = machine_.HostPath(path)) return ReadOnHost(*host_path, content);
+  return OnVolume(path,
+                  [&](auto& files, std::string_view inner) { return files.Read(inner, content); });
+}
+
+DWORD VolumeFiles::Write(std::string_view path, std::string_view content) {
+  if (const auto host_path = machine_.HostPath(path)) return WriteOnHost(*host_path, content);
+  return OnVolume(
+      path, [&](auto& files, std::string_view inner) { return WriteTo(files, inner, content); });
+}
+
+DWORD VolumeFiles::Remove(std::string_view path) {
+  if (const auto host_path = machine_.HostPath(path)) return RemoveOnHost(*host_path);
+  return OnVolume(path, [](auto& files, std::string_view inner) { return files.Remove(inner); });
+}
+
+}  // namespace simulator
