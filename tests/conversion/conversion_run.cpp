@@ -11,7 +11,7 @@
 // is freed has no destructor.
 extern "C" const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() {
-  return "leak:velkora::GptPartitionOffsets\n";
+  return "leak:velkora::GptPartitionOffsets\nleak:velkora::MbrPartitionOffsets\n";
 }
 
 namespace conversion {

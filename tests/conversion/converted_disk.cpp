@@ -42,7 +42,11 @@ PartNumbers NewPartNumbers(const PartNumbers& before, const Partitions& kept) {
   for (const Partition& partition : kept) offsets.insert(partition.offset());
   PartNumbers numbers = before;
   unsigned number = 1;
-  for (const std::uint64_t offset : offsets) numbers.at(offset) = number++;
+  for (const std::uint64_t offset : offsets) {
+    const auto known = numbers.find(offset);
+    if (known != numbers.end()) known->second = number;
+    ++number;
+  }
   return numbers;
 }
 

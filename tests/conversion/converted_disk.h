@@ -40,7 +40,8 @@ std::map<std::uint64_t, std::uint64_t> PartitionHashes(const std::filesystem::pa
                                                        const Partitions& partitions);
 
 // Partition numbers in the record, by byte offset: as they are, and as a conversion leaves them,
-// which counts the kept partitions in disk order.
+// which counts the partitions of the new table in disk order. One that the record does not hold
+// takes up its number.
 using PartNumbers = std::map<std::uint64_t, unsigned>;
 PartNumbers PartNumbersOf(ConversionRun& run);
 PartNumbers NewPartNumbers(const PartNumbers& before, const Partitions& kept);

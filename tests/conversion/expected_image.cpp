@@ -1,6 +1,7 @@
 #include "conversion/expected_image.h"
 
 #include <algorithm>
+#include <gtest/gtest.h>
 #include <vector>
 
 namespace conversion {
@@ -101,6 +102,57 @@ void ExpectedImage::Convert(const Partitions& partitions) {
   Clean();
   CreateMbr();
   WriteTable(partitions);
+}
+
+void ExpectedImage::TakeGpt() {
+  Sector record{};
+  const std::size_t entry = kEntriesOffset;
+  Put(record, entry, 0x0002'0000, 4);      // not active, CHS 0/0/2
+  Put(record, entry + 4, 0xFFFF'FFEE, 4);  // protective, CHS behind all addresses
+  Put(record, entry + 8, 1, 4);
+  Put(record, entry + 12, 0xFFFF'FFFF, 4);
+  Put(record, 510, 0xAA55, 2);
+  const ImageFile image(copy_);
+  image.WriteSector(0, record);
+  TakeSectors({1, kGptSectors});
+  TakeSectors({image.sector_count() - kGptSectors, image.sector_count() - 1});
+}
+
+void ExpectedImage::TakeSectors(const SectorRange& range) {
+  const ImageFile to(copy_);
+  ZeroSectors(to, range);
+  CopySectors(ImageFile(image_), range.first, range.count(), to, range.first);
+}
+
+void ExpectedImage::TakeBootCode(std::uint64_t first_sector) {
+  constexpr std::size_t kCodeOffset = 0x54;  // behind what describes the volume
+  TakeBytes(0, 0, kSignatureOffset);
+  TakeBytes(first_sector, kCodeOffset, 510 - kCodeOffset);
+}
+
+void ExpectedImage::TakeBytes(std::uint64_t sector, std::size_t offset, std::size_t count) const {
+  const ImageFile image(copy_);
+  const Sector before = image.ReadSector(sector);
+  const Sector actual = ImageFile(image_).ReadSector(sector);
+  Sector bytes = before;
+  std::copy_n(actual.begin() + static_cast<std::ptrdiff_t>(offset), count,
+              bytes.begin() + static_cast<std::ptrdiff_t>(offset));
+  EXPECT_NE(bytes, before) << "sector " << sector;
+  image.WriteSector(sector, bytes);
+}
+
+void ExpectedImage::Activate(std::size_t place) {
+  const ImageFile image(copy_);
+  Sector record = image.ReadSector(0);
+  Put(record, kEntriesOffset + kEntryBytes * place, 0x80, 1);
+  image.WriteSector(0, record);
+}
+
+void ExpectedImage::ChangeLogical(std::uint64_t record_sector, const SectorRange& range) {
+  const ImageFile image(copy_);
+  Sector record = image.ReadSector(record_sector);
+  PutEntry(record, record_sector, 0, 7, range, record_sector);
+  image.WriteSector(record_sector, record);
 }
 
 void ExpectedImage::ShortenNtfs(std::uint64_t first_sector, std::uint64_t sectors) {

@@ -9,6 +9,9 @@
 
 namespace conversion {
 
+// What each copy of a GPT takes at its end of the disk: a header and 128 entries.
+inline constexpr std::uint64_t kGptSectors = 33;
+
 // The simulated machine's clock at its start, which becomes the disk's signature.
 inline constexpr std::uint32_t kSignature = 1'700'000'000;
 
@@ -29,12 +32,26 @@ class ExpectedImage {
   // All of it.
   void Convert(const Partitions& partitions);
 
+  // The GPT that a conversion leaves. The protective record is known byte by byte; the two headers
+  // and arrays, full of GUIDs that cannot be known, are taken over from the converted image.
+  void TakeGpt();
+  // Takes over sectors of the converted image that have a judge of their own.
+  void TakeSectors(const SectorRange& range);
+  // Takes over the boot code of the converted image, in sector 0 and in the boot sector of the NTFS
+  // volume at `first_sector`, which differs from what was there. All else in the two stays.
+  void TakeBootCode(std::uint64_t first_sector);
+  // Gives the primary partition at `place`, from 0, the boot mark.
+  void Activate(std::size_t place);
+  // Gives the logical partition of the boot record at `record_sector` the type 7 and a new range.
+  void ChangeLogical(std::uint64_t record_sector, const SectorRange& range);
+
   // Takes `sectors` off the sector count of the NTFS volume at `first_sector`.
   void ShortenNtfs(std::uint64_t first_sector, std::uint64_t sectors);
 
   const std::filesystem::path& path() const { return copy_; }
 
  private:
+  void TakeBytes(std::uint64_t sector, std::size_t offset, std::size_t count) const;
   void PutEntry(Sector& record, std::uint64_t record_sector, std::size_t place, std::uint8_t type,
                 const SectorRange& range, std::uint64_t origin) const;
 

@@ -22,16 +22,6 @@ void MarkEnds(const ImageFile& image, const SectorRange& range, const SectorRang
   }
 }
 
-// Leaves what reads as zeros already alone.
-void ZeroSectors(const ImageFile& image, const SectorRange& range) {
-  for (const SectorRange& data : image.Data()) {
-    const std::uint64_t first = std::max(data.first, range.first);
-    const std::uint64_t end = std::min(data.last, range.last) + 1;
-    if (first >= end) continue;
-    image.Write(first * kSectorBytes, std::vector<std::uint8_t>((end - first) * kSectorBytes));
-  }
-}
-
 }  // namespace
 
 Partitions EvenPartitions(std::size_t count, std::uint64_t mib, std::uint64_t gap_mib) {
@@ -55,10 +45,13 @@ void MakeGptDisk(const std::filesystem::path& image, std::uint64_t size,
   Tool({"sfdisk", "--quiet", "--no-reread", "--no-tell-kernel", image}, script);
 
   const ImageFile file(image);
-  const SectorRange usable = {kFirstUsable, file.sector_count() - kBackupSectors - 1};
-  MarkSectors(file, {usable.first, std::min(kMarkedSectors, usable.last)});
-  MarkSectors(file, {file.sector_count() - kSectorsPerMib, usable.last});
-  for (const Partition& partition : partitions) MarkEnds(file, partition.range(), usable);
+  MarkDisk(file, partitions, {kFirstUsable, file.sector_count() - kBackupSectors - 1});
+}
+
+void MarkDisk(const ImageFile& image, const Partitions& partitions, const SectorRange& usable) {
+  MarkSectors(image, {usable.first, std::min(kMarkedSectors, usable.last)});
+  MarkSectors(image, {image.sector_count() - kSectorsPerMib, usable.last});
+  for (const Partition& partition : partitions) MarkEnds(image, partition.range(), usable);
 }
 
 void MarkSectors(const ImageFile& image, const SectorRange& range) {

@@ -39,6 +39,9 @@ void MakeGptDisk(const std::filesystem::path& image, std::uint64_t size,
 
 // Marks sectors with their number.
 void MarkSectors(const ImageFile& image, const SectorRange& range);
+// Marks, as far as `usable` reaches, the first 4 MiB, the last MiB, and 8 sectors to both sides of
+// each end of a partition.
+void MarkDisk(const ImageFile& image, const Partitions& partitions, const SectorRange& usable);
 
 // Puts a volume, made as a file of its own, in place of what the partition holds.
 void PlaceVolume(const std::filesystem::path& image, const Partition& partition,

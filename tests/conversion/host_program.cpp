@@ -2,26 +2,14 @@
 
 #include <fstream>
 #include <sstream>
-#include <stdexcept>
 
 #include "conversion/image_bytes.h"
 #include "conversion/tools.h"
 #include "support/run_tool.h"
 
 namespace conversion {
-namespace {
 
-// sgdisk's codes as sfdisk wants them.
-std::string TypeGuid(const std::string& code) {
-  if (code == kBasicData) return "EBD0A0A2-B9E5-4433-87C0-68B6B72699C7";
-  if (code == kReserved) return "E3C9E316-0B5C-4DB8-817D-F92DF00215AE";
-  if (code == kEfiSystem) return "C12A7328-F81F-11D2-BA4B-00A0C93EC93B";
-  if (code == kLinux) return "0FC63DAF-8483-4772-8E79-3D69D8477DE4";
-  throw std::invalid_argument("no GUID for " + code);
-}
-
-}  // namespace
-
+using nlohmann::json;
 std::string ReadText(const std::filesystem::path& file) {
   std::ifstream stream(file, std::ios::binary);
   std::ostringstream text;
@@ -36,10 +24,70 @@ std::vector<std::string> LinesOf(const std::string& text) {
   return lines;
 }
 
-std::vector<std::string> ToMbr(const std::vector<std::string>& more) {
-  std::vector<std::string> arguments = {"convert", "disk.img", "--to", "mbr"};
+std::vector<std::string> ToStyle(const std::string& style, const std::vector<std::string>& more) {
+  std::vector<std::string> arguments = {"convert", "disk.img", "--to", style};
   arguments.insert(arguments.end(), more.begin(), more.end());
   return arguments;
+}
+
+std::vector<std::string> ToMbr(const std::vector<std::string>& more) {
+  return ToStyle("mbr", more);
+}
+
+std::vector<std::string> ToGpt(const std::vector<std::string>& more) {
+  return ToStyle("gpt", more);
+}
+
+std::vector<json> EventsOf(const std::filesystem::path& file) {
+  std::vector<json> events;
+  for (const std::string& line : LinesOf(ReadText(file))) events.push_back(json::parse(line));
+  return events;
+}
+
+std::vector<std::pair<int, int>> Callbacks(const std::vector<json>& events) {
+  std::vector<std::pair<int, int>> callbacks;
+  for (const json& event : events) {
+    if (event["event"] == "callback") callbacks.emplace_back(event["kind"], event["value"]);
+  }
+  return callbacks;
+}
+
+std::vector<std::string> LogLines(const std::vector<json>& events, int level) {
+  std::vector<std::string> lines;
+  for (const json& event : events) {
+    if (event["event"] == "log" && event["level"] == level) lines.push_back(event["text"]);
+  }
+  return lines;
+}
+
+json StatusEvent(int status) {
+  return {{"event", "callback"}, {"kind", 0}, {"value", status}};
+}
+
+std::vector<ShownRow> SfdiskRows(const std::filesystem::path& image) {
+  const json table = json::parse(Tool({"sfdisk", "--json", image.string()}))["partitiontable"];
+  std::vector<ShownRow> rows;
+  for (const json& row : table["partitions"]) {
+    const std::string type = row["type"];
+    if (type == "5" || type == "f") continue;
+    rows.emplace_back(row["start"].get<std::uint64_t>() * kSectorBytes,
+                      row["size"].get<std::uint64_t>() * kSectorBytes, type);
+  }
+  return rows;
+}
+
+std::vector<ShownRow> ShownRows(const json& shown) {
+  std::vector<ShownRow> rows;
+  for (const json& row : shown["partitions"]) {
+    rows.emplace_back(row["start"], row["length"], row["type"]);
+  }
+  return rows;
+}
+
+std::vector<json> Column(const json& shown, const std::string& name) {
+  std::vector<json> values;
+  for (const json& row : shown["partitions"]) values.push_back(row[name]);
+  return values;
 }
 
 HostProgram::HostProgram() {
@@ -64,10 +112,18 @@ void HostProgram::MakeDisk(const Partitions& partitions, std::uint64_t size) {
   std::string script = "label: gpt\nfirst-lba: 34\n";
   for (const Partition& partition : partitions) {
     script += "start=" + std::to_string(partition.first) +
-              ", size=" + std::to_string(partition.count()) + ", type=" + TypeGuid(partition.type) +
-              "\n";
+              ", size=" + std::to_string(partition.count()) + ", type=" + partition.type + "\n";
   }
   Tool({"sfdisk", "--quiet", Image().string()}, script);
+}
+
+void HostProgram::MakeMbrDisk(const std::string& rows, std::uint64_t size) {
+  CreateImage(Image(), size);
+  Tool({"sfdisk", "--quiet", Image().string()}, "label: dos\n" + rows);
+}
+
+json HostProgram::Shown() {
+  return json::parse(Run({"show", "disk.img", "--json"}).out);
 }
 
 void HostProgram::MakeFat32(const Partition& partition) {

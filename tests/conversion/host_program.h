@@ -4,7 +4,10 @@
 #include <cstdint>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "conversion/gpt_disk.h"
@@ -25,6 +28,21 @@ std::vector<std::string> LinesOf(const std::string& text);
 
 // "convert disk.img --to mbr" and more.
 std::vector<std::string> ToMbr(const std::vector<std::string>& more);
+std::vector<std::string> ToGpt(const std::vector<std::string>& more);
+
+// What `--events` wrote, and from that: kind and value of each callback, the texts of a log level.
+std::vector<nlohmann::json> EventsOf(const std::filesystem::path& file);
+std::vector<std::pair<int, int>> Callbacks(const std::vector<nlohmann::json>& events);
+std::vector<std::string> LogLines(const std::vector<nlohmann::json>& events, int level);
+nlohmann::json StatusEvent(int status);
+
+// Start and length in bytes, and type, of each partition but the containers: as sfdisk reads them,
+// and from `show --json`.
+using ShownRow = std::tuple<std::uint64_t, std::uint64_t, std::string>;
+std::vector<ShownRow> SfdiskRows(const std::filesystem::path& image);
+std::vector<ShownRow> ShownRows(const nlohmann::json& shown);
+// One field of each partition of `show --json`.
+std::vector<nlohmann::json> Column(const nlohmann::json& shown, const std::string& name);
 
 class HostProgram : public ::testing::Test {
  protected:
@@ -36,8 +54,13 @@ class HostProgram : public ::testing::Test {
   std::filesystem::path File(const std::string& name) const { return folder_.path() / name; }
   std::filesystem::path Image() const { return File("disk.img"); }
 
-  // The image as a GPT disk of sfdisk's making. `MakeFat32` puts a file system into a partition.
+  // What `show --json` tells.
+  nlohmann::json Shown();
+
+  // The image as a disk of sfdisk's making: GPT, or MBR with rows as sfdisk takes them. `MakeFat32`
+  // puts a file system into a partition.
   void MakeDisk(const Partitions& partitions, std::uint64_t size = 256 * kMib);
+  void MakeMbrDisk(const std::string& rows, std::uint64_t size);
   void MakeFat32(const Partition& partition);
 
  private:

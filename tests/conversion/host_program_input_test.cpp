@@ -29,7 +29,7 @@ void PrintTo(const BadRun& run, std::ostream* out) {
 class BadInput : public HostProgram, public ::testing::WithParamInterface<BadRun> {};
 
 TEST_P(BadInput, EndsWithStatusTwoAndOneLineAndTouchesNothing) {
-  MakeDisk({{2048, 100000, kBasicData}, {100352, 133119, kReserved}});
+  MakeDisk({{2048, 100000, kBasicData}, {100352, 133119, kReserved}, {133120, 137215, kBasicData}});
   MakeFat32({2048, 100000});
   CreateImage(File("raw.img"), kMib);
   CreateImage(File("odd.img"), 1000);
@@ -63,10 +63,16 @@ const BadRun kBadRuns[] = {
     {"SameStyle", {"convert", "disk.img", "--to", "gpt"}, "--to: disk.img is GPT already"},
     {"UnknownOption", ToMbr({"--bogus"}), "The following argument was not expected: --bogus"},
     {"BadSystemLetter", ToMbr({"--system=7"}), "--system: '7' is not a drive letter"},
+    {"SystemWithoutVolume", ToMbr({"--system=D"}), "--system: disk.img has no volume at D:"},
+    {"SystemAtTheLogs", ToMbr({"--system=x"}), "--system: disk.img has no volume at X:"},
+    {"SystemOnLinux", ToMbr({"--system=L", "--letter", "3=L"}),
+     "--system: disk.img has no volume that Windows reads at L:"},
+    {"SystemMovedAway", ToMbr({"--system", "--letter", "1=E"}),
+     "--system: disk.img has no volume at C:"},
     {"LetterWithoutNumber", ToMbr({"--letter", "D"}), "--letter D: expected NUMBER=LETTER"},
     {"LetterBadNumber", ToMbr({"--letter", "x=D"}), "--letter x=D: 'x' is not a partition number"},
     {"LetterBadLetter", ToMbr({"--letter", "1=DE"}), "--letter 1=DE: 'DE' is not a drive letter"},
-    {"LetterNoPartition", ToMbr({"--letter", "3=D"}), "--letter 3=D: disk.img has no partition 3"},
+    {"LetterNoPartition", ToMbr({"--letter", "4=D"}), "--letter 4=D: disk.img has no partition 4"},
     {"LetterNoVolume", ToMbr({"--letter", "2=D"}),
      "--letter 2=D: disk.img has no volume in partition 2"},
     {"LetterTwice", ToMbr({"--letter", "1=D", "--letter", "1=E"}),

@@ -5,14 +5,11 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 #include <string>
-#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "conversion/image_bytes.h"
-#include "conversion/tools.h"
 
 namespace conversion {
 namespace {
@@ -24,56 +21,6 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::StartsWith;
-
-std::vector<json> EventsOf(const fs::path& file) {
-  std::vector<json> events;
-  for (const std::string& line : LinesOf(ReadText(file))) events.push_back(json::parse(line));
-  return events;
-}
-
-std::vector<std::pair<int, int>> Callbacks(const std::vector<json>& events) {
-  std::vector<std::pair<int, int>> callbacks;
-  for (const json& event : events) {
-    if (event["event"] == "callback") callbacks.emplace_back(event["kind"], event["value"]);
-  }
-  return callbacks;
-}
-
-std::vector<std::string> LogLines(const std::vector<json>& events, int level) {
-  std::vector<std::string> lines;
-  for (const json& event : events) {
-    if (event["event"] == "log" && event["level"] == level) lines.push_back(event["text"]);
-  }
-  return lines;
-}
-
-// Start and length in bytes, and type, of each partition but the containers.
-std::vector<std::tuple<std::uint64_t, std::uint64_t, std::string>> SfdiskRows(
-    const fs::path& image) {
-  const json table = json::parse(Tool({"sfdisk", "--json", image.string()}))["partitiontable"];
-  std::vector<std::tuple<std::uint64_t, std::uint64_t, std::string>> rows;
-  for (const json& row : table["partitions"]) {
-    const std::string type = row["type"];
-    if (type == "5" || type == "f") continue;
-    rows.emplace_back(row["start"].get<std::uint64_t>() * kSectorBytes,
-                      row["size"].get<std::uint64_t>() * kSectorBytes, type);
-  }
-  return rows;
-}
-
-std::vector<std::tuple<std::uint64_t, std::uint64_t, std::string>> ShownRows(const json& shown) {
-  std::vector<std::tuple<std::uint64_t, std::uint64_t, std::string>> rows;
-  for (const json& row : shown["partitions"]) {
-    rows.emplace_back(row["start"], row["length"], row["type"]);
-  }
-  return rows;
-}
-
-std::vector<json> Column(const json& shown, const std::string& name) {
-  std::vector<json> values;
-  for (const json& row : shown["partitions"]) values.push_back(row[name]);
-  return values;
-}
 
 // ---- show ---------------------------------------------------------------------------------------
 
@@ -99,10 +46,10 @@ TEST_F(HostProgram, ShowsAGptDiskAsSfdiskDoes) {
 }
 
 TEST_F(HostProgram, ShowsAnMbrDiskAsSfdiskDoes) {
-  CreateImage(Image(), 256 * kMib);
-  Tool({"sfdisk", "--quiet", Image().string()},
-       "label: dos\nstart=2048, size=100000, type=c\nstart=120000, type=f\n"
-       "start=124096, size=40000, type=83\nstart=170000, size=4000, type=7\n");
+  MakeMbrDisk(
+      "start=2048, size=100000, type=c\nstart=120000, type=f\n"
+      "start=124096, size=40000, type=83\nstart=170000, size=4000, type=7\n",
+      256 * kMib);
   const Outcome outcome = Run({"show", "disk.img", "--json"});
   EXPECT_EQ(outcome.status, 0);
   const json shown = json::parse(outcome.out);
@@ -114,7 +61,7 @@ TEST_F(HostProgram, ShowsAnMbrDiskAsSfdiskDoes) {
 
 TEST_F(HostProgram, ShowsADiskWithoutATable) {
   CreateImage(Image(), kMib);
-  const json shown = json::parse(Run({"show", "disk.img", "--json"}).out);
+  const json shown = Shown();
   EXPECT_EQ(shown, (json{{"style", "raw"}, {"size", kMib}, {"partitions", json::array()}}));
   const Outcome outcome = Run({"show", "disk.img"});
   EXPECT_EQ(outcome.status, 0);
@@ -142,14 +89,14 @@ TEST_F(HostProgram, ConvertsInPlaceAndTellsTheStages) {
   EXPECT_THAT(outcome.err, IsEmpty());
   EXPECT_THAT(outcome.out, StartsWith("before: GPT, 256 MiB, 2 partitions\n"));
   EXPECT_THAT(outcome.out, HasSubstr("\n   0 %  checking the table and making room\n"
-                                     "  20 %  clearing the disk\n"
-                                     "  40 %  creating the new disk style\n"
+                                     "  20 %  emptying the disk\n"
+                                     "  40 %  creating the new partition style\n"
                                      "  60 %  writing the partition table\n"
                                      " 100 %  finished\n"
                                      "\nafter: MBR, 256 MiB, 2 partitions\n"));
   EXPECT_EQ(LinesOf(outcome.out).back(), "Converted: disk.img is MBR now.");
   EXPECT_TRUE(fs::is_empty(File("tmp")));
-  const json shown = json::parse(Run({"show", "disk.img", "--json"}).out);
+  const json shown = Shown();
   EXPECT_EQ(shown["style"], "mbr");
   EXPECT_EQ(ShownRows(shown), SfdiskRows(Image()));
 }
@@ -190,7 +137,7 @@ TEST_F(HostProgram, GivesLettersInDiskOrderUnlessTold) {
                                  {300032, 400383, kBasicData}};
   MakeDisk(partitions);
   for (const Partition& partition : partitions) MakeFat32(partition);
-  const json shown = json::parse(Run({"show", "disk.img", "--json"}).out);
+  const json shown = Shown();
   EXPECT_THAT(Column(shown, "letter"), ElementsAre("C", "", "D", "E"));
   const Outcome outcome = Run(ToMbr({"--letter", "3=c", "--letter", "4=Q", "--events", "events"}));
   ASSERT_EQ(outcome.status, 0);
@@ -213,7 +160,7 @@ TEST_F(HostProgram, FailsACallOnDemand) {
       Run(ToMbr({"--fail", "DeviceIoControl/IOCTL_DISK_CREATE_DISK:1:5", "--events", "events"}));
   EXPECT_EQ(outcome.status, 1);
   EXPECT_THAT(outcome.err, StartsWith("velkora-image: disk.img: the conversion failed while "
-                                      "creating the new disk style\n"
+                                      "creating the new partition style\n"
                                       "  DeviceIoControl with IOCTL_DISK_CREATE_DISK error 5\n"));
   const std::vector<json> events = EventsOf(File("events"));
   EXPECT_EQ(events.back(), (json{{"event", "result"}, {"value", 1}}));
@@ -226,7 +173,7 @@ TEST_F(HostProgram, FailsTheOccurrenceOfAToolAndKeepsTheLogs) {
   MakeDisk({{2048, 100351, kBasicData}});
   const Outcome outcome = Run(ToMbr({"--fail", "command/diskpart"}));
   EXPECT_EQ(outcome.status, 1);
-  EXPECT_THAT(outcome.err, HasSubstr("failed while clearing the disk\n"));
+  EXPECT_THAT(outcome.err, HasSubstr("failed while emptying the disk\n"));
   EXPECT_THAT(outcome.err, HasSubstr("\n  DISKPART_Clean Failed!\n"));
   const std::string last = LinesOf(outcome.err).back();
   ASSERT_THAT(last, StartsWith("  logs: "));
@@ -263,8 +210,7 @@ TEST_F(HostProgram, StopsWhenAStatusArrives) {
   EXPECT_EQ(outcome.status, 1);
   EXPECT_THAT(outcome.err, HasSubstr("after a stop was asked for\n"));
   const std::vector<json> events = EventsOf(File("events"));
-  const json status = {{"event", "callback"}, {"kind", 0}, {"value", 3}};
-  const auto arrived = std::find(events.begin(), events.end(), status);
+  const auto arrived = std::find(events.begin(), events.end(), StatusEvent(3));
   ASSERT_NE(arrived, events.end());
   EXPECT_EQ(*std::next(arrived),
             (json{{"event", "log"}, {"level", 1}, {"text", "Set Convert Stop!"}}));

@@ -149,6 +149,12 @@ void CopySectors(const ImageFile& from, std::uint64_t from_sector, std::uint64_t
                });
 }
 
+void ZeroSectors(const ImageFile& image, const SectorRange& range) {
+  ForEachPiece(image, range, [&](std::uint64_t first, std::span<const std::uint8_t> bytes) {
+    image.Write(first * kSectorBytes, std::vector<std::uint8_t>(bytes.size()));
+  });
+}
+
 std::uint64_t Hash(const std::filesystem::path& image) {
   return HashSectors(image, {0, ImageFile(image).sector_count() - 1});
 }

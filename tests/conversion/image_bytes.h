@@ -56,6 +56,9 @@ void CopyImage(const std::filesystem::path& from, const std::filesystem::path& t
 void CopySectors(const ImageFile& from, std::uint64_t from_sector, std::uint64_t count,
                  const ImageFile& to, std::uint64_t to_sector);
 
+// Makes sectors read as zeros. Leaves what does so already alone.
+void ZeroSectors(const ImageFile& image, const SectorRange& range);
+
 // A hash of all bytes, in which a hole is the same as zeros. Good within one process.
 std::uint64_t Hash(const std::filesystem::path& image);
 std::uint64_t HashSectors(const std::filesystem::path& image, const SectorRange& range);

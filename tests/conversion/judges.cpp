@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <ostream>
+#include <set>
 #include <sstream>
 
 #include "conversion/tools.h"
@@ -42,6 +43,16 @@ std::vector<MbrRow> RowsOf(const nlohmann::json& table, const std::string& devic
     rows.push_back({static_cast<unsigned>(std::stoul(number)),
                     entry.at("start").get<std::uint64_t>(), entry.at("size").get<std::uint64_t>(),
                     entry.at("type").get<std::string>()});
+  }
+  return rows;
+}
+
+std::vector<GptRow> GptRowsOf(const nlohmann::json& table, const std::string& device) {
+  std::vector<GptRow> rows;
+  for (const MbrRow& row : RowsOf(table, device)) {
+    const nlohmann::json& entry = table.at("partitions").at(rows.size());
+    rows.push_back({row.number, row.start, row.size, row.type, entry.value("name", ""),
+                    entry.value("attrs", "")});
   }
   return rows;
 }
@@ -108,6 +119,36 @@ void ExpectMbr(const std::filesystem::path& image, const Partitions& partitions,
   ExpectMbrBySfdisk(image, partitions, signature);
   EXPECT_EQ(PartedRows(image),
             PartedText(ExpectedRows(partitions, ImageFile(image).sector_count())));
+}
+
+std::vector<unsigned> BootableRows(const std::filesystem::path& image) {
+  const nlohmann::json table = ReadTable(image);
+  const std::vector<MbrRow> rows = RowsOf(table, image.string());
+  std::vector<unsigned> numbers;
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    const bool bootable = table.at("partitions").at(i).value("bootable", false);
+    if (bootable) numbers.push_back(rows[i].number);
+  }
+  return numbers;
+}
+
+void PrintTo(const GptRow& row, std::ostream* out) {
+  *out << row.number << ": start " << row.start << " size " << row.size << " type " << row.type
+       << " name " << row.name << " attributes " << row.attributes;
+}
+
+void ExpectGptRows(const std::filesystem::path& image, const std::vector<GptRow>& expected) {
+  EXPECT_THAT(Tool({"sgdisk", "--verify", image}), HasSubstr("No problems found."));
+  const nlohmann::json table = ReadTable(image);
+  EXPECT_EQ(table.at("label"), "gpt");
+  EXPECT_EQ(GptRowsOf(table, image.string()), expected);
+  std::set<std::string> ids = {table.at("id").get<std::string>()};
+  if (table.contains("partitions")) {
+    for (const nlohmann::json& entry : table.at("partitions")) {
+      ids.insert(entry.at("uuid").get<std::string>());
+    }
+  }
+  EXPECT_EQ(ids.size(), expected.size() + 1);
 }
 
 void ExpectGpt(const std::filesystem::path& image, const Partitions& partitions) {

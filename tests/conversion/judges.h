@@ -32,6 +32,24 @@ void ExpectMbrBySfdisk(const std::filesystem::path& image, const Partitions& par
 void ExpectMbr(const std::filesystem::path& image, const Partitions& partitions,
                std::uint32_t signature);
 
+// Numbers of the entries that sfdisk shows with the boot mark.
+std::vector<unsigned> BootableRows(const std::filesystem::path& image);
+
+// An entry of a GPT as sfdisk tells it.
+struct GptRow {
+  unsigned number = 0;
+  std::uint64_t start = 0;
+  std::uint64_t size = 0;
+  std::string type;
+  std::string name;
+  std::string attributes;  // "GUID:62,63", "" for none
+  bool operator==(const GptRow&) const = default;
+};
+void PrintTo(const GptRow& row, std::ostream* out);
+
+// sfdisk reads exactly these entries, whose unique GUIDs all differ, and sgdisk finds no problem.
+void ExpectGptRows(const std::filesystem::path& image, const std::vector<GptRow>& expected);
+
 // sgdisk finds no problem in the GPT and it holds exactly these partitions, in table order.
 void ExpectGpt(const std::filesystem::path& image, const Partitions& partitions);
 

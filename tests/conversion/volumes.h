@@ -34,8 +34,8 @@ void ExpectFat32(const std::filesystem::path& image, const Partition& partition,
 void ExpectExt4(const std::filesystem::path& image, const Partition& partition, const Files& files,
                 const std::filesystem::path& scratch);
 
-// An NTFS volume that was shrunk: whole but for the boot sector's second copy, which lay behind the
-// new end.
+// An NTFS volume that was shrunk or got boot code: whole but for the boot sector's second copy,
+// which lay behind the new end or is still the old one.
 void ExpectShrunkNtfs(const std::filesystem::path& image, const Partition& partition,
                       const Files& files, const std::filesystem::path& scratch);
 

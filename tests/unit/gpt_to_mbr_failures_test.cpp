@@ -12,7 +12,6 @@ namespace velkora {
 namespace {
 
 using testing_support::Event;
-using testing_support::EventHook;
 using testing_support::Events;
 using testing_support::GptDiskTest;
 using testing_support::GptEntry;
@@ -30,21 +29,9 @@ const std::vector<Event> kAll = {{1, 0}, {0, 1},  {1, 20}, {0, 2},   {1, 40},
 class FailingGptToMbr : public GptDiskTest {
  protected:
   bool Run() { return ConvertGptToMbr(converter_); }
-  void FailControl(const char* name, std::size_t occurrence, DWORD error) {
-    machine_.calls().FailOn(std::string("DeviceIoControl/") + name, occurrence, error);
-  }
-  std::size_t CountControl(const char* name) {
-    return machine_.calls().Count(std::string("DeviceIoControl/") + name);
-  }
   bool HasLine(const std::string& line) const {
     const Strings lines = AllLines();
     return std::find(lines.begin(), lines.end(), line) != lines.end();
-  }
-  // Asks for a stop when `event` arrives.
-  static void StopAt(Event event) {
-    EventHook() = [event](Event arrived) {
-      if (arrived == event) GetGlobalContext().stop_requested = 1;
-    };
   }
 };
 

@@ -61,17 +61,6 @@ class GptToMbr : public GptDiskTest {
     return rows;
   }
 
-  // Lines without the volume walk and the layout, whose numbers are told elsewhere.
-  Strings Steps() const {
-    Strings steps;
-    for (const std::string& line : AllLines()) {
-      if (line.starts_with("1 [part]") || line.starts_with("1 volume_path")) continue;
-      if (line.starts_with("1 Restore Letter") || line.starts_with("1 Remove Letter")) continue;
-      steps.push_back(line);
-    }
-    return steps;
-  }
-
   bool Run() { return ConvertGptToMbr(converter_); }
 
   static constexpr std::uint32_t kMiB = 2048;  // in sectors

@@ -284,24 +284,5 @@ TEST_F(Convert, IgnoresWhatTheCallbackReturns) {
   EXPECT_EQ(converter_.Convert(&record.disk(), refuse), 0);
 }
 
-TEST_F(Convert, LeavesASystemDiskAlone) {
-  MakeGptDisk();
-  CallerRecord record(DiskType::kGpt, 1, kDiskSize);
-  record.disk().is_system = 1;
-  EXPECT_EQ(Run(record), 1);
-  EXPECT_EQ(LinesBehindRecord(), (Strings{"3 This kind of conversion is not supported yet!"}));
-  EXPECT_TRUE(scripts_.empty());
-  ExpectRefused();
-}
-
-TEST_F(Convert, LeavesAnMbrDiskAlone) {
-  MakeMbrDisk();
-  CallerRecord record(DiskType::kMbr, 1, kDiskSize);
-  EXPECT_EQ(Run(record), 1);
-  EXPECT_EQ(LinesBehindRecord(), (Strings{"3 This kind of conversion is not supported yet!"}));
-  EXPECT_TRUE(scripts_.empty());
-  ExpectRefused();
-}
-
 }  // namespace
 }  // namespace velkora

@@ -1,0 +1,240 @@
+#include "boot/boot_recovery.h"
+
+#include <fstream>
+
+#include "frame/global_context.h"
+#include "support/machine_test.h"
+
+namespace {
+
+using testing_support::LogLine;
+using testing_support::MachineTest;
+using Log = std::vector<LogLine>;
+using Texts = std::vector<std::string>;
+using simulator::CommandResult;
+
+const std::string kStore = "bcdedit /store S:\\EFI\\Microsoft\\Boot\\BCD";
+const std::string kTail = " >> \"X:\\logs\\BCDEDIT_result.log\"";
+const std::string kListLine = kStore + kTail;
+
+std::string SetLine(const std::string& identifier) {
+  return kStore + " /set " + identifier + " recoveryenabled ON" + kTail;
+}
+
+// Replaces bcdedit: the first run prints `listing_`, the second ends with `set_status_`.
+class BcdEnableRecovery : public MachineTest {
+ protected:
+  BcdEnableRecovery() {
+    velkora::GetGlobalContext().is_system = 1;
+    machine_.SetCommand("bcdedit", [this](auto&, const Texts& arguments) {
+      runs_.push_back(arguments);
+      log_file_at_run_.push_back(LogsFileText("BCDEDIT_result.log"));
+      if (runs_.size() == 1) return CommandResult{list_status_, listing_};
+      return CommandResult{set_status_, "The operation completed successfully.\r\n"};
+    });
+  }
+
+  // What the listing gives as the identifier, as it stands in the second line.
+  std::string IdentifierIn(const std::string& listing) {
+    listing_ = listing;
+    runs_.clear();
+    shell_lines_.clear();
+    EXPECT_TRUE(velkora::BcdEnableRecovery("S"));
+    const std::string front = "system: " + kStore + " /set ";
+    const std::string back = " recoveryenabled ON" + kTail;
+    if (shell_lines_.size() != 2 || !shell_lines_[1].starts_with(front) ||
+        !shell_lines_[1].ends_with(back)) {
+      ADD_FAILURE() << "not a list line and a set line";
+      return "";
+    }
+    return shell_lines_[1].substr(front.size(),
+                                  shell_lines_[1].size() - front.size() - back.size());
+  }
+
+  std::string listing_ = "identifier              {bootmgr}\nresumeobject            {one}\n";
+  DWORD list_status_ = 0;
+  DWORD set_status_ = 0;
+  std::vector<Texts> runs_;
+  Texts log_file_at_run_;
+};
+
+TEST_F(BcdEnableRecovery, SetsRecoveryForTheResumeObjectOfTheListing) {
+  EXPECT_TRUE(velkora::BcdEnableRecovery("S"));
+  EXPECT_EQ(runs_, (std::vector<Texts>{{"/store", "S:\\EFI\\Microsoft\\Boot\\BCD"},
+                                       {"/store", "S:\\EFI\\Microsoft\\Boot\\BCD", "/set", "{one}",
+                                        "recoveryenabled", "ON"}}));
+  EXPECT_EQ(shell_lines_, (Texts{"system: " + kListLine, "system: " + SetLine("{one}")}));
+  EXPECT_EQ(log_, (Log{{1, "BcdEnableRecovery Begin..."},
+                       {1, "cmd: " + kListLine},
+                       {1, "Bcdedit Get Info Success!"},
+                       {1, "bcdedit key: resumeobject, value: {one}"},
+                       {1, "cmd: " + SetLine("{one}")},
+                       {1, "BcdEnableRecovery Success!"}}));
+}
+
+TEST_F(BcdEnableRecovery, RunsDirectlyOnADataDiskToo) {
+  velkora::GetGlobalContext().is_system = 0;
+  EXPECT_TRUE(velkora::BcdEnableRecovery("S"));
+  EXPECT_EQ(shell_lines_, (Texts{"system: " + kListLine, "system: " + SetLine("{one}")}));
+}
+
+// ---- The result file ----------------------------------------------------------------------------
+
+TEST_F(BcdEnableRecovery, OldResultIsRemovedFirst) {
+  std::ofstream(LogsFile("BCDEDIT_result.log")) << "resumeobject {old}\n";
+  EXPECT_TRUE(velkora::BcdEnableRecovery("S"));
+  EXPECT_EQ(log_file_at_run_.at(0), "");
+  EXPECT_EQ(shell_lines_.at(1), "system: " + SetLine("{one}"));
+}
+
+TEST_F(BcdEnableRecovery, OldResultThatCannotBeRemovedIsReadToo) {
+  std::ofstream(LogsFile("BCDEDIT_result.log")) << "resumeobject {old}\n";
+  machine_.calls().FailOn("remove", 1, ERROR_ACCESS_DENIED);
+  EXPECT_TRUE(velkora::BcdEnableRecovery("S"));
+  EXPECT_EQ(shell_lines_.at(1), "system: " + SetLine("{old}"));
+  EXPECT_EQ(Lines(3), Texts{});
+}
+
+TEST_F(BcdEnableRecovery, SecondRunAppendsToTheFileThatWasRead) {
+  EXPECT_TRUE(velkora::BcdEnableRecovery("S"));
+  EXPECT_EQ(log_file_at_run_.at(1), listing_);
+  EXPECT_EQ(LogsFileText("BCDEDIT_result.log"),
+            listing_ + "The operation completed successfully.\r\n");
+}
+
+// ---- The listing --------------------------------------------------------------------------------
+
+TEST_F(BcdEnableRecovery, ValueIsTheLastWordOfTheLine) {
+  EXPECT_EQ(IdentifierIn("resumeobject   two   {last}\n"), "{last}");
+}
+
+TEST_F(BcdEnableRecovery, LineWithOneBlankHasKeyAndValueOnEitherSide) {
+  EXPECT_EQ(IdentifierIn("resumeobject {one}\n"), "{one}");
+}
+
+TEST_F(BcdEnableRecovery, ValueBehindATrailingBlankIsEmpty) {
+  EXPECT_EQ(IdentifierIn("resumeobject {one} \n"), "");
+}
+
+TEST_F(BcdEnableRecovery, KeyInAnotherCaseDoesNotMatch) {
+  EXPECT_EQ(IdentifierIn("ResumeObject {upper}\nresumeobject {one}\n"), "{one}");
+}
+
+TEST_F(BcdEnableRecovery, LongerKeyDoesNotMatch) {
+  EXPECT_EQ(IdentifierIn("resumeobjects {more}\nresumeobject {one}\n"), "{one}");
+}
+
+TEST_F(BcdEnableRecovery, ShorterKeyDoesNotMatch) {
+  EXPECT_EQ(IdentifierIn("resume {less}\nresumeobject {one}\n"), "{one}");
+}
+
+TEST_F(BcdEnableRecovery, IndentedKeyDoesNotMatch) {
+  EXPECT_EQ(IdentifierIn(" resumeobject {indented}\nresumeobject {one}\n"), "{one}");
+}
+
+TEST_F(BcdEnableRecovery, FirstMatchingLineCounts) {
+  EXPECT_EQ(IdentifierIn("resumeobject {one}\nresumeobject {two}\n"), "{one}");
+}
+
+TEST_F(BcdEnableRecovery, EmptyLinesAndLinesWithoutABlankAreSkipped) {
+  EXPECT_EQ(IdentifierIn("\n-----\nresumeobject\n\nresumeobject {one}\n"), "{one}");
+}
+
+TEST_F(BcdEnableRecovery, LastLineNeedsNoLineFeed) {
+  EXPECT_EQ(IdentifierIn("identifier {bootmgr}\nresumeobject {one}"), "{one}");
+}
+
+TEST_F(BcdEnableRecovery, LongLineIsReadWhole) {
+  EXPECT_EQ(IdentifierIn("resumeobject " + std::string(100'000, ' ') + "{one}\n"), "{one}");
+}
+
+TEST_F(BcdEnableRecovery, ListingWithoutTheKeyLeavesTheIdentifierEmpty) {
+  EXPECT_EQ(IdentifierIn("Wiederaufnahmeobjekt {one}\n"), "");
+  EXPECT_EQ(shell_lines_.at(1), "system: " + kStore + " /set  recoveryenabled ON" + kTail);
+  EXPECT_EQ(Lines(1),
+            (Texts{"BcdEnableRecovery Begin...", "cmd: " + kListLine, "Bcdedit Get Info Success!",
+                   "cmd: " + SetLine(""), "BcdEnableRecovery Success!"}));
+}
+
+TEST_F(BcdEnableRecovery, EmptyListingLeavesTheIdentifierEmpty) {
+  EXPECT_EQ(IdentifierIn(""), "");
+}
+
+TEST_F(BcdEnableRecovery, ToolDecidesOnTheLineWithoutAnIdentifier) {
+  listing_ = "";
+  set_status_ = 1;
+  EXPECT_FALSE(velkora::BcdEnableRecovery("S"));
+  EXPECT_EQ(Lines(3), Texts{"BcdEdit Set Failed!"});
+}
+
+// ---- Failures -----------------------------------------------------------------------------------
+
+TEST_F(BcdEnableRecovery, FailedListingEndsIt) {
+  list_status_ = 1;
+  EXPECT_FALSE(velkora::BcdEnableRecovery("S"));
+  EXPECT_EQ(runs_.size(), 1U);
+  EXPECT_EQ(log_, (Log{{1, "BcdEnableRecovery Begin..."},
+                       {1, "cmd: " + kListLine},
+                       {3, "Bcdedit Get Info Failed!"}}));
+}
+
+TEST_F(BcdEnableRecovery, ShellThatCannotBeStartedEndsIt) {
+  machine_.calls().FailOn("system");
+  EXPECT_FALSE(velkora::BcdEnableRecovery("S"));
+  EXPECT_EQ(log_.back(), (LogLine{3, "Bcdedit Get Info Failed!"}));
+}
+
+TEST_F(BcdEnableRecovery, ResultThatCannotBeOpenedEndsIt) {
+  machine_.calls().FailOn("fopen", 1, ERROR_ACCESS_DENIED);
+  EXPECT_FALSE(velkora::BcdEnableRecovery("S"));
+  EXPECT_EQ(runs_.size(), 1U);
+  EXPECT_EQ(log_, (Log{{1, "BcdEnableRecovery Begin..."},
+                       {1, "cmd: " + kListLine},
+                       {1, "Bcdedit Get Info Success!"},
+                       {3, "File Open Failed: X:\\logs\\BCDEDIT_result.log"}}));
+}
+
+TEST_F(BcdEnableRecovery, FailedSettingIsAFailure) {
+  set_status_ = 1;
+  EXPECT_FALSE(velkora::BcdEnableRecovery("S"));
+  EXPECT_EQ(runs_.size(), 2U);
+  EXPECT_EQ(log_.back(), (LogLine{3, "BcdEdit Set Failed!"}));
+}
+
+// ---- The listing of the running system ----------------------------------------------------------
+
+using BcdeditPrint = BcdEnableRecovery;
+
+const std::string kPrintLine = "bcdedit /enum all >> \"X:\\logs\\BCDEDIT_print.log\"";
+
+TEST_F(BcdeditPrint, ListsEverythingIntoItsOwnFile) {
+  EXPECT_TRUE(velkora::BCDEDIT_print());
+  EXPECT_EQ(runs_, (std::vector<Texts>{{"/enum", "all"}}));
+  EXPECT_EQ(shell_lines_, Texts{"system: " + kPrintLine});
+  EXPECT_EQ(LogsFileText("BCDEDIT_print.log"), listing_);
+  EXPECT_EQ(log_, (Log{{1, "BCDEDIT_print Begin..."},
+                       {1, "cmd: " + kPrintLine},
+                       {1, "BCDEDIT_print Success!"}}));
+}
+
+TEST_F(BcdeditPrint, FileIsNotRemovedFirst) {
+  std::ofstream(LogsFile("BCDEDIT_print.log"), std::ios::binary) << "before\n";
+  EXPECT_TRUE(velkora::BCDEDIT_print());
+  EXPECT_EQ(LogsFileText("BCDEDIT_print.log"), "before\n" + listing_);
+}
+
+TEST_F(BcdeditPrint, RunsDirectlyOnADataDiskToo) {
+  velkora::GetGlobalContext().is_system = 0;
+  EXPECT_TRUE(velkora::BCDEDIT_print());
+  EXPECT_EQ(shell_lines_, Texts{"system: " + kPrintLine});
+}
+
+TEST_F(BcdeditPrint, FailedToolIsAFailure) {
+  list_status_ = 1;
+  EXPECT_FALSE(velkora::BCDEDIT_print());
+  EXPECT_EQ(log_, (Log{{1, "BCDEDIT_print Begin..."},
+                       {1, "cmd: " + kPrintLine},
+                       {3, "BCDEDIT_print Failed!"}}));
+}
+
+}  // namespace

@@ -1,0 +1,337 @@
+// Conversions of MBR disks in which a step fails or a stop is asked for.
+#include <algorithm>
+
+#include "convert/mbr_to_gpt.h"
+#include "frame/global_context.h"
+#include "support/mbr_disk_test.h"
+
+namespace velkora {
+namespace {
+
+using testing_support::Event;
+using testing_support::Events;
+using testing_support::MbrDiskTest;
+using testing_support::SetText;
+
+using Strings = std::vector<std::string>;
+
+const std::vector<Event> kUpToChecking = {{1, 0}, {0, 1}};
+const std::vector<Event> kUpToClearing = {{1, 0}, {0, 1}, {1, 20}, {0, 2}};
+const std::vector<Event> kUpToCreating = {{1, 0}, {0, 1}, {1, 20}, {0, 2}, {1, 40}, {0, 3}};
+const std::vector<Event> kUpToWriting = {{1, 0},  {0, 1}, {1, 20}, {0, 2},
+                                         {1, 40}, {0, 3}, {1, 60}, {0, 4}};
+const std::vector<Event> kUpToRepairing = {{1, 0}, {0, 1},  {1, 20}, {0, 2},  {1, 40},
+                                           {0, 3}, {1, 60}, {0, 4},  {1, 80}, {0, 6}};
+const std::vector<Event> kAll = {{1, 0}, {0, 1},  {1, 20}, {0, 2},   {1, 40},
+                                 {0, 3}, {1, 60}, {0, 4},  {1, 100}, {0, 7}};
+const std::vector<Event> kAllOfASystemDisk = {{1, 0},  {0, 1}, {1, 20}, {0, 2}, {1, 40},  {0, 3},
+                                              {1, 60}, {0, 4}, {1, 80}, {0, 6}, {1, 100}, {0, 7}};
+
+class FailingMbrToGpt : public MbrDiskTest {
+ protected:
+  FailingMbrToGpt() : MbrDiskTest(1024) {}
+  bool Run() { return ConvertMbrToGpt(converter_); }
+};
+
+// ---- Room ---------------------------------------------------------------------------------------
+
+TEST_F(FailingMbrToGpt, AnUnreadableTableIsNotHeardOf) {
+  SetUpDisk(SpacedEntries(2));
+  machine_.calls().FailOn("ReadFile", 1, 23);
+  EXPECT_FALSE(Run());
+  EXPECT_EQ(AllLines(), (Strings{"3 Read Error: 23", "3 Get partitions fail!"}));
+  EXPECT_TRUE(Events().empty());
+  EXPECT_TRUE(scripts_.empty());
+}
+
+TEST_F(FailingMbrToGpt, MissingTailRoomOfADataDiskIsForgivenUntilTheLayoutIsSet) {
+  SetUpDisk({Between(1, 1024)}, {}, false);
+  FailControl("IOCTL_DISK_SET_DRIVE_LAYOUT_EX", 1, 87);
+  EXPECT_FALSE(Run());
+  std::vector<Event> expected = kUpToWriting;
+  expected.insert(expected.begin() + 2, {0, 5});
+  EXPECT_EQ(Events(), expected);
+  EXPECT_EQ(Lines(3), (Strings{"CompressPart fail!", "IOCTL_DISK_SET_DRIVE_LAYOUT_EX Error: 87"}));
+}
+
+TEST_F(FailingMbrToGpt, MissingTailRoomOfADataDiskIsThePlatformsDecision) {
+  SetUpDisk({Between(1, 1024)}, {}, false);
+  EXPECT_FALSE(Run()) << "the last partition lies over the secondary table";
+  EXPECT_EQ(CountControl("IOCTL_DISK_SET_DRIVE_LAYOUT_EX"), 1U);
+  EXPECT_EQ(LastLine(), "3 IOCTL_DISK_SET_DRIVE_LAYOUT_EX Error: 87");
+}
+
+TEST_F(FailingMbrToGpt, MissingTailRoomIsForgivenWhereThePlatformDoesNotMind) {
+  SetUpDisk({Between(1, 100)}, {}, false);
+  record_.disk().size = 100ULL << 20;
+  EXPECT_TRUE(Run());
+  EXPECT_EQ(Lines(3), Strings{"CompressPart fail!"});
+}
+
+TEST_F(FailingMbrToGpt, AFailedRescanBehindTheTailShrinkOfADataDiskIsForgiven) {
+  SetUpDisk({Between(1, 1024)});
+  machine_.calls().FailOn("command/diskpart");
+  EXPECT_FALSE(Run());
+  // The list still has the length from before the shrink.
+  EXPECT_EQ(LastLine(), "3 IOCTL_DISK_SET_DRIVE_LAYOUT_EX Error: 87");
+}
+
+// ---- Steps that fail the conversion -------------------------------------------------------------
+
+TEST_F(FailingMbrToGpt, AFailedCleanEndsIt) {
+  SetUpDisk(SpacedEntries(2));
+  machine_.calls().FailOn("command/diskpart", 1, 1);
+  EXPECT_FALSE(Run());
+  EXPECT_EQ(Events(), kUpToClearing);
+  EXPECT_EQ(LastLine(), "3 DISKPART_Clean Failed!");
+  EXPECT_EQ(DeviceSteps(), (Strings{"diskpart"}));
+}
+
+TEST_F(FailingMbrToGpt, AFailedDiskIdEndsIt) {
+  SetUpDisk(SpacedEntries(2));
+  machine_.calls().FailOn("CoCreateGuid", 1, 14);
+  EXPECT_FALSE(Run());
+  EXPECT_EQ(Events(), kUpToCreating);
+  EXPECT_EQ(LastLine(), "3 CoCreateGuid Error: 14");
+  EXPECT_EQ(CountControl("IOCTL_DISK_CREATE_DISK"), 0U);
+}
+
+TEST_F(FailingMbrToGpt, AFailedCreationOfTheStyleEndsIt) {
+  SetUpDisk(SpacedEntries(2));
+  FailControl("IOCTL_DISK_CREATE_DISK", 1, 5);
+  EXPECT_FALSE(Run());
+  EXPECT_EQ(Events(), kUpToCreating);
+  EXPECT_EQ(LastLine(), "3 Set New Disk Error: 5");
+  EXPECT_EQ(CountControl("IOCTL_DISK_UPDATE_PROPERTIES"), 0U);
+  EXPECT_EQ(scripts_.size(), 1U);
+}
+
+TEST_F(FailingMbrToGpt, AFailedIdOfAnEntryEndsIt) {
+  SetUpDisk(SpacedEntries(3));
+  machine_.calls().FailOn("CoCreateGuid", 3, 14);  // the second entry's
+  EXPECT_FALSE(Run());
+  EXPECT_EQ(Events(), kUpToCreating);
+  EXPECT_EQ(LastLine(), "3 CoCreateGuid error: 14");
+  EXPECT_EQ(machine_.calls().Count("CoCreateGuid"), 3U);
+  EXPECT_EQ(CountControl("IOCTL_DISK_SET_DRIVE_LAYOUT_EX"), 0U);
+}
+
+TEST_F(FailingMbrToGpt, AFailedLayoutEndsIt) {
+  SetUpDisk(SpacedEntries(2));
+  record_.volume(0).part_number = 77;
+  FailControl("IOCTL_DISK_SET_DRIVE_LAYOUT_EX", 1, 1117);
+  EXPECT_FALSE(Run());
+  EXPECT_EQ(Events(), kUpToWriting);
+  EXPECT_EQ(LastLine(), "3 IOCTL_DISK_SET_DRIVE_LAYOUT_EX Error: 1117");
+  EXPECT_EQ(CountControl("IOCTL_DISK_UPDATE_PROPERTIES"), 1U);
+  EXPECT_EQ(record_.volume(0).part_number, 77);
+  EXPECT_EQ(scripts_.size(), 2U);
+}
+
+// ---- Steps that do not --------------------------------------------------------------------------
+
+TEST_F(FailingMbrToGpt, FailedUpdatesOfPropertiesArePassedOver) {
+  SetUpDisk(SpacedEntries(2));
+  machine_.calls().FailOn("DeviceIoControl/IOCTL_DISK_UPDATE_PROPERTIES", 1, 1117,
+                          simulator::Repeat::kFromThenOn);
+  EXPECT_TRUE(Run());
+  EXPECT_EQ(Events(), kAll);
+  EXPECT_EQ(Lines(3), Strings(2, "IOCTL_DISK_UPDATE_PROPERTIES Error: 1117"));
+}
+
+TEST_F(FailingMbrToGpt, FailedRescansArePassedOver) {
+  SetUpDisk(SpacedEntries(2));
+  machine_.calls().FailOn("command/diskpart", 2, 1, simulator::Repeat::kFromThenOn);
+  EXPECT_TRUE(Run());
+  EXPECT_EQ(Events(), kAll);
+  const Strings errors = Lines(3);
+  EXPECT_EQ(std::count(errors.begin(), errors.end(), "DISKPART_Rescan Failed!"), 2);
+}
+
+TEST_F(FailingMbrToGpt, FailedLettersArePassedOver) {
+  SetUpDisk(SpacedEntries(2));
+  machine_.calls().FailOn("FindFirstVolumeA", 1, 8);
+  EXPECT_TRUE(Run());
+  EXPECT_EQ(Events(), kAll);
+  EXPECT_EQ(Lines(3), (Strings{"FindFirstVolumeA error 8", "RestoreVolumeInfos error: 8"}));
+  EXPECT_EQ(LastLine(), "1 MBR2GPT end");
+}
+
+// ---- Stops --------------------------------------------------------------------------------------
+
+TEST_F(FailingMbrToGpt, AStopBeforeTheFirstReadIsNotHeardOf) {
+  SetUpDisk(SpacedEntries(2));
+  GetGlobalContext().stop_requested = 1;
+  EXPECT_FALSE(Run());
+  EXPECT_EQ(AllLines(), (Strings{"3 Get partitions fail!"}));
+  EXPECT_TRUE(Events().empty());
+}
+
+TEST_F(FailingMbrToGpt, AStopWhileCheckingIsSeenOnlyBeforeTheLayout) {
+  SetUpDisk(SpacedEntries(4));
+  StopAt({0, 1});
+  EXPECT_FALSE(Run());
+  EXPECT_EQ(Events(), kUpToCreating);
+  EXPECT_EQ(LastLine(), "1 DISKPART_Rescan Success!");
+  EXPECT_EQ(machine_.calls().Count("CoCreateGuid"), 5U) << "the layout was built";
+  EXPECT_EQ(CountControl("IOCTL_DISK_SET_DRIVE_LAYOUT_EX"), 0U);
+}
+
+TEST_F(FailingMbrToGpt, AStopWhileWritingIsNotSeen) {
+  SetUpDisk(SpacedEntries(2));
+  record_.volume(0).part_number = 77;
+  StopAt({0, 4});
+  EXPECT_TRUE(Run());
+  EXPECT_EQ(Events(), kAll);
+  EXPECT_EQ(record_.volume(0).part_number, 1);
+  const Strings errors = Lines(3);
+  ASSERT_EQ(errors.size(), 1U);
+  EXPECT_TRUE(errors[0].starts_with("RestoreVolumeInfos error: ")) << errors[0];
+}
+
+TEST_F(FailingMbrToGpt, AStopWithoutPartitionsIsNotSeen) {
+  SetUpDisk({});
+  StopAt({1, 0});
+  EXPECT_TRUE(Run());
+  EXPECT_EQ(LastLine(), "1 MBR2GPT end");
+}
+
+// ---- System disks -------------------------------------------------------------------------------
+
+// The system's volume is C, from 1 to 100 MiB; the EFI partition becomes the second.
+class FailingSystemMbrToGpt : public FailingMbrToGpt {
+ protected:
+  FailingSystemMbrToGpt() {
+    ScriptTool("bcdboot", 0);
+    ScriptTool("bcdedit", 0, "resumeobject {one}\n");
+  }
+  void SetUpSystem(bool with_letter = true) {
+    SetUpDisk({Between(1, 100)});
+    MarkAsSystemDisk(0);
+    if (with_letter) SetText(record_.volume(0).letter, "C:");
+  }
+  // The runs of diskpart, in order: 1 rescan, 2 clean, 3 and 4 rescan, 5 and 6 the wait, 7 rescan,
+  // 8 format, 9 assign, 10 rescan.
+  void FailDiskpart(std::size_t run) { machine_.calls().FailOn("command/diskpart", run, 1); }
+  void ExpectFailedRepair(const std::string& last_line) {
+    EXPECT_FALSE(Run());
+    EXPECT_EQ(Events(), kUpToRepairing);
+    EXPECT_EQ(LastLine(), last_line);
+  }
+};
+
+TEST_F(FailingSystemMbrToGpt, MissingTailRoomEndsIt) {
+  SetUpDisk({Between(1, 100), Between(100, 1024)}, {}, false);
+  record_.disk().is_system = 1;
+  EXPECT_FALSE(Run());
+  EXPECT_EQ(Events(), (std::vector<Event>{{1, 0}, {0, 1}, {0, 5}}));
+  EXPECT_EQ(AllLines(),
+            (Strings{"1 MBR2GPT start", "1 Check and compress partition", "1 CompressPart Begin...",
+                     "1 CompressPart End", "3 CompressPart fail!"}));
+  EXPECT_TRUE(scripts_.empty());
+}
+
+TEST_F(FailingSystemMbrToGpt, StopDuringTheTailShrinkEndsIt) {
+  SetUpDisk({Between(1, 100), Between(100, 1024)});
+  MarkAsSystemDisk(0);
+  StopAt({0, 5});
+  EXPECT_FALSE(Run());
+  EXPECT_EQ(Events(), (std::vector<Event>{{1, 0}, {0, 1}, {0, 5}}));
+  EXPECT_EQ(LastLine(), "3 Get partitions fail!");
+}
+
+TEST_F(FailingSystemMbrToGpt, NoRoomForTheEfiPartitionEndsIt) {
+  SetUpDisk({Between(1, 800)});
+  MarkAsSystemDisk(0);
+  EXPECT_FALSE(Run());
+  EXPECT_EQ(Events(), kUpToChecking);
+  EXPECT_EQ(LastLine(), "3 Need compress for efi but not");
+  EXPECT_TRUE(scripts_.empty());
+}
+
+TEST_F(FailingSystemMbrToGpt, AFailedRescanOfTheRoomStepEndsIt) {
+  SetUpSystem();
+  FailDiskpart(1);
+  EXPECT_FALSE(Run());
+  EXPECT_EQ(Events(), kUpToChecking);
+  EXPECT_EQ(LastLine(), "3 DISKPART_Rescan Failed!");
+}
+
+TEST_F(FailingSystemMbrToGpt, AStopWhileCheckingIsSeenByTheReadOfTheRoomStep) {
+  SetUpSystem();
+  StopAt({0, 1});
+  EXPECT_FALSE(Run());
+  EXPECT_EQ(Events(), kUpToChecking);
+  EXPECT_EQ(LastLine(), "3 Get partitions fail!");
+}
+
+TEST_F(FailingSystemMbrToGpt, RescansOfTheRepairArePassedOver) {
+  SetUpSystem();
+  FailDiskpart(7);
+  FailDiskpart(10);
+  EXPECT_TRUE(Run());
+  EXPECT_EQ(Events(), kAllOfASystemDisk);
+  EXPECT_EQ(Lines(3), Strings(2, "DISKPART_Rescan Failed!"));
+}
+
+TEST_F(FailingSystemMbrToGpt, AFailedFormatEndsIt) {
+  SetUpSystem();
+  FailDiskpart(8);
+  ExpectFailedRepair("3 DISKPART_Format Failed!");
+  EXPECT_TRUE(ToolLines().empty());
+}
+
+TEST_F(FailingSystemMbrToGpt, AFailedAssignmentEndsIt) {
+  SetUpSystem();
+  FailDiskpart(9);
+  ExpectFailedRepair("3 DISKPART_Assign Failed!");
+  EXPECT_EQ(scripts_.size(), 8U) << "the failed run and the last rescan are missing";
+}
+
+// With A or B in use the rule may name a letter that is taken, and the assignment fails.
+TEST_F(FailingSystemMbrToGpt, ALetterThatIsTakenEndsIt) {
+  SetUpSystem();
+  machine_.MapFolder('A', folder_.path());
+  ExpectFailedRepair("3 DISKPART_Assign Failed!");
+  EXPECT_EQ(scripts_.back(), "select disk 1\r\nlist part\r\nselect part 2\r\nassign letter=A\r\n");
+}
+
+TEST_F(FailingSystemMbrToGpt, NoSystemLetterEndsItWithoutALine) {
+  SetUpSystem(false);
+  ExpectFailedRepair("1 DISKPART_Rescan Success!");
+  EXPECT_EQ(Lines(3), Strings{});
+  EXPECT_TRUE(ToolLines().empty());
+}
+
+TEST_F(FailingSystemMbrToGpt, AFailedBootStoreEndsItBeforeTheRecoverySettings) {
+  SetUpSystem();
+  ScriptTool("bcdboot", 1);
+  ExpectFailedRepair("3 RecoverBcd fail!");
+  EXPECT_EQ(machine_.calls().Count("command/bcdedit"), 0U);
+}
+
+TEST_F(FailingSystemMbrToGpt, FailedRecoverySettingsEndIt) {
+  SetUpSystem();
+  machine_.calls().FailOn("command/bcdedit", 2, 1);
+  ExpectFailedRepair("3 BcdEdit Set Failed!");
+}
+
+TEST_F(FailingSystemMbrToGpt, AFailedListingOfTheStoreEndsIt) {
+  SetUpSystem();
+  machine_.calls().FailOn("command/bcdedit", 1, 1);
+  ExpectFailedRepair("3 Bcdedit Get Info Failed!");
+}
+
+TEST_F(FailingSystemMbrToGpt, AVolumeThatNeverAnswersIsPassedOver) {
+  SetUpSystem();
+  machine_.command_milliseconds = 70000;
+  FailDiskpart(5);
+  FailDiskpart(6);
+  EXPECT_TRUE(Run());
+  EXPECT_EQ(Events(), kAllOfASystemDisk);
+  EXPECT_EQ(Lines(3), Strings{"System Volume Not Mounted! Retry..."});
+  EXPECT_EQ(Lines(2).front(), "WaitForSystemVolumeMount Timer out, seconds is 120");
+}
+
+}  // namespace
+}  // namespace velkora
