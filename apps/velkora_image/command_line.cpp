@@ -15,6 +15,7 @@ constexpr char kExamples[] =
     "Examples:\n"
     "  velkora-image show disk.img\n"
     "  velkora-image convert disk.img --to mbr --letter 3=E\n"
+    "  velkora-image convert disk.img --to gpt --system=C\n"
     "  velkora-image convert disk.img --to mbr --fail command/diskpart:2\n"
     "Exit status: 0 converted, 1 failed, 2 bad usage or unreadable input, 3 rollback failed";
 

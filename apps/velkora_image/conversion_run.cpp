@@ -42,6 +42,9 @@ ConversionRun::ConversionRun(simulator::SimulatedMachine& machine, const Convert
       log_(logs / "velkora-image.log", std::ios::binary | std::ios::app),
       progress_(std::cout, OutputIsTerminal()) {
   if (!log_) throw InputError("--logs: " + logs.string() + ": cannot write to it");
+  if (options.system_letter) record_.MarkSystem(*options.system_letter);
+  const DiskInfo& disk = record_.disk();
+  stop_held_ = disk.disk_type == DiskType::kMbr && disk.is_system == 0;
   current_ = this;
 }
 
@@ -100,7 +103,11 @@ void ConversionRun::HearStatus(std::int32_t status) {
   if (kind < VelkoraStatus::kBackupFailed) last_stage_ = status;
   if (kind == VelkoraStatus::kRolledBack) rolled_back_ = true;
   if (kind == VelkoraStatus::kRollbackFailed) rollback_failed_ = true;
-  if (options_.stop_at == status) {
+  // While room is made on an MBR data disk, a stop empties the library's list of partitions, and
+  // the run ends in success with an empty GPT. The request waits until the list is settled.
+  if (kind != VelkoraStatus::kChecking && kind != VelkoraStatus::kShrinking) stop_held_ = false;
+  if (options_.stop_at == status) stop_wanted_ = true;
+  if (stop_wanted_ && !stop_held_ && !stopped_) {
     stopped_ = true;
     sdk_->Stop();
   }

@@ -56,6 +56,8 @@ class ConversionRun {
   std::int32_t last_stage_ = 0;
   bool rolled_back_ = false;
   bool rollback_failed_ = false;
+  bool stop_wanted_ = false;
+  bool stop_held_ = false;  // a stop would do harm now
   bool stopped_ = false;
   std::deque<std::string> last_errors_;
 };

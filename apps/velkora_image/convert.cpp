@@ -26,9 +26,6 @@ constexpr std::size_t kMaxVolumes = std::size(DiskInfo{}.volumes);
 enum ExitStatus : int { kConverted = 0, kFailed = 1, kRollbackFailed = 3 };
 
 void CheckOptions(const ConvertOptions& options) {
-  if (options.system_letter) {
-    throw InputError("--system: disks of a running system are not supported yet");
-  }
   std::error_code ignored;
   if (options.events && fs::equivalent(*options.events, options.image, ignored)) {
     throw InputError("--events: " + options.events->string() + " is the image itself");
@@ -41,7 +38,6 @@ void CheckDisk(const ConvertOptions& options, const DiskView& view) {
   if (view.style == options.target) {
     throw InputError("--to: " + image + " is " + StyleName(view) + " already");
   }
-  if (options.target == "gpt") throw InputError("--to: gpt is not supported yet, only mbr");
   if (view.partitions.size() > kMaxVolumes) {
     throw InputError(image + ": " + std::to_string(view.partitions.size()) +
                      " partitions are too many, " + std::to_string(kMaxVolumes) + " is the limit");
@@ -76,6 +72,18 @@ ExitStatus StatusOf(const ConversionRun& run) {
   return run.rollback_failed() ? kRollbackFailed : kFailed;
 }
 
+// The library forgets a list of partitions that it could not read again behind a shrink, and
+// reports success.
+bool LostPartitions(const DiskView& before, const DiskView& after) {
+  return after.style == "gpt" && after.partitions.empty() && !before.partitions.empty();
+}
+
+void TellLoss(const ConvertOptions& options, const fs::path& logs) {
+  std::cerr << "velkora-image: " << options.image.string()
+            << ": the disk is GPT now, but its partitions are not in the new table\n"
+            << "  logs: " << logs.string() << "\n";
+}
+
 void TellFailure(const ConvertOptions& options, const ConversionRun& run, const fs::path& logs) {
   std::cerr << "velkora-image: " << options.image.string() << ": the conversion failed ";
   if (run.last_stage() == 0) {
@@ -100,9 +108,11 @@ int Convert(const ConvertOptions& options) {
   simulator::Disk& disk = AttachImage(machine, options.image);
   CheckDisk(options, ReadDiskView(machine, disk));
   GiveLetters(machine, disk, options.letters);
+  if (options.system_letter) CheckSystemVolume(machine, disk, *options.system_letter);
   LogsFolder logs(options.logs);
   machine.MapFolder(kLogsLetter, logs.path());
   ConversionRun run(machine, options, logs.path());
+  if (options.system_letter) InstallWindows(machine, disk, *options.system_letter);
 
   const DiskView before = ReadDiskView(machine, disk);
   std::cout << DrawDisk("before", before) << "\n" << std::flush;
@@ -112,6 +122,11 @@ int Convert(const ConvertOptions& options) {
   const DiskView after = ReadDiskView(machine, disk);
   std::cout << "\n" << DrawDisk("after", after) << "\n" << std::flush;
 
+  if (run.converted() && LostPartitions(before, after)) {
+    logs.Keep();
+    TellLoss(options, logs.path());
+    return kFailed;
+  }
   const ExitStatus status = StatusOf(run);
   if (status == kConverted) {
     std::cout << "Converted: " << options.image.string() << " is " << StyleName(after) << " now.\n";

@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "apps/velkora_image/input_error.h"
+#include "simulator/volume_files.h"
 
 namespace velkora_image {
 namespace {
@@ -103,6 +104,28 @@ void GiveLetters(simulator::SimulatedMachine& machine, simulator::Disk& disk,
   LetterGiver giver(machine, disk);
   giver.GiveChosen(choices);
   giver.GiveOthers();
+}
+
+void CheckSystemVolume(simulator::SimulatedMachine& machine, simulator::Disk& disk, char letter) {
+  const simulator::Volume* volume = machine.FindVolumeByLetter(letter);
+  const std::string where = disk.device().image().string() + " has no volume ";
+  const std::string drive = std::string(1, letter) + ":";
+  if (volume == nullptr) throw InputError("--system: " + where + "at " + drive);
+  if (!simulator::IsMountedByWindows(volume->file_system)) {
+    throw InputError("--system: " + where + "that Windows reads at " + drive);
+  }
+}
+
+void InstallWindows(simulator::SimulatedMachine& machine, simulator::Disk& disk, char letter) {
+  machine.SetSystemDisk(disk.number());
+  const std::string loader = std::string(1, letter) + ":\\Windows\\System32\\winload.exe";
+  if (simulator::VolumeFiles(machine).Exists(loader)) return;
+  const simulator::Volume* volume = machine.FindVolumeByLetter(letter);
+  try {
+    machine.AddFile(disk.number(), volume->extents.front().offset, loader.substr(2));
+  } catch (const std::runtime_error& error) {
+    throw InputError("--system: " + std::string(error.what()));
+  }
 }
 
 }  // namespace velkora_image

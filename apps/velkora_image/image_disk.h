@@ -24,4 +24,12 @@ simulator::Disk& AttachImage(simulator::SimulatedMachine& machine,
 void GiveLetters(simulator::SimulatedMachine& machine, simulator::Disk& disk,
                  const LetterChoices& choices);
 
+// Throws InputError when no volume of the disk has that letter, or one that Windows does not read.
+void CheckSystemVolume(simulator::SimulatedMachine& machine, simulator::Disk& disk, char letter);
+
+// Makes this the disk that the machine runs from, with a Windows folder on the checked volume at
+// `letter`. A FAT32 volume that has none gets it in the image; for others the machine keeps it
+// beside the image. Throws InputError when there is no room for it.
+void InstallWindows(simulator::SimulatedMachine& machine, simulator::Disk& disk, char letter);
+
 }  // namespace velkora_image

@@ -7,7 +7,7 @@ const char* __lsan_default_options();
 }
 
 extern "C" const char* __lsan_default_suppressions() {
-  return "leak:velkora::GptPartitionOffsets\n";
+  return "leak:velkora::GptPartitionOffsets\nleak:velkora::MbrPartitionOffsets\n";
 }
 
 // Standard error belongs to the program.

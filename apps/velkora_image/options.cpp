@@ -19,6 +19,7 @@ constexpr std::string_view kCallNames[] = {
     "ReadFile",
     "WriteFile",
     "DeviceIoControl",
+    "DeleteFileA",
     "FindFirstVolumeA",
     "FindNextVolumeA",
     "FindVolumeClose",
@@ -35,6 +36,9 @@ constexpr std::string_view kCallNames[] = {
     "_wfopen_s",
     "fwrite",
     "fclose",
+    "fopen",
+    "fgets",
+    "remove",
     "time",
     "command",
 };

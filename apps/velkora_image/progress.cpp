@@ -24,15 +24,15 @@ std::string StageName(std::int32_t status) {
     case VelkoraStatus::kChecking:
       return "checking the table and making room";
     case VelkoraStatus::kClearing:
-      return "clearing the disk";
+      return "emptying the disk";
     case VelkoraStatus::kCreating:
-      return "creating the new disk style";
+      return "creating the new partition style";
     case VelkoraStatus::kWriting:
       return "writing the partition table";
     case VelkoraStatus::kShrinking:
       return "shrinking a partition";
     case VelkoraStatus::kRepairingBoot:
-      return "repairing the boot files";
+      return "repairing boot";
     case VelkoraStatus::kFinished:
       return "finished";
     case VelkoraStatus::kBackupFailed:

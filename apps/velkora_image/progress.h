@@ -7,13 +7,13 @@
 
 namespace velkora_image {
 
-// A status of the library's callback in words: "clearing the disk".
+// A status of the library's callback in words: "emptying the disk".
 std::string StageName(std::int32_t status);
 
 // Whether standard output is a terminal, where a line can be redrawn.
 bool OutputIsTerminal();
 
-// One redrawn line with a bar, or, without `redraw`, a line for each stage: "  20 %  clearing the
+// One redrawn line with a bar, or, without `redraw`, a line for each stage: "  20 %  emptying the
 // disk".
 class Progress {
  public:
