@@ -30,7 +30,8 @@ bool ReadLine(std::FILE* file, std::string& line) {
   char piece[256];
   while (win32::fgets(piece, sizeof piece, file) != nullptr) {
     line += piece;
-    if (line.back() != '\n') continue;
+    // A NUL in the file hides the rest of its piece, also the line feed.
+    if (line.empty() || line.back() != '\n') continue;
     line.pop_back();
     return true;
   }

@@ -144,6 +144,10 @@ TEST_F(BcdEnableRecovery, LastLineNeedsNoLineFeed) {
   EXPECT_EQ(IdentifierIn("identifier {bootmgr}\nresumeobject {one}"), "{one}");
 }
 
+TEST_F(BcdEnableRecovery, PieceThatBeginsWithANulIsPassedOver) {
+  EXPECT_EQ(IdentifierIn(std::string("\0hidden\n", 8) + "resumeobject {one}\n"), "{one}");
+}
+
 TEST_F(BcdEnableRecovery, LongLineIsReadWhole) {
   EXPECT_EQ(IdentifierIn("resumeobject " + std::string(100'000, ' ') + "{one}\n"), "{one}");
 }
