@@ -79,6 +79,15 @@ class RestoreVolumeInfosAfterConvert : public MachineTest {
     EXPECT_EQ(log_, expected);
   }
 
+  // Remembered for D and given E while away, the volume comes back with both.
+  void GiveTwoLetters(std::uint64_t offset) {
+    const simulator::Volume& volume = *machine_.FindVolumeAt(1, offset);
+    machine_.SetLetter(1, offset, 'D');
+    machine_.mount_manager().Leave(volume);
+    machine_.mount_manager().Assign('E', volume);
+    machine_.mount_manager().Arrive(volume, false);
+  }
+
   void ExpectMountPointCalls(std::size_t deletions, std::size_t assignments) {
     EXPECT_EQ(machine_.calls().Count("DeleteVolumeMountPointA"), deletions);
     EXPECT_EQ(machine_.calls().Count("SetVolumeMountPointA"), assignments);
@@ -192,12 +201,7 @@ TEST_F(RestoreVolumeInfosAfterConvert, FirstOfTwoVolumesThatWantOneLetterGetsIt)
 }
 
 TEST_F(RestoreVolumeInfosAfterConvert, OfSeveralMountPathsTheFirstCounts) {
-  // Remembered for D and given E while away, the volume comes back with both.
-  const simulator::Volume& volume = *machine_.FindVolumeAt(1, kFirst);
-  machine_.SetLetter(1, kFirst, 'D');
-  machine_.mount_manager().Leave(volume);
-  machine_.mount_manager().Assign('E', volume);
-  machine_.mount_manager().Arrive(volume, false);
+  GiveTwoLetters(kFirst);
   ASSERT_EQ(LettersAt(1, kFirst), "DE");
 
   AddRecord(kFirst, "D:");
@@ -208,11 +212,7 @@ TEST_F(RestoreVolumeInfosAfterConvert, OfSeveralMountPathsTheFirstCounts) {
 }
 
 TEST_F(RestoreVolumeInfosAfterConvert, OfSeveralMountPathsTheFirstIsTakenAway) {
-  const simulator::Volume& volume = *machine_.FindVolumeAt(1, kFirst);
-  machine_.SetLetter(1, kFirst, 'D');
-  machine_.mount_manager().Leave(volume);
-  machine_.mount_manager().Assign('E', volume);
-  machine_.mount_manager().Arrive(volume, false);
+  GiveTwoLetters(kFirst);
   ASSERT_EQ(LettersAt(1, kFirst), "DE");
 
   AddRecord(kFirst, "F:");
