@@ -1,5 +1,8 @@
-// Faults, as the processor and Windows raise them.
+// Faults, as the processor and Windows raise them, and the guard that they end in.
 #pragma once
+
+#include <memory>
+#include <type_traits>
 
 #include "platform/win32_types.h"
 
@@ -17,5 +20,23 @@ struct Fault {
 // that nothing undefined happens and a guard further up sees the fault at that very point. Without
 // structured exceptions it throws `Fault`.
 [[noreturn]] void RaiseFault(DWORD code);
+
+// Looks at a fault before the guard takes it. It returns EXCEPTION_EXECUTE_HANDLER, always; the
+// pointers are good until it returns.
+using GuardFilter = LONG (*)(EXCEPTION_POINTERS* pointers);
+
+// Calls `body` with `argument`. When a structured exception or any C++ exception leaves it, calls
+// `filter`, once, on this thread, and returns false; otherwise true. A C++ exception reaches the
+// filter as the code of the compiler's throw, with the place of the guard as its address. Nothing
+// that the body held is given back: a structured exception runs no destructor on its way, so
+// nothing may depend on one. The abort by which a test ends an endless walk passes.
+bool RunGuarded(void (*body)(void* argument), void* argument, GuardFilter filter);
+
+template <typename Body>
+bool Guarded(Body&& body, GuardFilter filter) {
+  using Plain = std::remove_reference_t<Body>;
+  return RunGuarded([](void* argument) { (*static_cast<Plain*>(argument))(); },
+                    std::addressof(body), filter);
+}
 
 }  // namespace win32

@@ -36,6 +36,8 @@ BOOL CloseHandle(HANDLE handle);
 // pointer the upper half of the new position is written back through it. Returns the lower half,
 // or INVALID_SET_FILE_POINTER: a position whose lower half has all bits set looks like a failure.
 DWORD SetFilePointer(HANDLE handle, LONG low, LONG* high, DWORD method);
+// The same in one piece; `position`, which may be null, receives the new position.
+BOOL SetFilePointerEx(HANDLE handle, LARGE_INTEGER distance, LARGE_INTEGER* position, DWORD method);
 
 // Transfer at the current position, which moves by the bytes done. On a device, position and
 // length are multiples of the sector size (else error 87); a disk refuses a transfer that runs
@@ -54,6 +56,13 @@ BOOL DeviceIoControl(HANDLE handle, DWORD code, void* in, DWORD in_size, void* o
 
 // Removes a file. Zero when there is none (error 2, or 3 for its folder) or it cannot be removed.
 BOOL DeleteFileA(const char* path);
+
+// Lists what a pattern such as `C:\\folder\\*` names. A folder's listing begins with "." and "..",
+// that of a drive's or volume's root does not. INVALID_HANDLE_VALUE when nothing matches or the
+// folder is missing; the end is error 18. The caller closes the handle with FindClose.
+HANDLE FindFirstFileW(const WCHAR* pattern, WIN32_FIND_DATAW* data);
+BOOL FindNextFileW(HANDLE find, WIN32_FIND_DATAW* data);
+BOOL FindClose(HANDLE find);
 
 DWORD GetLastError();
 void SetLastError(DWORD error);
@@ -93,6 +102,17 @@ BOOL ShellExecuteExW(SHELLEXECUTEINFOW* info);
 DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all, DWORD milliseconds);
 BOOL GetExitCodeProcess(HANDLE process, DWORD* exit_code);
 
+// The calling process, as a handle that needs no closing, its number, and the calling thread's.
+HANDLE GetCurrentProcess();
+DWORD GetCurrentProcessId();
+DWORD GetCurrentThreadId();
+
+// Loads a library by name and finds a function of it. Null on failure. Each load is given back with
+// FreeLibrary.
+HMODULE LoadLibraryW(const WCHAR* name);
+FARPROC GetProcAddress(HMODULE library, const char* name);
+BOOL FreeLibrary(HMODULE library);
+
 // ---- COM ---------------------------------------------------------------------------------------
 
 // S_OK, or a failure with `*guid` untouched.
@@ -117,6 +137,12 @@ std::FILE* fopen(const char* path, const char* mode);
 // Reads up to the next line feed, which is kept, or `size` - 1 characters. Null at the end of the
 // file or after a failure, with nothing read.
 char* fgets(char* text, int size, std::FILE* file);
+
+// Zero, or a nonzero value. `origin` is SEEK_SET, SEEK_CUR or SEEK_END.
+int fseek(std::FILE* file, std::int32_t offset, int origin);
+// The position, or -1 where it fails or does not fit.
+std::int32_t ftell(std::FILE* file);
+void rewind(std::FILE* file);
 
 // Removes a file. Nonzero on failure.
 int remove(const char* path);

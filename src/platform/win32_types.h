@@ -17,6 +17,7 @@
 #include <windows.h>
 #include <winioctl.h>
 #include <shellapi.h>
+#include <dbghelp.h>
 // clang-format on
 
 // A literal of the 16-bit characters that the wide calls take.
@@ -43,6 +44,9 @@ using HANDLE = void*;
 using HWND = void*;
 using HKEY = void*;
 using HINSTANCE = void*;
+using HMODULE = void*;
+using FARPROC = std::intptr_t (*)();
+#define WINAPI
 
 inline constexpr BOOL FALSE = 0;
 inline constexpr BOOL TRUE = 1;
@@ -58,9 +62,15 @@ inline constexpr DWORD CREATE_ALWAYS = 2;
 inline constexpr DWORD OPEN_EXISTING = 3;
 inline constexpr DWORD OPEN_ALWAYS = 4;
 inline constexpr DWORD TRUNCATE_EXISTING = 5;
+inline constexpr DWORD FILE_ATTRIBUTE_READONLY = 1;
+inline constexpr DWORD FILE_ATTRIBUTE_HIDDEN = 2;
+inline constexpr DWORD FILE_ATTRIBUTE_SYSTEM = 4;
+inline constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x10;
+inline constexpr DWORD FILE_ATTRIBUTE_ARCHIVE = 0x20;
 inline constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
 inline constexpr DWORD FILE_FLAG_WRITE_THROUGH = 0x80000000;
 inline constexpr DWORD FILE_FLAG_NO_BUFFERING = 0x20000000;
+inline constexpr DWORD FILE_FLAG_RANDOM_ACCESS = 0x10000000;
 inline constexpr DWORD FILE_FLAG_BACKUP_SEMANTICS = 0x02000000;
 inline constexpr DWORD FILE_BEGIN = 0;
 inline constexpr DWORD FILE_CURRENT = 1;
@@ -72,6 +82,7 @@ inline constexpr DWORD WAIT_OBJECT_0 = 0;
 inline constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
 inline constexpr DWORD STILL_ACTIVE = 259;
 inline constexpr DWORD EXCEPTION_ACCESS_VIOLATION = 0xC0000005;
+inline constexpr LONG EXCEPTION_EXECUTE_HANDLER = 1;
 
 inline constexpr HRESULT S_OK = 0;
 
@@ -220,6 +231,53 @@ struct VOLUME_DISK_EXTENTS {
   DISK_EXTENT Extents[1];
 };
 
+struct FILETIME {
+  DWORD dwLowDateTime;
+  DWORD dwHighDateTime;
+};
+
+struct WIN32_FIND_DATAW {
+  DWORD dwFileAttributes;
+  FILETIME ftCreationTime;
+  FILETIME ftLastAccessTime;
+  FILETIME ftLastWriteTime;
+  DWORD nFileSizeHigh;
+  DWORD nFileSizeLow;
+  DWORD dwReserved0;
+  DWORD dwReserved1;
+  WCHAR cFileName[260];
+  WCHAR cAlternateFileName[14];
+};
+
+struct EXCEPTION_RECORD {
+  DWORD ExceptionCode;
+  DWORD ExceptionFlags;
+  EXCEPTION_RECORD* ExceptionRecord;
+  void* ExceptionAddress;
+  DWORD NumberParameters;
+  std::uintptr_t ExceptionInformation[15];
+};
+
+struct CONTEXT;
+
+struct EXCEPTION_POINTERS {
+  EXCEPTION_RECORD* ExceptionRecord;
+  CONTEXT* ContextRecord;
+};
+
+#pragma pack(push, 4)
+struct MINIDUMP_EXCEPTION_INFORMATION {
+  DWORD ThreadId;
+  EXCEPTION_POINTERS* ExceptionPointers;
+  BOOL ClientPointers;
+};
+#pragma pack(pop)
+
+enum MINIDUMP_TYPE { MiniDumpNormal = 0, MiniDumpFilterMemory = 8 };
+
+struct MINIDUMP_USER_STREAM_INFORMATION;
+struct MINIDUMP_CALLBACK_INFORMATION;
+
 struct SHELLEXECUTEINFOW {
   DWORD cbSize;
   DWORD fMask;
@@ -239,6 +297,13 @@ struct SHELLEXECUTEINFOW {
 };
 
 #endif
+
+// MiniDumpWriteDump, which is found by name at run time.
+using MiniDumpWriteDumpFunction = BOOL(WINAPI*)(HANDLE process, DWORD process_id, HANDLE file,
+                                                MINIDUMP_TYPE type,
+                                                MINIDUMP_EXCEPTION_INFORMATION* exception,
+                                                MINIDUMP_USER_STREAM_INFORMATION* streams,
+                                                MINIDUMP_CALLBACK_INFORMATION* callback);
 
 // Sixteen-bit text, as the wide calls take it, on either side.
 using WideString = std::basic_string<WCHAR>;
@@ -268,5 +333,9 @@ static_assert(sizeof(STORAGE_DEVICE_NUMBER) == 12);
 static_assert(sizeof(DISK_EXTENT) == 24);
 static_assert(sizeof(VOLUME_DISK_EXTENTS) == 32);
 static_assert(offsetof(VOLUME_DISK_EXTENTS, Extents) == 8);
+static_assert(sizeof(WIN32_FIND_DATAW) == 592);
+static_assert(offsetof(WIN32_FIND_DATAW, cFileName) == 44);
+static_assert(sizeof(EXCEPTION_RECORD) == 152);
+static_assert(sizeof(MINIDUMP_EXCEPTION_INFORMATION) == 16);
 static_assert(sizeof(SHELLEXECUTEINFOW) == 112);
 static_assert(offsetof(SHELLEXECUTEINFOW, hProcess) == 104);
