@@ -14,8 +14,9 @@ namespace simulator {
 
 class Disk {
  public:
-  Disk(std::uint32_t number, const std::filesystem::path& image, std::uint32_t sector_size)
-      : number_(number), device_(image, sector_size) {}
+  Disk(std::uint32_t number, const std::filesystem::path& image, std::uint32_t sector_size,
+       Access access = Access::kReadWrite)
+      : number_(number), device_(image, sector_size, access) {}
 
   std::uint32_t number() const { return number_; }
   // `\\.\PhysicalDriveN`.

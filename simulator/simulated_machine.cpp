@@ -66,11 +66,11 @@ SimulatedMachine& SimulatedMachine::Current() {
 }
 
 Disk& SimulatedMachine::AttachDisk(std::uint32_t number, const std::filesystem::path& image,
-                                   std::uint32_t sector_size) {
+                                   std::uint32_t sector_size, Access access) {
   if (FindDisk(number) != nullptr) {
     throw std::invalid_argument("disk " + std::to_string(number) + " is attached already");
   }
-  Disk& disk = disks_.emplace_back(number, image, sector_size);
+  Disk& disk = disks_.emplace_back(number, image, sector_size, access);
   Enumerate(disk);
   return disk;
 }

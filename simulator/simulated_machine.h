@@ -65,10 +65,11 @@ class SimulatedMachine {
   Switches& switches() { return switches_; }
 
   // Attaches an image as `\\.\PhysicalDrive<number>`; its volumes arrive and get letters as on a
-  // system that sees the disk for the first time. Throws std::runtime_error as BlockDevice does,
-  // std::invalid_argument for a number in use.
+  // system that sees the disk for the first time. An image that is only read fails every write as a
+  // broken disk does. Throws std::runtime_error as BlockDevice does, std::invalid_argument for a
+  // number in use.
   Disk& AttachDisk(std::uint32_t number, const std::filesystem::path& image,
-                   std::uint32_t sector_size = 512);
+                   std::uint32_t sector_size = 512, Access access = Access::kReadWrite);
 
   // Lets a letter stand for a folder of the host, for logs and scripts. The first one mapped is the
   // current drive. It has a bit in the mask of letters and no volume.

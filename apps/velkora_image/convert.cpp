@@ -105,7 +105,7 @@ void TellFailure(const ConvertOptions& options, const ConversionRun& run, const 
 int Convert(const ConvertOptions& options) {
   CheckOptions(options);
   simulator::SimulatedMachine machine;
-  simulator::Disk& disk = AttachImage(machine, options.image);
+  simulator::Disk& disk = AttachImage(machine, options.image, simulator::Access::kReadWrite);
   CheckDisk(options, ReadDiskView(machine, disk));
   GiveLetters(machine, disk, options.letters);
   if (options.system_letter) CheckSystemVolume(machine, disk, *options.system_letter);

@@ -86,12 +86,13 @@ class LetterGiver {
 
 }  // namespace
 
-simulator::Disk& AttachImage(simulator::SimulatedMachine& machine, const fs::path& image) {
+simulator::Disk& AttachImage(simulator::SimulatedMachine& machine, const fs::path& image,
+                             simulator::Access access) {
   CheckImage(image);
   const bool automount = machine.switches().automount;
   machine.switches().automount = false;
   try {
-    simulator::Disk& disk = machine.AttachDisk(kImageDiskNumber, image, kSectorBytes);
+    simulator::Disk& disk = machine.AttachDisk(kImageDiskNumber, image, kSectorBytes, access);
     machine.switches().automount = automount;
     return disk;
   } catch (const std::runtime_error& error) {

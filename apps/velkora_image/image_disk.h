@@ -16,7 +16,7 @@ inline constexpr char kLogsLetter = 'X';
 // Attaches the image as disk 1; no volume has a letter then, and later arrivals get one by
 // themselves. Throws InputError for a file that cannot be a disk.
 simulator::Disk& AttachImage(simulator::SimulatedMachine& machine,
-                             const std::filesystem::path& image);
+                             const std::filesystem::path& image, simulator::Access access);
 
 // Gives the volumes that Windows would mount the letters C, D, E... in disk order, but for those
 // that `choices` gives another and for EFI system and hidden partitions. Throws InputError for a

@@ -35,7 +35,7 @@ nlohmann::ordered_json ToJson(const DiskView& view) {
 
 int Show(const ShowOptions& options) {
   simulator::SimulatedMachine machine;
-  simulator::Disk& disk = AttachImage(machine, options.image);
+  simulator::Disk& disk = AttachImage(machine, options.image, simulator::Access::kReadOnly);
   GiveLetters(machine, disk, {});
   const DiskView view = ReadDiskView(machine, disk);
   if (options.json) {

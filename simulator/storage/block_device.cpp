@@ -37,8 +37,9 @@ constexpr std::uint64_t kZeroPiece = std::uint64_t{1} << 20;  // bytes
 
 #ifdef _WIN32
 
-int OpenImage(const fs::path& image) {
-  return _wopen(image.c_str(), _O_RDWR | _O_BINARY | _O_NOINHERIT);
+int OpenImage(const fs::path& image, Access access) {
+  const int mode = access == Access::kReadOnly ? _O_RDONLY : _O_RDWR;
+  return _wopen(image.c_str(), mode | _O_BINARY | _O_NOINHERIT);
 }
 
 void CloseImage(int descriptor) {
@@ -86,8 +87,9 @@ std::error_code MakeSparseFile(const fs::path& image, std::uint64_t size) {
 
 static_assert(sizeof(off_t) == 8, "images are larger than 2 GiB");
 
-int OpenImage(const fs::path& image) {
-  return ::open(image.c_str(), O_RDWR | O_CLOEXEC);
+int OpenImage(const fs::path& image, Access access) {
+  const int mode = access == Access::kReadOnly ? O_RDONLY : O_RDWR;
+  return ::open(image.c_str(), mode | O_CLOEXEC);
 }
 
 void CloseImage(int descriptor) {
@@ -148,7 +150,7 @@ bool InRange(std::uint64_t offset, std::uint64_t length, std::uint64_t size) {
 
 }  // namespace
 
-BlockDevice::BlockDevice(const fs::path& image, std::uint32_t sector_size)
+BlockDevice::BlockDevice(const fs::path& image, std::uint32_t sector_size, Access access)
     : image_(image), sector_size_(sector_size) {
   if (sector_size < 512 || !std::has_single_bit(sector_size)) {
     Fail(image, "a sector size of " + std::to_string(sector_size) + " bytes is not possible");
@@ -164,7 +166,7 @@ BlockDevice::BlockDevice(const fs::path& image, std::uint32_t sector_size)
     Fail(image, "its size, " + std::to_string(size_) + " bytes, is not a multiple of the sector " +
                     "size, " + std::to_string(sector_size) + " bytes");
   }
-  descriptor_ = OpenImage(image);
+  descriptor_ = OpenImage(image, access);
   if (descriptor_ < 0) {
     Fail(image, "cannot open: " + std::error_code(errno, std::generic_category()).message());
   }

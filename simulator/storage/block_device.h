@@ -8,15 +8,18 @@
 
 namespace simulator {
 
+enum class Access { kReadOnly, kReadWrite };
+
 // Positions and lengths are bytes, 64-bit everywhere, and need not be aligned: sector rules belong
 // to the device above. Sparse parts of the image stay sparse. Not copyable; not for use from two
 // threads at once.
 class BlockDevice {
  public:
-  // Opens an existing image read and write. Throws std::runtime_error whose text names the file and
-  // the reason: it cannot be opened, is no ordinary file, is empty, or its size is not a multiple
-  // of `sector_size`.
-  explicit BlockDevice(const std::filesystem::path& image, std::uint32_t sector_size = 512);
+  // Opens an existing image. With kReadOnly every write is refused. Throws std::runtime_error whose
+  // text names the file and the reason: it cannot be opened, is no ordinary file, is empty, or its
+  // size is not a multiple of `sector_size`.
+  explicit BlockDevice(const std::filesystem::path& image, std::uint32_t sector_size = 512,
+                       Access access = Access::kReadWrite);
   ~BlockDevice();
   BlockDevice(const BlockDevice&) = delete;
   BlockDevice& operator=(const BlockDevice&) = delete;

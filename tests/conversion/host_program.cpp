@@ -2,6 +2,7 @@
 
 #include <fstream>
 #include <sstream>
+#include <unistd.h>
 
 #include "conversion/image_bytes.h"
 #include "conversion/tools.h"
@@ -95,10 +96,20 @@ HostProgram::HostProgram() {
 }
 
 Outcome HostProgram::Run(const std::vector<std::string>& arguments) {
+  return RunThrough("", arguments);
+}
+
+Outcome HostProgram::RunBound(const std::vector<std::string>& arguments) {
+  constexpr char kBound[] = "setpriv --bounding-set=-dac_override --inh-caps=-dac_override";
+  return RunThrough(::geteuid() == 0 ? kBound : "", arguments);
+}
+
+Outcome HostProgram::RunThrough(const std::string& wrapper,
+                                const std::vector<std::string>& arguments) {
   std::vector<std::string> argv = {
       "/bin/sh",
       "-c",
-      "cd \"$1\" && p=$2 && shift 2 && TMPDIR=$PWD/tmp exec \"$p\" \"$@\" 2>err",
+      "cd \"$1\" && p=$2 && shift 2 && TMPDIR=$PWD/tmp exec " + wrapper + " \"$p\" \"$@\" 2>err",
       "sh",
       folder_.path().string(),
       VELKORA_IMAGE_PROGRAM};

@@ -50,6 +50,10 @@ class HostProgram : public ::testing::Test {
 
   // Works in the test's folder, whose folder "tmp" is the place for temporary files.
   Outcome Run(const std::vector<std::string>& arguments);
+  // The same as a user whom a file's permissions bind, which root is not.
+  Outcome RunBound(const std::vector<std::string>& arguments);
+
+  Outcome RunThrough(const std::string& wrapper, const std::vector<std::string>& arguments);
 
   std::filesystem::path File(const std::string& name) const { return folder_.path() / name; }
   std::filesystem::path Image() const { return File("disk.img"); }

@@ -45,6 +45,20 @@ TEST_F(HostProgram, ShowsAGptDiskAsSfdiskDoes) {
   EXPECT_THAT(Column(shown, "logical"), ElementsAre(false, false, false, false));
 }
 
+TEST_F(HostProgram, ShowsAWriteProtectedImageThatConvertRefuses) {
+  MakeDisk({{2048, 133119, kBasicData}});
+  MakeFat32({2048, 133119});
+  fs::permissions(Image(), fs::perms::owner_read);
+  const Outcome shown = RunBound({"show", "disk.img"});
+  EXPECT_EQ(shown.status, 0);
+  EXPECT_THAT(shown.err, IsEmpty());
+  EXPECT_EQ(shown.out, Run({"show", "disk.img"}).out);
+  EXPECT_THAT(shown.out, HasSubstr("FAT32"));
+  const Outcome converted = RunBound(ToMbr({}));
+  EXPECT_EQ(converted.status, 2);
+  EXPECT_EQ(converted.err, "velkora-image: disk.img: cannot open: Permission denied\n");
+}
+
 TEST_F(HostProgram, ShowsAnMbrDiskAsSfdiskDoes) {
   MakeMbrDisk(
       "start=2048, size=100000, type=c\nstart=120000, type=f\n"

@@ -84,6 +84,23 @@ TEST_F(BlockDeviceTest, WhatWasWrittenIsInTheFileAfterwards) {
   EXPECT_EQ(bytes, data);
 }
 
+TEST_F(BlockDeviceTest, ReadOnlyImageRefusesWritesAndIsLeftAsItWas) {
+  const auto image = NewImage(kMiB);
+  const auto data = Pattern(512);
+  {
+    BlockDevice device(image);
+    ASSERT_TRUE(device.Write(512, data));
+  }
+  std::filesystem::permissions(image, std::filesystem::perms::owner_read);
+  BlockDevice device(image, 512, Access::kReadOnly);
+  EXPECT_FALSE(device.Write(512, Pattern(1)));
+  EXPECT_FALSE(device.Zero(512, 512));
+  EXPECT_EQ(device.bytes_written(), 0U);
+  std::vector<std::byte> bytes(512);
+  ASSERT_TRUE(device.Read(512, bytes));
+  EXPECT_EQ(bytes, data);
+}
+
 TEST_F(BlockDeviceTest, PlacesBehindFourGiBAreTheirOwn) {
   BlockDevice device(NewImage(9 * kGiB));
   const auto data = Pattern(512);
