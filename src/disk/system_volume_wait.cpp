@@ -13,22 +13,26 @@
 namespace velkora {
 namespace {
 
-constexpr std::int32_t kLimitSeconds = 120;
 constexpr DWORD kPauseMilliseconds = 3000;
 
 struct WaitState {
-  std::int32_t timer_seconds = kLimitSeconds;
+  std::int32_t timer_seconds = 0;
   std::atomic<bool> waiting{true};  // the loop goes on; also the result of the wait
   bool timer_stop = false;          // guarded by the monitor
   win32::Monitor* monitor = nullptr;
 };
 
+// The tick at which the wait is over. Less than a second is over at once.
+std::uint64_t Deadline(std::int32_t seconds) {
+  if (seconds < 1) return 0;
+  return win32::GetTickCount64() + static_cast<std::uint64_t>(seconds) * 1000;
+}
+
 void RunTimer(void* argument) {
   WaitState& state = *static_cast<WaitState*>(argument);
   LogEx(kLogModule, kLogProgress, "WaitForSystemVolumeMount Timer Start");
   win32::LockMonitor(state.monitor);
-  const std::uint64_t deadline =
-      win32::GetTickCount64() + static_cast<std::uint64_t>(state.timer_seconds) * 1000;
+  const std::uint64_t deadline = Deadline(state.timer_seconds);
   bool timed_out = false;
   while (!state.timer_stop && !timed_out) {
     timed_out = !win32::WaitMonitor(state.monitor, deadline);
@@ -70,11 +74,13 @@ void AskUntilMounted(std::uint32_t disk, std::atomic<bool>& waiting) {
 
 }  // namespace
 
-bool WaitForSystemVolumeMount(const Velkora& converter) {
+bool WaitForSystemVolumeMount(const Velkora& converter, std::int32_t timer_seconds) {
   if (converter.partition_offsets.empty()) return true;
-  // Not on the stack: should a fault carry this call away, the timer still has something to look
-  // at.
+  // Not on the stack, and freed below only: should a fault or an exception carry this call away,
+  // nobody joins the timer (a structured exception runs no destructor, so none is relied on). It
+  // then ends by itself at the limit, and still has something to look at.
   auto* const state = new WaitState;
+  state->timer_seconds = timer_seconds;
   state->monitor = win32::CreateMonitor();
   win32::Thread* const timer = win32::StartThread(RunTimer, state);
   AskUntilMounted(converter.disk_info->index, state->waiting);

@@ -5,6 +5,11 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <limits>
+#include <new>
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+#endif
 
 #include "disk/letter_restore.h"
 #include "frame/global_context.h"
@@ -221,6 +226,35 @@ TEST_F(WaitForSystemVolumeMount, LimitCountsFromTheStartOfEachWait) {
   EXPECT_EQ(log_, (Log{kStart, kRetry, kMounted, kEnd}));
 }
 
+// The timer starts, and its deadline has gone by before the first run of diskpart ends.
+TEST_F(WaitForSystemVolumeMount, LimitBelowOneSecondIsOverAtOnce) {
+  for (const std::int32_t seconds : {0, -1, std::numeric_limits<std::int32_t>::min()}) {
+    SCOPED_TRACE(seconds);
+    runs_.clear();
+    log_.clear();
+    const std::uint64_t start = machine_.clock().now();
+    EXPECT_FALSE(velkora::WaitForSystemVolumeMount(converter_, seconds));
+    EXPECT_EQ(machine_.clock().now() - start, 3600U);
+    EXPECT_EQ(runs_, FailedPasses(1));
+    const std::string timer_out = "WaitForSystemVolumeMount Timer out, seconds is ";
+    EXPECT_EQ(log_, (Log{kStart, {2, timer_out + std::to_string(seconds)}, kRetry}));
+  }
+}
+
+TEST_F(WaitForSystemVolumeMount, LimitOfOneSecondIsOverAfterIt) {
+  machine_.command_milliseconds = 999;
+  during_run_ = [this](std::size_t run) {
+    log_.push_back({0, "end of run " + std::to_string(run)});
+  };
+  EXPECT_FALSE(velkora::WaitForSystemVolumeMount(converter_, 1));
+  EXPECT_EQ(log_, (Log{kStart,
+                       {0, "end of run 1"},
+                       {2, "WaitForSystemVolumeMount Timer out, seconds is 1"},
+                       {0, "end of run 2"},
+                       kRetry,
+                       {0, "end of run 3"}}));
+}
+
 // ---- Stops --------------------------------------------------------------------------------------
 
 TEST_F(WaitForSystemVolumeMount, StopBeforeTheFirstPassStillMakesOnePass) {
@@ -261,6 +295,22 @@ TEST_F(WaitForSystemVolumeMount, StopAndLimitInOnePassTellBoth) {
   EXPECT_FALSE(Wait());
   EXPECT_EQ(runs_, FailedPasses(1));
   EXPECT_EQ(log_, (Log{kStart, kTimeOut, kRetry}));
+}
+
+// ---- Exceptions ---------------------------------------------------------------------------------
+
+// What the timer looks at stays allocated.
+TEST_F(WaitForSystemVolumeMount, ExceptionLeavesTheTimerToEndAtItsLimit) {
+#ifdef __SANITIZE_ADDRESS__
+  const __lsan::ScopedDisabler leaks_on_purpose;
+#endif
+  during_run_ = [](std::size_t) { throw std::bad_alloc(); };
+  EXPECT_THROW(Wait(), std::bad_alloc);
+  EXPECT_EQ(log_, Log{kStart});
+  machine_.clock().Sleep(119799);
+  EXPECT_EQ(log_, Log{kStart});
+  machine_.clock().Sleep(2);
+  EXPECT_EQ(log_, (Log{kStart, kTimeOut}));
 }
 
 // ---- Failing tools ------------------------------------------------------------------------------
