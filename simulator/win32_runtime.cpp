@@ -26,6 +26,17 @@ std::FILE* OpenOnHost(const std::filesystem::path& path, const WCHAR* mode) {
 #endif
 }
 
+// With a CR LF as one line feed. The library reads text files alone, so every stream is taken for
+// one.
+int NextCharacter(std::FILE* file) {
+  const int character = std::getc(file);
+  if (character != '\r') return character;
+  const int next = std::getc(file);
+  if (next == '\n') return next;
+  if (next != EOF) std::ungetc(next, file);
+  return character;
+}
+
 }  // namespace
 
 DWORD GetLastError() {
@@ -92,25 +103,18 @@ std::FILE* fopen(const char* path, const char* mode) {
   return std::fopen(host_path->string().c_str(), mode);
 }
 
-char* fgets(char* text, int size, std::FILE* file) {
-  if (FailsOnDemand(SimulatedMachine::Current(), "fgets")) return nullptr;
-  int length = 0;
-  while (length < size - 1) {
-    int character = std::getc(file);
-    if (character == '\r') {
-      const int next = std::getc(file);
-      if (next == '\n') {
-        character = next;
-      } else if (next != EOF) {
-        std::ungetc(next, file);
-      }
-    }
+std::size_t fread(void* data, std::size_t size, std::size_t count, std::FILE* file) {
+  SimulatedMachine& machine = SimulatedMachine::Current();
+  const std::string arguments = std::to_string(count) + " of " + std::to_string(size) + " bytes";
+  if (FailsOnDemand(machine, "fread", {}, arguments) || size == 0) return 0;
+  auto* const bytes = static_cast<char*>(data);
+  std::size_t length = 0;
+  for (; length < size * count; ++length) {
+    const int character = NextCharacter(file);
     if (character == EOF) break;
-    text[length++] = static_cast<char>(character);
-    if (character == '\n') break;
+    bytes[length] = static_cast<char>(character);
   }
-  text[length] = '\0';
-  return length == 0 ? nullptr : text;
+  return length / size;
 }
 
 int remove(const char* path) {

@@ -1,6 +1,7 @@
 #include "boot/boot_recovery.h"
 
 #include <optional>
+#include <sstream>
 #include <string_view>
 
 #include "logging/log.h"
@@ -24,23 +25,19 @@ std::optional<std::string> ResumeObject(std::string_view line) {
   return std::string(line.substr(line.rfind(' ') + 1));
 }
 
-// Takes one line, without its line feed, off the stream; false at its end or failure.
-bool ReadLine(std::FILE* file, std::string& line) {
-  line.clear();
-  char piece[256];
-  while (win32::fgets(piece, sizeof piece, file) != nullptr) {
-    line += piece;
-    // A NUL in the file hides the rest of its piece, also the line feed.
-    if (line.empty() || line.back() != '\n') continue;
-    line.pop_back();
-    return true;
+// The rest of the stream, up to its end or failure.
+std::string ReadAll(std::FILE* file) {
+  std::string text;
+  char block[4096];
+  while (const std::size_t length = win32::fread(block, 1, sizeof block, file)) {
+    text.append(block, length);
   }
-  return !line.empty();
+  return text;
 }
 
 std::string FindResumeObject(std::FILE* listing) {
-  std::string line;
-  while (ReadLine(listing, line)) {
+  std::istringstream lines(ReadAll(listing));
+  for (std::string line; std::getline(lines, line);) {
     const std::optional<std::string> value = ResumeObject(line);
     if (!value) continue;
     LogEx(kLogModule, kLogProgress, "bcdedit key: %s, value: %s", "resumeobject", value->c_str());

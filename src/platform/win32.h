@@ -134,9 +134,9 @@ int fclose(std::FILE* file);
 // line feed.
 std::FILE* fopen(const char* path, const char* mode);
 
-// Reads up to the next line feed, which is kept, or `size` - 1 characters. Null at the end of the
-// file or after a failure, with nothing read.
-char* fgets(char* text, int size, std::FILE* file);
+// Reads up to `count` items of `size` bytes and returns how many it has read whole: fewer at the
+// end of the file or after a failure.
+std::size_t fread(void* data, std::size_t size, std::size_t count, std::FILE* file);
 
 // Zero, or a nonzero value. `origin` is SEEK_SET, SEEK_CUR or SEEK_END.
 int fseek(std::FILE* file, std::int32_t offset, int origin);

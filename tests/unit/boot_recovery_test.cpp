@@ -144,8 +144,27 @@ TEST_F(BcdEnableRecovery, LastLineNeedsNoLineFeed) {
   EXPECT_EQ(IdentifierIn("identifier {bootmgr}\nresumeobject {one}"), "{one}");
 }
 
-TEST_F(BcdEnableRecovery, PieceThatBeginsWithANulIsPassedOver) {
-  EXPECT_EQ(IdentifierIn(std::string("\0hidden\n", 8) + "resumeobject {one}\n"), "{one}");
+TEST_F(BcdEnableRecovery, NulInALineDoesNotSwallowTheNext) {
+  const std::string nul(1, '\0');
+  for (const std::string& line : {nul + "front", "in" + nul + "side", "end" + nul, nul}) {
+    EXPECT_EQ(IdentifierIn(line + "\nresumeobject {one}\n"), "{one}");
+    EXPECT_EQ(IdentifierIn(line + "\r\nresumeobject {one}\r\n"), "{one}");
+  }
+}
+
+TEST_F(BcdEnableRecovery, NulBelongsToTheKey) {
+  const std::string longer = std::string("resumeobject") + '\0' + " {longer}\n";
+  EXPECT_EQ(IdentifierIn(longer + "resumeobject {one}\n"), "{one}");
+}
+
+TEST_F(BcdEnableRecovery, ListingIsReadInBlocks) {
+  EXPECT_EQ(IdentifierIn(std::string(4095, '-') + "\nresumeobject {one}\n"), "{one}");
+  EXPECT_EQ(machine_.calls().Count("fread"), 3U);  // the last one finds the end
+}
+
+TEST_F(BcdEnableRecovery, ReadThatFailsEndsTheListing) {
+  machine_.calls().FailOn("fread", 2);
+  EXPECT_EQ(IdentifierIn(std::string(4095, '-') + "\nresumeobject {one}\n"), "");
 }
 
 TEST_F(BcdEnableRecovery, LongLineIsReadWhole) {

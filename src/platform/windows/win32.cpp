@@ -132,8 +132,8 @@ std::FILE* fopen(const char* path, const char* mode) {
   return std::fopen(path, mode);
 }
 
-char* fgets(char* text, int size, std::FILE* file) {
-  return std::fgets(text, size, file);
+std::size_t fread(void* data, std::size_t size, std::size_t count, std::FILE* file) {
+  return std::fread(data, size, count, file);
 }
 
 int remove(const char* path) {

@@ -75,6 +75,41 @@ TEST_F(SeamStream, WritingToAReaderMovesNothing) {
   EXPECT_EQ(ReadText("file"), "text");
 }
 
+// ---- Text ---------------------------------------------------------------------------------------
+
+TEST_F(SeamStream, TextIsReadWithLineFeedsForCrLfAndEveryOtherByteKept) {
+  WriteText("file", std::string("a\r\n\0b\rc\n\xFF", 9));
+  std::FILE* file = win32::fopen(Path("file").c_str(), "r");
+  ASSERT_NE(file, nullptr);
+  char text[16];
+  EXPECT_EQ(win32::fread(text, 1, 3, file), 3u);
+  EXPECT_EQ(std::string_view(text, 3), std::string_view("a\n\0", 3));
+  EXPECT_EQ(win32::fread(text, 1, sizeof text, file), 5u);
+  EXPECT_EQ(std::string_view(text, 5), "b\rc\n\xFF");
+  EXPECT_EQ(win32::fread(text, 1, sizeof text, file), 0u);
+  EXPECT_EQ(win32::fclose(file), 0);
+}
+
+TEST_F(SeamStream, ItemsThatAreNotReadWholeDoNotCount) {
+  WriteText("file", "12345");
+  std::FILE* file = win32::fopen(Path("file").c_str(), "r");
+  ASSERT_NE(file, nullptr);
+  char text[16];
+  EXPECT_EQ(win32::fread(text, 2, 4, file), 2u);
+  EXPECT_EQ(win32::fclose(file), 0);
+}
+
+TEST_F(SeamStream, WhatIsAppendedWhileAReaderIsOpenIsNoConcernOfIt) {
+  WriteText("file", "before");
+  std::FILE* file = win32::fopen(Path("file").c_str(), "r");
+  ASSERT_NE(file, nullptr);
+  char text[16];
+  EXPECT_EQ(win32::fread(text, 1, sizeof text, file), 6u);
+  ASSERT_EQ(Write(WIDE("file"), WIDE("ab"), " after"), 0);
+  EXPECT_EQ(win32::fclose(file), 0);
+  EXPECT_EQ(ReadText("file"), "before after");
+}
+
 using SeamClock = ConformanceTest;
 
 TEST_F(SeamClock, TimeIsTheMachinesAndGoesToBothPlaces) {
