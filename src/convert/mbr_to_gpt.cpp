@@ -80,6 +80,8 @@ bool RepairUefiBoot(const Velkora& converter, std::uint32_t efi_position) {
   DISKPART_Rescan();
   if (!DISKPART_Format(disk, efi_position, "fat32", /*quick=*/true)) return false;
   const std::string efi_letter = GetFirstUnUsedLetter();
+  // No mask of letters comes to this: the trial mask is full only with C to Z in use and A and B
+  // free, and those two are what is given then.
   if (efi_letter.empty()) {
     LogEx(kLogModule, kLogError, "GetFirstUnUsedLetter fail!");
     return false;

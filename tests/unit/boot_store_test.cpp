@@ -164,6 +164,26 @@ TEST_F(RecoverBcd, ResultLogIsAppendedTo) {
             "Boot files successfully created.\r\nBoot files successfully created.\r\n");
 }
 
+// The exit status alone decides, whatever the file says and whether it is there or not.
+TEST_F(RecoverBcd, ResultLogIsNeverRead) {
+  std::ofstream(LogsFile("BCDBOOT_result.log")) << "Failure when attempting to copy boot files.\n";
+  EXPECT_TRUE(velkora::RecoverBcd("C", "X", true, false));
+  Script(1);
+  EXPECT_FALSE(velkora::RecoverBcd("C", "X", true, false));
+  machine_.SetCommand("bcdboot", [this](auto&, const Texts&) {
+    std::filesystem::remove(LogsFile("BCDBOOT_result.log"));
+    return simulator::CommandResult{0, ""};
+  });
+  EXPECT_TRUE(velkora::RecoverBcd("C", "X", true, false));
+  for (const std::string open : {"CreateFileA", "CreateFileW", "fopen", "_wfopen_s", "fread"}) {
+    EXPECT_EQ(machine_.calls().Count(open), 0U) << open;
+  }
+  EXPECT_EQ(machine_.calls().Count("DeleteFileA"), 3U);
+  EXPECT_EQ(machine_.calls().Count("system"), 3U);
+  EXPECT_EQ(machine_.calls().Count("command/bcdboot"), 3U);
+  EXPECT_EQ(machine_.calls().calls().size(), 9U);  // so nothing else crosses the seam
+}
+
 TEST_F(RecoverBcd, ElevatedInterpreterGetsTheBareLine) {
   velkora::GetGlobalContext().is_system = 0;
   machine_.SetCommand("cmd", [](auto&, const Texts&) { return simulator::CommandResult{0, ""}; });
