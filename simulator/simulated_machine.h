@@ -20,6 +20,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -28,8 +29,10 @@
 #include "simulator/call_log.h"
 #include "simulator/clock.h"
 #include "simulator/commands/command.h"
+#include "simulator/crash_sender.h"
 #include "simulator/disk.h"
 #include "simulator/handle_table.h"
+#include "simulator/libraries.h"
 #include "simulator/memory_files.h"
 #include "simulator/mount_manager.h"
 #include "simulator/volume.h"
@@ -111,6 +114,9 @@ class SimulatedMachine {
   // What bcdedit takes for the store that the machine was started from; made at its first use.
   std::string own_boot_store;
 
+  // What can be loaded at run time: the system's dump library, unless its builder takes it away.
+  Libraries libraries = {{"dbghelp.dll", DbgHelpFunctions()}};
+
   // Called for each script that diskpart is given and each line that reaches the interpreter, in
   // the order of events.
   std::function<void(std::string_view script)> on_script;
@@ -119,6 +125,10 @@ class SimulatedMachine {
   // ---- Looking at it ---------------------------------------------------------------------------
 
   CallLog& calls() { return calls_; }
+  // What the crash sender was told, and a way to play its vendor.
+  CrashSender crash_sender;
+  // The streams of the C runtime that are open in a text mode.
+  std::set<std::FILE*> text_streams;
   // Virtual time: every tool takes `command_milliseconds` of it.
   Clock& clock() { return clock_; }
   HandleTable& handles() { return handles_; }

@@ -133,6 +133,24 @@ DWORD SetFilePointer(HANDLE handle, LONG low, LONG* high, DWORD method) {
   return static_cast<DWORD>(position & 0xFFFFFFFF);
 }
 
+BOOL SetFilePointerEx(HANDLE handle, LARGE_INTEGER distance, LARGE_INTEGER* position,
+                      DWORD method) {
+  SimulatedMachine& machine = SimulatedMachine::Current();
+  const std::string arguments =
+      "distance " + std::to_string(distance.QuadPart) + " method " + std::to_string(method);
+  if (FailsOnDemand(machine, "SetFilePointerEx", Describe(machine, handle), arguments)) {
+    return FALSE;
+  }
+  HandleObject* object = machine.handles().Find(handle);
+  std::uint64_t reached = 0;
+  const DWORD error =
+      object == nullptr ? ERROR_INVALID_HANDLE : object->Seek(distance.QuadPart, method, reached);
+  if (error == ERROR_SUCCESS && position != nullptr) {
+    position->QuadPart = static_cast<LONGLONG>(reached);
+  }
+  return ToResult(error);
+}
+
 BOOL ReadFile(HANDLE handle, void* buffer, DWORD length, DWORD* done, OVERLAPPED*) {
   SimulatedMachine& machine = SimulatedMachine::Current();
   DWORD count = 0;

@@ -1,10 +1,11 @@
-// Last error, faults, COM and the C runtime of the seam, answered by the current simulated machine.
+// Last error, COM and the C runtime of the seam, answered by the current simulated machine.
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <limits>
+#include <span>
 #include <string>
 
-#include "platform/guard.h"
 #include "simulator/seam_call.h"
 #include "simulator/text.h"
 
@@ -18,23 +19,62 @@ constexpr auto kUnspecifiedFailure = static_cast<HRESULT>(0x80004005);
 
 thread_local DWORD last_error = ERROR_SUCCESS;
 
-std::FILE* OpenOnHost(const std::filesystem::path& path, const WCHAR* mode) {
+// Opens a stream that the host leaves as it is: what a text mode changes is changed here.
+std::FILE* OpenOnHost(SimulatedMachine& machine, const std::filesystem::path& path,
+                      const std::string& mode) {
+  const bool binary = mode.find('b') != std::string::npos;
+  const std::string host_mode = binary ? mode : mode + 'b';
 #ifdef _WIN32
-  return ::_wfopen(path.c_str(), mode);
+  std::FILE* file = ::_wfopen(path.c_str(), simulator::Utf8ToUtf16(host_mode).c_str());
 #else
-  return std::fopen(path.c_str(), simulator::Utf16ToUtf8(mode).c_str());
+  std::FILE* file = std::fopen(path.c_str(), host_mode.c_str());
 #endif
+  if (file != nullptr && !binary) machine.text_streams.insert(file);
+  return file;
 }
 
-// With a CR LF as one line feed. The library reads text files alone, so every stream is taken for
-// one.
-int NextCharacter(std::FILE* file) {
-  const int character = std::getc(file);
-  if (character != '\r') return character;
-  const int next = std::getc(file);
-  if (next == '\n') return next;
-  if (next != EOF) std::ungetc(next, file);
-  return character;
+// The errno value of a call that failed on demand.
+errno_t ErrnoOnDemand() {
+  const DWORD error = GetLastError();
+  return error == ERROR_GEN_FAILURE ? EACCES : static_cast<errno_t>(error);
+}
+
+// Opens the file that `name` leads to; the errno value of a failure, or 0.
+errno_t OpenByName(SimulatedMachine& machine, std::string_view name, const std::string& mode,
+                   std::FILE*& file) {
+  const auto host_path = machine.HostPath(name);
+  if (!host_path) return ENOENT;
+  if (std::filesystem::is_directory(*host_path)) return EACCES;
+  errno = 0;
+  file = OpenOnHost(machine, *host_path, mode);
+  if (file != nullptr) return 0;
+  return errno != 0 ? errno : EINVAL;
+}
+
+// Reads each CR LF as a line feed. The count of characters read.
+std::size_t ReadAsText(std::span<char> text, std::FILE* file) {
+  std::size_t length = 0;
+  for (; length < text.size(); ++length) {
+    int character = std::getc(file);
+    if (character == '\r') {
+      const int next = std::getc(file);
+      if (next == '\n') character = next;
+      if (next != '\n' && next != EOF) std::ungetc(next, file);
+    }
+    if (character == EOF) break;
+    text[length] = static_cast<char>(character);
+  }
+  return length;
+}
+
+// Writes each line feed as CR LF. The count of bytes of `text` that were written.
+std::size_t WriteAsText(std::string_view text, std::FILE* file) {
+  std::size_t done = 0;
+  for (; done < text.size(); ++done) {
+    if (text[done] == '\n' && std::putc('\r', file) == EOF) break;
+    if (std::putc(static_cast<unsigned char>(text[done]), file) == EOF) break;
+  }
+  return done;
 }
 
 }  // namespace
@@ -47,15 +87,6 @@ void SetLastError(DWORD error) {
   last_error = error;
 }
 
-void RaiseFault(DWORD code) {
-#ifdef _WIN32
-  // Raised once more if a debugger lets it pass.
-  for (;;) ::RaiseException(code, EXCEPTION_NONCONTINUABLE, 0, nullptr);
-#else
-  throw Fault{code};
-#endif
-}
-
 HRESULT CoCreateGuid(GUID* guid) {
   SimulatedMachine& machine = SimulatedMachine::Current();
   if (FailsOnDemand(machine, "CoCreateGuid")) return kUnspecifiedFailure;
@@ -66,55 +97,66 @@ HRESULT CoCreateGuid(GUID* guid) {
 errno_t _wfopen_s(std::FILE** file, const WCHAR* path, const WCHAR* mode) {
   SimulatedMachine& machine = SimulatedMachine::Current();
   const std::string name = simulator::Utf16ToUtf8(path);
-  const std::string arguments = simulator::Utf16ToUtf8(mode);
+  const std::string mode_text = simulator::Utf16ToUtf8(mode);
   if (file != nullptr) *file = nullptr;
-  if (FailsOnDemand(machine, "_wfopen_s", simulator::FileNameOf(name), arguments)) {
-    const DWORD error = GetLastError();
-    return error == ERROR_GEN_FAILURE ? EACCES : static_cast<errno_t>(error);
+  if (FailsOnDemand(machine, "_wfopen_s", simulator::FileNameOf(name), mode_text)) {
+    return ErrnoOnDemand();
   }
   if (file == nullptr || path == nullptr || mode == nullptr) return EINVAL;
-  const auto host_path = machine.HostPath(name);
-  if (!host_path) return ENOENT;
-  if (std::filesystem::is_directory(*host_path)) return EACCES;
-  errno = 0;
-  *file = OpenOnHost(*host_path, mode);
-  if (*file != nullptr) return 0;
-  return errno != 0 ? errno : EINVAL;
+  return OpenByName(machine, name, mode_text, *file);
 }
 
 std::size_t fwrite(const void* data, std::size_t size, std::size_t count, std::FILE* file) {
   SimulatedMachine& machine = SimulatedMachine::Current();
   const std::string arguments = std::to_string(count) + " of " + std::to_string(size) + " bytes";
   if (FailsOnDemand(machine, "fwrite", {}, arguments)) return 0;
-  return std::fwrite(data, size, count, file);
+  if (!machine.text_streams.contains(file)) return std::fwrite(data, size, count, file);
+  return size == 0 ? 0 : WriteAsText({static_cast<const char*>(data), size * count}, file) / size;
 }
 
 int fclose(std::FILE* file) {
-  const bool fails = FailsOnDemand(SimulatedMachine::Current(), "fclose");
+  SimulatedMachine& machine = SimulatedMachine::Current();
+  const bool fails = FailsOnDemand(machine, "fclose");
+  machine.text_streams.erase(file);
   const int result = std::fclose(file);
   return fails ? EOF : result;
 }
 
 std::FILE* fopen(const char* path, const char* mode) {
   SimulatedMachine& machine = SimulatedMachine::Current();
-  if (FailsOnDemand(machine, "fopen", simulator::FileNameOf(path), mode)) return nullptr;
-  const auto host_path = machine.HostPath(path);
-  if (!host_path || std::filesystem::is_directory(*host_path)) return nullptr;
-  return std::fopen(host_path->string().c_str(), mode);
+  if (FailsOnDemand(machine, "fopen", simulator::FileNameOf(path), mode)) {
+    errno = ErrnoOnDemand();
+    return nullptr;
+  }
+  std::FILE* file = nullptr;
+  const errno_t error = OpenByName(machine, path, mode, file);
+  if (error != 0) errno = error;
+  return file;
 }
 
 std::size_t fread(void* data, std::size_t size, std::size_t count, std::FILE* file) {
   SimulatedMachine& machine = SimulatedMachine::Current();
   const std::string arguments = std::to_string(count) + " of " + std::to_string(size) + " bytes";
   if (FailsOnDemand(machine, "fread", {}, arguments) || size == 0) return 0;
-  auto* const bytes = static_cast<char*>(data);
-  std::size_t length = 0;
-  for (; length < size * count; ++length) {
-    const int character = NextCharacter(file);
-    if (character == EOF) break;
-    bytes[length] = static_cast<char>(character);
-  }
-  return length / size;
+  if (!machine.text_streams.contains(file)) return std::fread(data, size, count, file);
+  return ReadAsText({static_cast<char*>(data), size * count}, file) / size;
+}
+
+int fseek(std::FILE* file, std::int32_t offset, int origin) {
+  const std::string arguments = std::to_string(offset) + " from " + std::to_string(origin);
+  if (FailsOnDemand(SimulatedMachine::Current(), "fseek", {}, arguments)) return -1;
+  return std::fseek(file, offset, origin);
+}
+
+std::int32_t ftell(std::FILE* file) {
+  if (FailsOnDemand(SimulatedMachine::Current(), "ftell")) return -1;
+  const auto position = std::ftell(file);
+  return position > std::numeric_limits<std::int32_t>::max() ? -1
+                                                             : static_cast<std::int32_t>(position);
+}
+
+void rewind(std::FILE* file) {
+  if (!FailsOnDemand(SimulatedMachine::Current(), "rewind")) std::rewind(file);
 }
 
 int remove(const char* path) {

@@ -8,17 +8,15 @@
 
 namespace win32 {
 
-#ifndef _WIN32
-// Stands for a structured exception where there are none.
+// Stands for a structured exception on the simulated machine.
 struct Fault {
   DWORD code;
 };
-#endif
 
 // Raises a structured exception with `code` (an EXCEPTION_ value) at the place of the call. The
 // library calls it where the described behaviour would leave a buffer or use a released object, so
-// that nothing undefined happens and a guard further up sees the fault at that very point. Without
-// structured exceptions it throws `Fault`.
+// that nothing undefined happens and a guard further up sees the fault at that very point. The
+// simulated machine throws `Fault` instead.
 [[noreturn]] void RaiseFault(DWORD code);
 
 // Looks at a fault before the guard takes it. It returns EXCEPTION_EXECUTE_HANDLER, always; the

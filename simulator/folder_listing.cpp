@@ -1,0 +1,126 @@
+#include "simulator/folder_listing.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+
+#include "simulator/simulated_machine.h"
+#include "simulator/text.h"
+
+namespace simulator {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view kVerbatimPrefix = "\\\\?\\";
+// Believed: the answer for a file where a folder should be.
+constexpr DWORD kErrorNotAFolder = 267;
+
+std::string ToUpperAscii(std::string_view text) {
+  std::string upper;
+  for (const char character : text) upper += simulator::ToUpperAscii(character);
+  return upper;
+}
+
+// Both texts in upper case. Goes back to the last "*" where the rest does not fit.
+bool MatchesUpper(std::string_view pattern, std::string_view name) {
+  std::size_t at = 0;
+  std::size_t star = std::string_view::npos;
+  std::size_t star_name = 0;
+  std::size_t i = 0;
+  while (i < name.size()) {
+    if (at < pattern.size() && pattern[at] == '*') {
+      star = at++;
+      star_name = i;
+    } else if (at < pattern.size() && (pattern[at] == '?' || pattern[at] == name[i])) {
+      ++at;
+      ++i;
+    } else if (star != std::string_view::npos) {
+      at = star + 1;
+      i = ++star_name;
+    } else {
+      return false;
+    }
+  }
+  return pattern.find_first_not_of('*', at) == std::string_view::npos;
+}
+
+bool MatchesWildcards(std::string_view pattern, std::string_view name) {
+  return pattern == "*.*" || MatchesUpper(ToUpperAscii(pattern), ToUpperAscii(name));
+}
+
+// Whether nothing but a drive stands in front of the pattern.
+bool IsRoot(std::string_view folder) {
+  if (folder.size() >= 2 && folder[1] == ':') folder.remove_prefix(2);
+  const auto names = SplitPath(folder);
+  return names && names->empty();
+}
+
+FolderEntry EntryOf(const fs::directory_entry& found) {
+  std::error_code error;
+  FolderEntry entry;
+  const std::u8string name = found.path().filename().u8string();
+  entry.name.assign(name.begin(), name.end());
+  entry.is_folder = found.is_directory(error);
+  const std::uintmax_t size = entry.is_folder ? 0 : found.file_size(error);
+  entry.size = error ? 0 : size;
+  return entry;
+}
+
+DWORD ListHostFolder(const fs::path& folder, std::vector<FolderEntry>& entries) {
+  std::error_code error;
+  if (!fs::exists(folder, error)) return ERROR_PATH_NOT_FOUND;
+  if (!fs::is_directory(folder, error)) return kErrorNotAFolder;
+  fs::directory_iterator found(folder, error);
+  if (error) return ERROR_ACCESS_DENIED;
+  while (found != fs::directory_iterator()) {
+    entries.push_back(EntryOf(*found));
+    found.increment(error);
+    if (error) return ERROR_ACCESS_DENIED;
+  }
+  return ERROR_SUCCESS;
+}
+
+// All that is in a folder, in any order and without "." and "..".
+DWORD ListAll(const SimulatedMachine& machine, std::string_view folder,
+              std::vector<FolderEntry>& entries) {
+  const auto host_path = machine.HostPath(folder);
+  return host_path ? ListHostFolder(*host_path, entries) : ERROR_PATH_NOT_FOUND;
+}
+
+bool ComesBefore(const FolderEntry& left, const FolderEntry& right) {
+  const std::string left_key = ToUpperAscii(left.name);
+  const std::string right_key = ToUpperAscii(right.name);
+  return left_key != right_key ? left_key < right_key : left.name < right.name;
+}
+
+}  // namespace
+
+DWORD ListFolder(SimulatedMachine& machine, std::string_view pattern,
+                 std::vector<FolderEntry>& entries) {
+  if (pattern.starts_with(kVerbatimPrefix)) pattern.remove_prefix(kVerbatimPrefix.size());
+  if (pattern.empty()) return ERROR_PATH_NOT_FOUND;
+  const std::string_view name = FileNameOf(pattern);
+  std::string folder(pattern.substr(0, pattern.size() - name.size()));
+  if (folder.empty()) folder = "\\";
+
+  std::vector<FolderEntry> found;
+  const DWORD error = ListAll(machine, folder, found);
+  if (error != ERROR_SUCCESS) return error;
+  std::sort(found.begin(), found.end(), ComesBefore);
+  if (!IsRoot(folder)) {
+    FolderEntry dots;
+    dots.is_folder = true;
+    for (const std::string_view dot_name : {"..", "."}) {
+      dots.name = dot_name;
+      found.insert(found.begin(), dots);
+    }
+  }
+  std::erase_if(found,
+                [name](const FolderEntry& entry) { return !MatchesWildcards(name, entry.name); });
+  if (found.empty()) return ERROR_FILE_NOT_FOUND;
+  entries = std::move(found);
+  return ERROR_SUCCESS;
+}
+
+}  // namespace simulator
