@@ -37,7 +37,8 @@ bool ShrinkRow(Velkora& converter, const MbrPartitionRow& row, std::uint64_t siz
   return false;
 }
 
-// The list is cleared before the read: after a failure it is empty or cut.
+// A failed rescan leaves the list whole. It is cleared before the read, so that a failed read
+// leaves the rows read so far, maybe none.
 bool ReadSortedAgain(const Velkora& converter, MbrPartitionList& rows) {
   if (!DISKPART_Rescan()) return false;
   rows.clear();

@@ -5,6 +5,7 @@
 #include "convert/layout_builder.h"
 #include "convert/partition_reader.h"
 #include "convert/partition_types.h"
+#include "convert/protected_conversion.h"
 #include "convert/volume_numbers.h"
 #include "disk/disk_control.h"
 #include "disk/letter_restore.h"
@@ -107,7 +108,14 @@ bool ConvertGptToMbr(Velkora& converter) {
   }
   FilterGptPartitions(rows);
   converter.partition_offsets = GptPartitionOffsets(rows);
-  return GPT2MBR(converter, rows);
+  const std::int32_t error = BackUpDisk(converter);
+  if (error != 0) {
+    SendStatus(converter, VelkoraStatus::kBackupFailed);
+    SendPercent(converter, 100);
+    LogBackupError(error);
+    return false;
+  }
+  return GuardedGPT2MBR(converter, rows);
 }
 
 bool GPT2MBR(Velkora& converter, const GptPartitionList& list) {

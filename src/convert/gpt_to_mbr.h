@@ -9,10 +9,13 @@
 
 namespace velkora {
 
-// The whole path of a disk of type GPT: reads the table, then converts. Each returns whether the
-// disk was converted. The log and the callback tell the rest; "Get partitions fail!" (level 3)
-// stands for a table that could not be read, of which the callback hears nothing.
+// The whole path of a disk of type GPT: reads the table, backs the disk's metadata up, converts
+// behind a guard, and rolls back after a failure. Returns whether the disk was converted. The log
+// and the callback tell the rest; "Get partitions fail!" (level 3) stands for a table that could
+// not be read, of which the callback hears nothing.
 bool ConvertGptToMbr(Velkora& converter);
+
+// The conversion itself, which undoes nothing.
 bool GPT2MBR(Velkora& converter, const GptPartitionList& list);
 
 // Asks for 5 MiB from each row, from the third on, that ends less than 2048 sectors in front of the

@@ -5,6 +5,7 @@
 #include "convert/layout_builder.h"
 #include "convert/partition_reader.h"
 #include "convert/partition_types.h"
+#include "convert/protected_conversion.h"
 #include "convert/volume_numbers.h"
 #include "disk/disk_control.h"
 #include "disk/drive_letters.h"
@@ -103,7 +104,13 @@ bool ConvertMbrToGpt(Velkora& converter) {
     return false;
   }
   converter.partition_offsets = MbrPartitionOffsets(rows);
-  return MBR2GPT(converter, rows);
+  const std::int32_t error = BackUpDisk(converter);
+  if (error != 0) {
+    // Unlike the other direction, the callback hears nothing.
+    LogBackupError(error);
+    return false;
+  }
+  return GuardedMBR2GPT(converter, rows);
 }
 
 bool MBR2GPT(Velkora& converter, const MbrPartitionList& list) {
@@ -115,8 +122,8 @@ bool MBR2GPT(Velkora& converter, const MbrPartitionList& list) {
   LogEx(kLogModule, kLogProgress, "Check and compress partition");
   std::uint32_t efi_position = 0;
   // On a data disk a failure here is forgotten, and the platform decides on the table. The list may
-  // be empty by then: a stop or a failed read behind the shrink leaves it so, and the run ends in
-  // success with an empty GPT.
+  // be cut or empty by then: a failed read or a stop behind the shrink leaves the rows read so far,
+  // and the run ends in success with a GPT of those.
   if (!EnsureGptTailRoom(converter, rows) && converter.disk_info->is_system != 0) return false;
   if (!EnsureEfiRoom(converter, rows, &efi_position)) return false;
 

@@ -12,15 +12,19 @@
 
 namespace velkora {
 
-// The whole path of a disk of type MBR: reads the table, then converts. Each returns whether the
-// disk was converted. The log and the callback tell the rest; "Get partitions fail!" (level 3)
-// stands for a table that could not be read, of which the callback hears nothing.
+// The whole path of a disk of type MBR: reads the table, backs the disk's metadata up, converts
+// behind a guard, and rolls back after a failure. Returns whether the disk was converted. The log
+// and the callback tell the rest. The callback hears nothing of a table whose first read fails
+// ("Get partitions fail!", level 3) and of a backup that fails.
 bool ConvertMbrToGpt(Velkora& converter);
+
+// The conversion itself, which undoes nothing.
 bool MBR2GPT(Velkora& converter, const MbrPartitionList& list);
 
 // Shrinks the last row of the sorted list by 1 MiB if it ends less than 33 sectors in front of the
 // disk's end, and reads the list anew. False when the shrink, the rescan or the read failed, or a
-// stop was asked for during the read; the list is then empty if the shrink had been made.
+// stop was asked for during the read. The list is whole then if the read was not begun, and
+// otherwise holds the rows that were read before it failed, maybe none.
 bool EnsureGptTailRoom(Velkora& converter, MbrPartitionList& rows);
 
 // On a system disk finds 300 MiB (in a gap, behind the last row, or by shrinking the last row that

@@ -11,6 +11,7 @@
 #include "frame/global_context.h"
 #include "logging/log.h"
 #include "platform/win32.h"
+#include "tools/little_endian.h"
 
 namespace velkora {
 namespace {
@@ -33,15 +34,8 @@ bool IsContainer(std::uint8_t type) {
   return type == kTypeExtended || type == kTypeExtendedLba;
 }
 
-template <typename Value>
-Value Load(std::span<const std::byte, kSectorBytes> sector, std::size_t offset) {
-  Value value;
-  std::memcpy(&value, sector.subspan(offset, sizeof value).data(), sizeof value);
-  return value;
-}
-
 MbrPartitionRow LoadMbrRow(std::span<const std::byte, kSectorBytes> sector, std::size_t index) {
-  return Load<MbrPartitionRow>(sector, kMbrRowsOffset + index * sizeof(MbrPartitionRow));
+  return LoadField<MbrPartitionRow>(sector, kMbrRowsOffset + index * sizeof(MbrPartitionRow));
 }
 
 bool IsAllZero(const MbrPartitionRow& row) {
@@ -107,7 +101,7 @@ bool ReadLogicalChain(HANDLE disk, std::uint32_t base, MbrPartitionList& rows) {
 bool ReadGptPartitions(HANDLE disk, GptPartitionList& rows) {
   SectorBuffer sector;
   if (!ReadSectorAt(disk, kGptHeaderSector, sector)) return false;
-  std::uint64_t offset = Load<std::uint64_t>(sector, kEntryStartOffset) << kSectorShift;
+  std::uint64_t offset = LoadField<std::uint64_t>(sector, kEntryStartOffset) << kSectorShift;
   if (!SeekTo(disk, offset) || !ReadSectorHere(disk, sector)) return false;
   std::size_t position = 0;
   for (unsigned entry = 0; entry <= kLastEntry; ++entry) {
@@ -120,7 +114,7 @@ bool ReadGptPartitions(HANDLE disk, GptPartitionList& rows) {
       if (!ReadSectorHere(disk, sector)) return false;
       position = 0;
     }
-    const auto row = Load<GptPartitionRow>(sector, position * sizeof(GptPartitionRow));
+    const auto row = LoadField<GptPartitionRow>(sector, position * sizeof(GptPartitionRow));
     if (IsAllZero(row.unique_guid)) return true;
     rows.push_back(row);
     ++position;

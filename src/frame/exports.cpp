@@ -1,23 +1,22 @@
 #include <new>
 
+#include "frame/crash_reporting.h"
 #include "frame/global_context.h"
 #include "frame/velkora.h"
 #include "frame/velkora_sdk.h"
 #include "logging/log.h"
 
-namespace {
-
-constexpr char kVersion[] = "1, 0, 0, 20-d-5130b0fa";
-
-}  // namespace
-
 extern "C" VelkoraSDK* InitVelkoraSDK(const void* log_folder, const char* logs_folder,
                                       const void* log_observer, const void* log_reserved) {
   using namespace velkora;
   InitLogEx(log_folder, kLogModule, log_observer, log_reserved);
-  LogEx(kLogModule, kLogProgress, "Velkora SDK Version: %s", kVersion);
+  LogEx(kLogModule, kLogProgress, "Velkora SDK Version: %s", kSdkVersion);
   LogEx(kLogModule, kLogProgress, "Logs Folder: %s", logs_folder);
   GetGlobalContext().logs_folder = logs_folder;
+  // Setting it up answers 0, always, so that this line is never logged.
+  if (InitCrashReporting("Kestrix_Win", "VelkoraSDK", kSdkVersion) != 0) {
+    LogEx(kLogModule, kLogError, "Init bugsplat error");
+  }
   return new (std::nothrow) Velkora;
 }
 

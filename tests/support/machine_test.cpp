@@ -4,6 +4,7 @@
 #include <ostream>
 #include <sstream>
 
+#include "frame/crash_reporting.h"
 #include "frame/global_context.h"
 #include "logging/log.h"
 #include "platform/win32.h"
@@ -37,6 +38,7 @@ void ResetProcessState() {
   context.stop_requested = 0;
   context.is_system = 0;
   context.logs_folder.clear();
+  velkora::dump_written = 0;
   OpenLogWithoutFile(nullptr);
   win32::SetLastError(ERROR_SUCCESS);
 }

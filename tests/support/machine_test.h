@@ -31,7 +31,7 @@ void PrintTo(const LogLine& line, std::ostream* out);
 using Event = std::pair<int, int>;
 
 // Puts what outlives a test in the process back to its start: stop flag, system flag, logs folder,
-// the log.
+// dump flag, the log.
 void ResetProcessState();
 
 // A current machine with a temporary folder as drive X, the logs folder X:\logs, and everything

@@ -3,6 +3,10 @@
 #include <cstring>
 #include <ostream>
 
+#include "convert/mbr_to_gpt.h"
+#include "convert/partition_reader.h"
+#include "convert/partition_types.h"
+
 namespace testing_support {
 
 void MbrDiskTest::SetUpDisk(const std::vector<MbrEntry>& primaries,
@@ -18,6 +22,13 @@ void MbrDiskTest::SetUpDisk(const std::vector<MbrEntry>& primaries,
     WriteNtfsBootSector(disk_, entry.first_sector, entry.sector_count);
   }
   ShowDisk(offsets, with_record);
+}
+
+bool MbrDiskTest::ConvertUnprotected() {
+  velkora::MbrPartitionList rows;
+  if (!velkora::ReadMbrPartitions(converter_.disk_handle, rows)) return false;
+  converter_.partition_offsets = velkora::MbrPartitionOffsets(rows);
+  return velkora::MBR2GPT(converter_, rows);
 }
 
 std::vector<MbrEntry> MbrDiskTest::SpacedEntries(std::size_t count) {

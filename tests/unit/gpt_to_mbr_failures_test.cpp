@@ -28,7 +28,7 @@ const std::vector<Event> kAll = {{1, 0}, {0, 1},  {1, 20}, {0, 2},   {1, 40},
 
 class FailingGptToMbr : public GptDiskTest {
  protected:
-  bool Run() { return ConvertGptToMbr(converter_); }
+  bool Run() { return ConvertUnprotected(); }
   bool HasLine(const std::string& line) const {
     const Strings lines = AllLines();
     return std::find(lines.begin(), lines.end(), line) != lines.end();
@@ -40,7 +40,7 @@ class FailingGptToMbr : public GptDiskTest {
 TEST_F(FailingGptToMbr, AnUnreadableTableIsNotHeardOf) {
   SetUpDisk(SpacedEntries(2));
   machine_.calls().FailOn("SetFilePointer", 1, 6);
-  EXPECT_FALSE(Run());
+  EXPECT_FALSE(ConvertGptToMbr(converter_));
   EXPECT_EQ(AllLines(), (Strings{"3 SetFilePointer Error: 6", "3 Get partitions fail!"}));
   EXPECT_TRUE(Events().empty());
   EXPECT_TRUE(scripts_.empty());
@@ -139,7 +139,7 @@ TEST_F(FailingGptToMbr, FailedPartitionIdsArePassedOver) {
 TEST_F(FailingGptToMbr, AStopBeforeTheFirstReadIsNotHeardOf) {
   SetUpDisk(SpacedEntries(2));
   GetGlobalContext().stop_requested = 1;
-  EXPECT_FALSE(Run());
+  EXPECT_FALSE(ConvertGptToMbr(converter_));
   EXPECT_EQ(AllLines(), (Strings{"3 Get partitions fail!"}));
   EXPECT_TRUE(Events().empty());
 }

@@ -44,7 +44,7 @@ class SystemGptToMbr : public GptDiskTest {
     SetText(record_.volume(0).letter, "C:");
     SetText(record_.volume(1).letter, "D:");
   }
-  bool Run() { return ConvertGptToMbr(converter_); }
+  bool Run() { return ConvertUnprotected(); }
   void ExpectFailedRepair(const std::string& last_line) {
     EXPECT_FALSE(Run());
     EXPECT_EQ(Events(), kUpToRepairing);

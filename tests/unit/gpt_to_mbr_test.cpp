@@ -61,7 +61,7 @@ class GptToMbr : public GptDiskTest {
     return rows;
   }
 
-  bool Run() { return ConvertGptToMbr(converter_); }
+  bool Run() { return ConvertUnprotected(); }
 
   static constexpr std::uint32_t kMiB = 2048;  // in sectors
 };

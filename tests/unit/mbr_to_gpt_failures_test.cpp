@@ -30,7 +30,7 @@ const std::vector<Event> kAllOfASystemDisk = {{1, 0},  {0, 1}, {1, 20}, {0, 2}, 
 class FailingMbrToGpt : public MbrDiskTest {
  protected:
   FailingMbrToGpt() : MbrDiskTest(1024) {}
-  bool Run() { return ConvertMbrToGpt(converter_); }
+  bool Run() { return ConvertUnprotected(); }
 };
 
 // ---- Room ---------------------------------------------------------------------------------------
@@ -38,7 +38,7 @@ class FailingMbrToGpt : public MbrDiskTest {
 TEST_F(FailingMbrToGpt, AnUnreadableTableIsNotHeardOf) {
   SetUpDisk(SpacedEntries(2));
   machine_.calls().FailOn("ReadFile", 1, 23);
-  EXPECT_FALSE(Run());
+  EXPECT_FALSE(ConvertMbrToGpt(converter_));
   EXPECT_EQ(AllLines(), (Strings{"3 Read Error: 23", "3 Get partitions fail!"}));
   EXPECT_TRUE(Events().empty());
   EXPECT_TRUE(scripts_.empty());
@@ -162,7 +162,7 @@ TEST_F(FailingMbrToGpt, FailedLettersArePassedOver) {
 TEST_F(FailingMbrToGpt, AStopBeforeTheFirstReadIsNotHeardOf) {
   SetUpDisk(SpacedEntries(2));
   GetGlobalContext().stop_requested = 1;
-  EXPECT_FALSE(Run());
+  EXPECT_FALSE(ConvertMbrToGpt(converter_));
   EXPECT_EQ(AllLines(), (Strings{"3 Get partitions fail!"}));
   EXPECT_TRUE(Events().empty());
 }

@@ -35,7 +35,7 @@ class SystemMbrToGpt : public MbrDiskTest {
     ScriptTool("bcdboot", 0);
     ScriptTool("bcdedit", 0, "resumeobject {one}\n");
   }
-  bool Run() { return ConvertMbrToGpt(converter_); }
+  bool Run() { return ConvertUnprotected(); }
   void SetUpSystem(const std::vector<MbrEntry>& entries) {
     SetUpDisk(entries);
     MarkAsSystemDisk(0);

@@ -31,7 +31,7 @@ const std::vector<Event> kEmptyListEvents = {{1, 0},  {0, 1}, {1, 20},  {0, 2},
 class MbrToGpt : public MbrDiskTest {
  protected:
   MbrToGpt() : MbrDiskTest(1024) {}
-  bool Run() { return ConvertMbrToGpt(converter_); }
+  bool Run() { return ConvertUnprotected(); }
 };
 
 // ---- Data disks ---------------------------------------------------------------------------------

@@ -179,7 +179,7 @@ TEST_F(Convert, TakesUnknownTypesForRaw) {
 TEST_F(Convert, ARawDiskPassesTheTestOfTheStyle) {
   CallerRecord record(DiskType::kGpt, 1, kDiskSize);
   EXPECT_EQ(Run(record), 0) << "a table of zeros has no partitions";
-  EXPECT_EQ(LinesBehindRecord().at(0), "1 GPT2MBR start");
+  EXPECT_EQ(LinesBehindRecord().at(1), "1 GPT2MBR start");
   EXPECT_EQ(Events().back(), (Event{0, 7}));
 }
 
