@@ -17,8 +17,10 @@ struct Thread {
   simulator::Clock::Participant* participant;
 };
 
-// One thread runs at a time, so that a plain flag is a lock.
+// One thread runs at a time, so that a plain flag is a lock. The clock is kept, as a thread may
+// wait on longer than its machine is the current one.
 struct Monitor {
+  simulator::Clock* clock;
   bool locked = false;
 };
 
@@ -44,7 +46,7 @@ void JoinThread(Thread* thread) {
 }
 
 Monitor* CreateMonitor() {
-  return new Monitor;
+  return new Monitor{&CurrentClock()};
 }
 
 void DestroyMonitor(Monitor* monitor) {
@@ -52,24 +54,24 @@ void DestroyMonitor(Monitor* monitor) {
 }
 
 void LockMonitor(Monitor* monitor) {
-  while (monitor->locked) CurrentClock().WaitFor(&monitor->locked, simulator::Clock::kNever);
+  while (monitor->locked) monitor->clock->WaitFor(&monitor->locked, simulator::Clock::kNever);
   monitor->locked = true;
 }
 
 void UnlockMonitor(Monitor* monitor) {
   monitor->locked = false;
-  CurrentClock().Wake(&monitor->locked);
+  monitor->clock->Wake(&monitor->locked);
 }
 
 bool WaitMonitor(Monitor* monitor, std::uint64_t deadline) {
   UnlockMonitor(monitor);
-  const bool woken = CurrentClock().WaitFor(monitor, deadline);
+  const bool woken = monitor->clock->WaitFor(monitor, deadline);
   LockMonitor(monitor);
   return woken;
 }
 
 void WakeMonitor(Monitor* monitor) {
-  CurrentClock().Wake(monitor);
+  monitor->clock->Wake(monitor);
 }
 
 }  // namespace win32

@@ -103,8 +103,9 @@ void ConversionRun::HearStatus(std::int32_t status) {
   if (kind < VelkoraStatus::kBackupFailed) last_stage_ = status;
   if (kind == VelkoraStatus::kRolledBack) rolled_back_ = true;
   if (kind == VelkoraStatus::kRollbackFailed) rollback_failed_ = true;
-  // While room is made on an MBR data disk, a stop empties the library's list of partitions, and
-  // the run ends in success with an empty GPT. The request waits until the list is settled.
+  // While room is made on an MBR data disk, a stop empties or cuts the library's list of
+  // partitions, and the run ends in success with the others missing. The request waits until the
+  // list is settled.
   if (kind != VelkoraStatus::kChecking && kind != VelkoraStatus::kShrinking) stop_held_ = false;
   if (options_.stop_at == status) stop_wanted_ = true;
   if (stop_wanted_ && !stop_held_ && !stopped_) {

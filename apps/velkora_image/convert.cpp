@@ -7,6 +7,7 @@
 #include <iterator>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "apps/velkora_image/conversion_run.h"
 #include "apps/velkora_image/disk_picture.h"
@@ -72,16 +73,38 @@ ExitStatus StatusOf(const ConversionRun& run) {
   return run.rollback_failed() ? kRollbackFailed : kFailed;
 }
 
-// The library forgets a list of partitions that it could not read again behind a shrink, and
-// reports success.
-bool LostPartitions(const DiskView& before, const DiskView& after) {
-  return after.style == "gpt" && after.partitions.empty() && !before.partitions.empty();
+// Partitions of a GPT that a conversion to MBR leaves out: EFI system, Microsoft reserved, hidden.
+bool IsLeftOutOfMbr(const PartitionView& partition) {
+  constexpr const char* kTypes[] = {"C12A7328-F81F-11D2-BA4B-00A0C93EC93B",
+                                    "E3C9E316-0B5C-4DB8-817D-F92DF00215AE",
+                                    "FFFFFFFF-FFFF-FFFF-FFFF-FFFFFFFFFFFF"};
+  return std::find(std::begin(kTypes), std::end(kTypes), partition.type) != std::end(kTypes);
 }
 
-void TellLoss(const ConvertOptions& options, const fs::path& logs) {
-  std::cerr << "velkora-image: " << options.image.string()
-            << ": the disk is GPT now, but its partitions are not in the new table\n"
-            << "  logs: " << logs.string() << "\n";
+// Partitions that should be in the new table and are not. The library reports success with them
+// missing when it could not read the list again, or not to its end, behind a shrink; and when the
+// list of a GPT goes on behind an empty entry, where the library ends it. An entry of no length is
+// no partition.
+std::vector<PartitionView> LostPartitions(const DiskView& before, const DiskView& after) {
+  std::vector<PartitionView> lost;
+  for (const PartitionView& partition : before.partitions) {
+    if (partition.length == 0 || IsLeftOutOfMbr(partition)) continue;
+    const auto is_it = [&](const PartitionView& other) { return other.start == partition.start; };
+    if (std::none_of(after.partitions.begin(), after.partitions.end(), is_it)) {
+      lost.push_back(partition);
+    }
+  }
+  return lost;
+}
+
+void TellLoss(const ConvertOptions& options, const DiskView& after,
+              const std::vector<PartitionView>& lost, const fs::path& logs) {
+  std::cerr << "velkora-image: " << options.image.string() << ": the disk is " << StyleName(after)
+            << " now, but these partitions are not in the new table:\n";
+  for (const PartitionView& partition : lost) {
+    std::cerr << "  " << PartitionName(partition) << "\n";
+  }
+  std::cerr << "  logs: " << logs.string() << "\n";
 }
 
 void TellFailure(const ConvertOptions& options, const ConversionRun& run, const fs::path& logs) {
@@ -122,9 +145,10 @@ int Convert(const ConvertOptions& options) {
   const DiskView after = ReadDiskView(machine, disk);
   std::cout << "\n" << DrawDisk("after", after) << "\n" << std::flush;
 
-  if (run.converted() && LostPartitions(before, after)) {
+  const std::vector<PartitionView> lost = LostPartitions(before, after);
+  if (run.converted() && !lost.empty()) {
     logs.Keep();
-    TellLoss(options, logs.path());
+    TellLoss(options, after, lost, logs.path());
     return kFailed;
   }
   const ExitStatus status = StatusOf(run);

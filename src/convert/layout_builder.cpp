@@ -50,8 +50,8 @@ PARTITION_INFORMATION_EX MakeMbrEntry(std::uint64_t first_sector, std::uint64_t 
   return entry;
 }
 
-// Entries in order (each link runs to the end of the disk, whatever lies behind): rows 0 to 2, the
-// container, then for each further row its group of four.
+// One group of four for each row from the fourth on. Each link runs to the end of the disk,
+// whatever lies behind.
 bool FillLogicalGroups(const GptPartitionList& rows, std::uint64_t last_sector,
                        LayoutBuffer& layout) {
   std::size_t next = kRowsPerTable;
@@ -136,6 +136,8 @@ CREATE_DISK MakeGptCreateDisk(const GUID& disk_id, std::size_t row_count) {
   return request;
 }
 
+// Entries in order: the rows as they come with up to three, filled up with empty ones; else rows 0
+// to 2, the container, then for each further row its group of four.
 std::optional<LayoutBuffer> BuildMbrLayout(const GptPartitionList& rows, std::uint64_t disk_size,
                                            std::uint32_t signature) {
   const std::size_t entry_count = MbrEntryCount(rows.size());

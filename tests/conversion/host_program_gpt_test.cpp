@@ -123,8 +123,9 @@ TEST_F(HostProgram, AStopTowardsMbrIsNotHeld) {
 TEST_F(TailShrink, TellsWhenTheNewTableLacksThePartitions) {
   const Outcome outcome = Run(ToGpt({"--fail", "ReadFile:3:23", "--events", "events"}));
   EXPECT_EQ(outcome.status, 1);
-  EXPECT_THAT(outcome.err, HasSubstr("velkora-image: disk.img: the disk is GPT now, but its "
-                                     "partitions are not in the new table\n  logs: "));
+  EXPECT_THAT(outcome.err, HasSubstr("velkora-image: disk.img: the disk is GPT now, but these "
+                                     "partitions are not in the new table:\n"
+                                     "  partition 1 (NTFS, C:)\n  logs: "));
   EXPECT_THAT(outcome.out, Not(HasSubstr("Converted")));
   const std::vector<json> events = EventsOf(File("events"));
   EXPECT_THAT(LogLines(events, 3), Contains("Get partitions fail!"));

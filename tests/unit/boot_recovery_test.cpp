@@ -1,5 +1,6 @@
 #include "boot/boot_recovery.h"
 
+#include <algorithm>
 #include <fstream>
 
 #include "frame/global_context.h"
@@ -102,7 +103,28 @@ TEST_F(BcdEnableRecovery, SecondRunAppendsToTheFileThatWasRead) {
             listing_ + "The operation completed successfully.\r\n");
 }
 
+TEST_F(BcdEnableRecovery, SecondRunIsMadeWhileTheFileIsOpen) {
+  EXPECT_TRUE(velkora::BcdEnableRecovery("S"));
+  Texts order;
+  for (const simulator::Call& call : machine_.calls().calls()) {
+    if (call.name == "system" || call.name == "fopen" || call.name == "fclose") {
+      order.push_back(call.name);
+    }
+  }
+  EXPECT_EQ(order, (Texts{"system", "fopen", "system", "fclose"}));
+}
+
 // ---- The listing --------------------------------------------------------------------------------
+
+TEST_F(BcdEnableRecovery, ListingIsReadAsText) {
+  EXPECT_EQ(IdentifierIn("identifier {bootmgr}\r\nresumeobject {one}\r\n"), "{one}");
+  const std::vector<simulator::Call>& calls = machine_.calls().calls();
+  const auto open = std::find_if(calls.begin(), calls.end(),
+                                 [](const simulator::Call& call) { return call.name == "fopen"; });
+  ASSERT_NE(open, calls.end());
+  EXPECT_EQ(open->detail, "BCDEDIT_result.log");
+  EXPECT_EQ(open->arguments, "r");
+}
 
 TEST_F(BcdEnableRecovery, ValueIsTheLastWordOfTheLine) {
   EXPECT_EQ(IdentifierIn("resumeobject   two   {last}\n"), "{last}");

@@ -134,6 +134,20 @@ TEST_F(EnsureGptTailRoom, FailedReadLeavesTheListEmpty) {
   EXPECT_TRUE(rows_.empty());
 }
 
+TEST_F(EnsureGptTailRoom, FailedReadOfABootRecordLeavesTheListCutAndUnsorted) {
+  const MbrEntry late = Between(200, 300);
+  const MbrEntry early = Between(1, 100);
+  const MbrEntry first = Between(301, 400);
+  const MbrEntry last = Between(401, kDiskMiB);
+  SetUpDisk({late, early, {15, 300 * kMiB, (kDiskMiB - 300) * kMiB}}, {first, last});
+  rows_ = MbrRowsOf({early, late, first, last});
+  // The table and the first boot record are read, the second is not.
+  machine_.on_script = [this](std::string_view) { machine_.calls().FailOn("ReadFile", 3, 23); };
+  EXPECT_FALSE(Run());
+  EXPECT_EQ(Lines(3), (Strings{"Read Error: 23", "Get partitions fail!"}));
+  EXPECT_EQ(PlacesOf(rows_), PlacesOf(MbrRowsOf({late, early, first})));
+}
+
 TEST_F(EnsureGptTailRoom, StopDuringTheShrinkLeavesTheListEmpty) {
   SetUpTightRows();
   StopAt({0, 5});

@@ -11,6 +11,8 @@ namespace {
 using testing_support::Event;
 using testing_support::Events;
 using testing_support::MbrDiskTest;
+using testing_support::PlacesOf;
+using testing_support::RowPlace;
 using testing_support::SetText;
 
 using Strings = std::vector<std::string>;
@@ -74,6 +76,23 @@ TEST_F(FailingMbrToGpt, AFailedRescanBehindTheTailShrinkOfADataDiskIsForgiven) {
   EXPECT_FALSE(Run());
   // The list still has the length from before the shrink.
   EXPECT_EQ(LastLine(), "3 IOCTL_DISK_SET_DRIVE_LAYOUT_EX Error: 87");
+}
+
+TEST_F(FailingMbrToGpt, AListCutBehindTheTailShrinkOfADataDiskIsConvertedAsFarAsItWasRead) {
+  SetUpDisk({Between(1, 100), {15, 100 * kMiB, 924 * kMiB}},
+            {Between(101, 500), Between(501, 1024)});
+  bool armed = false;
+  machine_.on_script = [&](std::string_view) {
+    if (!armed) machine_.calls().FailOn("ReadFile", 3, 23);  // the second boot record
+    armed = true;
+  };
+  EXPECT_TRUE(Run());
+  std::vector<Event> expected = kAll;
+  expected.insert(expected.begin() + 2, {0, 5});
+  EXPECT_EQ(Events(), expected);
+  EXPECT_EQ(Lines(3), (Strings{"Read Error: 23", "Get partitions fail!"}));
+  EXPECT_EQ(PlacesOf(GptRowsOnDisk(3)),
+            (std::vector<RowPlace>{{kMiB, 99 * kMiB}, {101 * kMiB, 399 * kMiB}, {}}));
 }
 
 // ---- Steps that fail the conversion -------------------------------------------------------------
