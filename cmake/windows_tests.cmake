@@ -42,3 +42,20 @@ add_dependencies(dll_test VelkoraSDK)
 velkora_add_windows_test(log_last_error_test
   ${tests}/windows/log_last_error_test.cpp ${tests}/support/temp_folder.cpp)
 target_link_libraries(log_last_error_test PRIVATE velkora_core velkora_windows)
+
+velkora_add_windows_test(guard_test ${tests}/windows/guard_test.cpp)
+target_link_libraries(guard_test PRIVATE velkora_windows)
+
+# A stand-in for the outside vendor's library, found beside the program.
+add_library(vendor_library SHARED
+  ${tests}/windows/vendor/vendor_library.cpp ${tests}/windows/vendor/vendor_library.def)
+set_target_properties(vendor_library PROPERTIES PREFIX "" OUTPUT_NAME BugSplat64
+  RUNTIME_OUTPUT_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/vendor)
+target_include_directories(vendor_library PRIVATE ${tests})
+target_link_libraries(vendor_library PRIVATE velkora_warnings)
+target_link_options(vendor_library PRIVATE -static)
+velkora_add_windows_test(crash_sender_test ${tests}/windows/crash_sender_test.cpp)
+target_link_libraries(crash_sender_test PRIVATE velkora_windows)
+set_target_properties(crash_sender_test PROPERTIES
+  RUNTIME_OUTPUT_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/vendor)
+add_dependencies(crash_sender_test vendor_library)

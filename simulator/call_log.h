@@ -4,11 +4,11 @@
 // the path, "_wfopen_s" and the file's own name, "command" and the tool's name ("diskpart"); where
 // there is nothing to tell, the detail is empty. A pattern names calls: "DeviceIoControl" all of
 // that name, "DeviceIoControl/IOCTL_DISK_CREATE_DISK" those with that detail, "command/diskpart"
-// the runs of a tool. GetLastError and SetLastError are not recorded.
+// the runs of a tool. What only tells a number (GetLastError, GetCurrentThreadId) is not recorded.
 //
 // A call that fails on demand has no effect, but for fclose, which still closes. Its error becomes
-// the last error; _wfopen_s also returns it as its errno value, and EACCES for
-// ERROR_GEN_FAILURE.
+// the last error; _wfopen_s also returns it as its errno value, fopen leaves it in errno: EACCES
+// for ERROR_GEN_FAILURE.
 #pragma once
 
 #include <cstddef>

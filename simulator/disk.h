@@ -17,6 +17,9 @@ class Disk {
   Disk(std::uint32_t number, const std::filesystem::path& image, std::uint32_t sector_size,
        Access access = Access::kReadWrite)
       : number_(number), device_(image, sector_size, access) {}
+  Disk(std::uint32_t number, const std::filesystem::path& image, std::uint32_t sector_size,
+       ImageOverlay& overlay)
+      : number_(number), device_(image, sector_size, overlay) {}
 
   std::uint32_t number() const { return number_; }
   // `\\.\PhysicalDriveN`.

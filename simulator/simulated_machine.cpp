@@ -65,12 +65,23 @@ SimulatedMachine& SimulatedMachine::Current() {
   return *current_machine;
 }
 
+void SimulatedMachine::RequireFreeNumber(std::uint32_t number) {
+  if (FindDisk(number) == nullptr) return;
+  throw std::invalid_argument("disk " + std::to_string(number) + " is attached already");
+}
+
 Disk& SimulatedMachine::AttachDisk(std::uint32_t number, const std::filesystem::path& image,
                                    std::uint32_t sector_size, Access access) {
-  if (FindDisk(number) != nullptr) {
-    throw std::invalid_argument("disk " + std::to_string(number) + " is attached already");
-  }
+  RequireFreeNumber(number);
   Disk& disk = disks_.emplace_back(number, image, sector_size, access);
+  Enumerate(disk);
+  return disk;
+}
+
+Disk& SimulatedMachine::AttachDisk(std::uint32_t number, const std::filesystem::path& image,
+                                   ImageOverlay& overlay, std::uint32_t sector_size) {
+  RequireFreeNumber(number);
+  Disk& disk = disks_.emplace_back(number, image, sector_size, overlay);
   Enumerate(disk);
   return disk;
 }

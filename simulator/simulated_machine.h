@@ -73,6 +73,10 @@ class SimulatedMachine {
   // number in use.
   Disk& AttachDisk(std::uint32_t number, const std::filesystem::path& image,
                    std::uint32_t sector_size = 512, Access access = Access::kReadWrite);
+  // The same, but the image file stays as it is: what is written is kept in `overlay`, which
+  // outlives the machine.
+  Disk& AttachDisk(std::uint32_t number, const std::filesystem::path& image, ImageOverlay& overlay,
+                   std::uint32_t sector_size = 512);
 
   // Lets a letter stand for a folder of the host, for logs and scripts. The first one mapped is the
   // current drive. It has a bit in the mask of letters and no volume.
@@ -172,6 +176,7 @@ class SimulatedMachine {
   std::optional<std::filesystem::path> HostPath(std::string_view windows_path) const;
 
  private:
+  void RequireFreeNumber(std::uint32_t number);
   // Lets volumes leave and arrive until they agree with the believed layout.
   void Enumerate(Disk& disk);
   void Rename(Volume& volume, const Volume& as_now);

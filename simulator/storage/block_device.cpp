@@ -151,7 +151,7 @@ bool InRange(std::uint64_t offset, std::uint64_t length, std::uint64_t size) {
 }  // namespace
 
 BlockDevice::BlockDevice(const fs::path& image, std::uint32_t sector_size, Access access)
-    : image_(image), sector_size_(sector_size) {
+    : image_(image), sector_size_(sector_size), access_(access) {
   if (sector_size < 512 || !std::has_single_bit(sector_size)) {
     Fail(image, "a sector size of " + std::to_string(sector_size) + " bytes is not possible");
   }
@@ -172,43 +172,70 @@ BlockDevice::BlockDevice(const fs::path& image, std::uint32_t sector_size, Acces
   }
 }
 
+BlockDevice::BlockDevice(const fs::path& image, std::uint32_t sector_size, ImageOverlay& overlay)
+    : BlockDevice(image, sector_size, Access::kReadOnly) {
+  overlay_ = &overlay;
+}
+
 BlockDevice::~BlockDevice() {
   CloseImage(descriptor_);
 }
 
 bool BlockDevice::Read(std::uint64_t offset, std::span<std::byte> buffer) {
-  if (!InRange(offset, buffer.size(), size_)) return false;
-  const bool moved = MoveAll(buffer.size(), [&](std::size_t done, std::size_t bytes) {
-    return ReadAt(descriptor_, buffer.data() + done, bytes, offset + done);
-  });
-  if (moved) bytes_read_ += buffer.size();
-  return moved;
+  if (!InRange(offset, buffer.size(), size_) || !ReadImage(offset, buffer)) return false;
+  if (overlay_ != nullptr) overlay_->Apply(offset, buffer);
+  bytes_read_ += buffer.size();
+  return true;
 }
 
 bool BlockDevice::Write(std::uint64_t offset, std::span<const std::byte> data) {
   if (!InRange(offset, data.size(), size_)) return false;
-  const bool moved = MoveAll(data.size(), [&](std::size_t done, std::size_t bytes) {
-    return WriteAt(descriptor_, data.data() + done, bytes, offset + done);
-  });
+  const bool moved =
+      overlay_ != nullptr ? overlay_->Write(offset, data, PageReader()) : WriteImage(offset, data);
   if (moved) bytes_written_ += data.size();
   return moved;
 }
 
 bool BlockDevice::Zero(std::uint64_t offset, std::uint64_t length) {
   if (!InRange(offset, length, size_)) return false;
-  if (length == 0) return true;
-  if (PunchHole(descriptor_, offset, length)) {
-    bytes_written_ += length;
-    return true;
-  }
+  const bool zeroed = overlay_ != nullptr ? overlay_->Zero(offset, length, PageReader())
+                                          : ZeroImage(offset, length);
+  if (zeroed) bytes_written_ += length;
+  return zeroed;
+}
+
+bool BlockDevice::ReadImage(std::uint64_t offset, std::span<std::byte> buffer) {
+  return MoveAll(buffer.size(), [&](std::size_t done, std::size_t bytes) {
+    return ReadAt(descriptor_, buffer.data() + done, bytes, offset + done);
+  });
+}
+
+bool BlockDevice::WriteImage(std::uint64_t offset, std::span<const std::byte> data) {
+  if (access_ == Access::kReadOnly) return false;
+  return MoveAll(data.size(), [&](std::size_t done, std::size_t bytes) {
+    return WriteAt(descriptor_, data.data() + done, bytes, offset + done);
+  });
+}
+
+bool BlockDevice::ZeroImage(std::uint64_t offset, std::uint64_t length) {
+  if (access_ == Access::kReadOnly) return false;
+  if (length == 0 || PunchHole(descriptor_, offset, length)) return true;
   const std::vector<std::byte> zeros(static_cast<std::size_t>(std::min(length, kZeroPiece)));
   while (length > 0) {
     const std::uint64_t bytes = std::min(length, kZeroPiece);
-    if (!Write(offset, std::span(zeros).first(static_cast<std::size_t>(bytes)))) return false;
+    if (!WriteImage(offset, std::span(zeros).first(static_cast<std::size_t>(bytes)))) return false;
     offset += bytes;
     length -= bytes;
   }
   return true;
+}
+
+ImageOverlay::ReadImage BlockDevice::PageReader() {
+  return [this](std::uint64_t offset, std::span<std::byte> page) {
+    const std::uint64_t left = size_ - offset;
+    return ReadImage(
+        offset, page.first(static_cast<std::size_t>(std::min<std::uint64_t>(page.size(), left))));
+  };
 }
 
 void CreateSparseImage(const fs::path& image, std::uint64_t size) {

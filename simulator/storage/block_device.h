@@ -6,6 +6,8 @@
 #include <filesystem>
 #include <span>
 
+#include "simulator/storage/image_overlay.h"
+
 namespace simulator {
 
 enum class Access { kReadOnly, kReadWrite };
@@ -15,11 +17,14 @@ enum class Access { kReadOnly, kReadWrite };
 // threads at once.
 class BlockDevice {
  public:
-  // Opens an existing image. With kReadOnly every write is refused. Throws std::runtime_error whose
-  // text names the file and the reason: it cannot be opened, is no ordinary file, is empty, or its
-  // size is not a multiple of `sector_size`.
+  // Opens an existing image; of one that is opened for reading only, every write fails. Throws
+  // std::runtime_error whose text names the file and the reason: it cannot be opened, is no
+  // ordinary file, is empty, or its size is not a multiple of `sector_size`.
   explicit BlockDevice(const std::filesystem::path& image, std::uint32_t sector_size = 512,
                        Access access = Access::kReadWrite);
+  // Opens the image for reading only, and keeps what is written in `overlay`, which outlives the
+  // device. Several devices may have one image open, each with an overlay of its own.
+  BlockDevice(const std::filesystem::path& image, std::uint32_t sector_size, ImageOverlay& overlay);
   ~BlockDevice();
   BlockDevice(const BlockDevice&) = delete;
   BlockDevice& operator=(const BlockDevice&) = delete;
@@ -34,7 +39,8 @@ class BlockDevice {
   [[nodiscard]] bool Read(std::uint64_t offset, std::span<std::byte> buffer);
   [[nodiscard]] bool Write(std::uint64_t offset, std::span<const std::byte> data);
 
-  // Makes the range read as zeros, leaving a hole where the host can. Counts as written bytes.
+  // Makes the range read as zeros, leaving a hole in the image where the host can. Counts as
+  // written bytes.
   [[nodiscard]] bool Zero(std::uint64_t offset, std::uint64_t length);
 
   // What has passed so far, in bytes.
@@ -42,10 +48,18 @@ class BlockDevice {
   std::uint64_t bytes_written() const { return bytes_written_; }
 
  private:
+  bool ReadImage(std::uint64_t offset, std::span<std::byte> buffer);
+  bool WriteImage(std::uint64_t offset, std::span<const std::byte> data);
+  bool ZeroImage(std::uint64_t offset, std::uint64_t length);
+  // Reads for the overlay, whose pages may reach past the image's end.
+  ImageOverlay::ReadImage PageReader();
+
   std::filesystem::path image_;
   int descriptor_ = -1;
   std::uint64_t size_ = 0;
   std::uint32_t sector_size_ = 512;
+  Access access_ = Access::kReadWrite;
+  ImageOverlay* overlay_ = nullptr;
   std::uint64_t bytes_read_ = 0;
   std::uint64_t bytes_written_ = 0;
 };

@@ -159,6 +159,22 @@ TEST_F(DiskDeviceTest, WritesIntoALockedOrDismountedVolume) {
   EXPECT_EQ(WriteAt(disk, 2 * kMegabyte, sector), ERROR_SUCCESS);
 }
 
+TEST_F(DiskDeviceTest, ADismountLastsUntilTheNextAccessByName) {
+  AttachTwoPartitions();
+  const HANDLE disk = OpenDisk();
+  const std::vector<std::byte> sector(512, std::byte{1});
+  const HANDLE volume = Open(GptVolumePath(1), GENERIC_READ);
+  ASSERT_EQ(Control(volume, FSCTL_DISMOUNT_VOLUME), ERROR_SUCCESS);
+  EXPECT_EQ(WriteAt(disk, 2 * kMegabyte, sector), ERROR_SUCCESS);
+  ASSERT_EQ(Control(disk, IOCTL_DISK_UPDATE_PROPERTIES), ERROR_SUCCESS);
+  EXPECT_EQ(WriteAt(disk, 2 * kMegabyte, sector), ERROR_SUCCESS);
+  ASSERT_TRUE(win32::CloseHandle(volume));
+  EXPECT_EQ(WriteAt(disk, 2 * kMegabyte, sector), ERROR_SUCCESS);
+
+  ASSERT_NE(Open(GptVolumePath(1), GENERIC_READ), INVALID_HANDLE_VALUE);
+  EXPECT_EQ(WriteAt(disk, 2 * kMegabyte, sector), ERROR_ACCESS_DENIED);
+}
+
 TEST_F(DiskDeviceTest, TellsStyleAndLengthOfTheWholeDisk) {
   AttachTwoPartitions();
   PARTITION_INFORMATION_EX info;

@@ -357,16 +357,5 @@ TEST_F(Win32FilesTest, GuidsDifferAndRepeatWithTheSeed) {
   EXPECT_EQ(again.Data1, before.Data1);
 }
 
-#ifndef _WIN32
-TEST_F(Win32FilesTest, AFaultCarriesItsCode) {
-  try {
-    win32::RaiseFault(EXCEPTION_ACCESS_VIOLATION);
-    FAIL();
-  } catch (const win32::Fault& fault) {
-    EXPECT_EQ(fault.code, EXCEPTION_ACCESS_VIOLATION);
-  }
-}
-#endif
-
 }  // namespace
 }  // namespace testing_support

@@ -28,6 +28,11 @@ DWORD SetFilePointer(HANDLE handle, LONG low, LONG* high, DWORD method) {
   return ::SetFilePointer(handle, low, high, method);
 }
 
+BOOL SetFilePointerEx(HANDLE handle, LARGE_INTEGER distance, LARGE_INTEGER* position,
+                      DWORD method) {
+  return ::SetFilePointerEx(handle, distance, position, method);
+}
+
 BOOL DeleteFileA(const char* path) {
   return ::DeleteFileA(path);
 }
@@ -44,6 +49,18 @@ BOOL WriteFile(HANDLE handle, const void* buffer, DWORD length, DWORD* done,
 BOOL DeviceIoControl(HANDLE handle, DWORD code, void* in, DWORD in_size, void* out, DWORD out_size,
                      DWORD* returned, OVERLAPPED* overlapped) {
   return ::DeviceIoControl(handle, code, in, in_size, out, out_size, returned, overlapped);
+}
+
+HANDLE FindFirstFileW(const WCHAR* pattern, WIN32_FIND_DATAW* data) {
+  return ::FindFirstFileW(pattern, data);
+}
+
+BOOL FindNextFileW(HANDLE find, WIN32_FIND_DATAW* data) {
+  return ::FindNextFileW(find, data);
+}
+
+BOOL FindClose(HANDLE find) {
+  return ::FindClose(find);
 }
 
 DWORD GetLastError() {
@@ -104,6 +121,30 @@ BOOL GetExitCodeProcess(HANDLE process, DWORD* exit_code) {
   return ::GetExitCodeProcess(process, exit_code);
 }
 
+HANDLE GetCurrentProcess() {
+  return ::GetCurrentProcess();
+}
+
+DWORD GetCurrentProcessId() {
+  return ::GetCurrentProcessId();
+}
+
+DWORD GetCurrentThreadId() {
+  return ::GetCurrentThreadId();
+}
+
+HMODULE LoadLibraryW(const WCHAR* name) {
+  return ::LoadLibraryW(name);
+}
+
+FARPROC GetProcAddress(HMODULE library, const char* name) {
+  return ::GetProcAddress(library, name);
+}
+
+BOOL FreeLibrary(HMODULE library) {
+  return ::FreeLibrary(library);
+}
+
 // ---- COM ---------------------------------------------------------------------------------------
 
 HRESULT CoCreateGuid(GUID* guid) {
@@ -134,6 +175,18 @@ std::FILE* fopen(const char* path, const char* mode) {
 
 std::size_t fread(void* data, std::size_t size, std::size_t count, std::FILE* file) {
   return std::fread(data, size, count, file);
+}
+
+int fseek(std::FILE* file, std::int32_t offset, int origin) {
+  return std::fseek(file, offset, origin);
+}
+
+std::int32_t ftell(std::FILE* file) {
+  return std::ftell(file);
+}
+
+void rewind(std::FILE* file) {
+  std::rewind(file);
 }
 
 int remove(const char* path) {

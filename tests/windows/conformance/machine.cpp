@@ -64,6 +64,10 @@ const std::string& Machine::folder() const {
   return state_->folder;
 }
 
+void Machine::MakeFolder(const std::string& name) const {
+  std::filesystem::create_directory(state_->temp.path() / name);
+}
+
 char Machine::current_drive() const {
   return state_->machine.current_drive();
 }

@@ -19,6 +19,9 @@ class Machine {
   // the machine.
   const std::string& folder() const;
 
+  // Makes a folder in it.
+  void MakeFolder(const std::string& name) const;
+
   // The drive that a path without a letter leads to.
   char current_drive() const;
 

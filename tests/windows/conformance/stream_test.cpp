@@ -1,6 +1,7 @@
-// Streams of the C runtime: _wfopen_s, fwrite, fclose; and its clock.
+// Streams of the C runtime, and its clock.
 #include <cerrno>
 #include <cstdlib>
+#include <vector>
 
 #include "windows/conformance/conformance_test.h"
 
@@ -108,6 +109,83 @@ TEST_F(SeamStream, WhatIsAppendedWhileAReaderIsOpenIsNoConcernOfIt) {
   ASSERT_EQ(Write(WIDE("file"), WIDE("ab"), " after"), 0);
   EXPECT_EQ(win32::fclose(file), 0);
   EXPECT_EQ(ReadText("file"), "before after");
+}
+
+class SeamReading : public ConformanceTest {
+ protected:
+  std::FILE* OpenText(std::string_view text, const char* mode) const {
+    WriteText("file", text);
+    return win32::fopen(Path("file").c_str(), mode);
+  }
+  static std::string ReadRest(std::FILE* file) {
+    char text[100];
+    return {text, win32::fread(text, 1, sizeof text, file)};
+  }
+};
+
+TEST_F(SeamReading, MissingFileFolderOrAFolderItselfIsNull) {
+  errno = 0;
+  EXPECT_EQ(win32::fopen(Path("absent").c_str(), "rb"), nullptr);
+  EXPECT_EQ(errno, ENOENT);
+  errno = 0;
+  EXPECT_EQ(win32::fopen(Path("absent\\file").c_str(), "wb"), nullptr);
+  EXPECT_EQ(errno, ENOENT);
+  machine_.MakeFolder("folder");
+  errno = 0;
+  EXPECT_EQ(win32::fopen(Path("folder").c_str(), "rb"), nullptr);
+  EXPECT_EQ(errno, EACCES);
+}
+
+TEST_F(SeamReading, TextModeReadsCrLfAsOneLineFeed) {
+  std::FILE* file = OpenText("one\r\ntwo\rx\r\r\n\nend", "r");
+  ASSERT_NE(file, nullptr);
+  EXPECT_EQ(ReadRest(file), "one\ntwo\rx\r\n\nend");
+  EXPECT_EQ(win32::fclose(file), 0);
+}
+
+TEST_F(SeamReading, BinaryModeReadsEveryByte) {
+  std::FILE* file = OpenText("one\r\ntwo\r\n", "rb");
+  ASSERT_NE(file, nullptr);
+  EXPECT_EQ(ReadRest(file), "one\r\ntwo\r\n");
+  EXPECT_EQ(win32::fclose(file), 0);
+}
+
+TEST_F(SeamReading, TextModeWritesLineFeedsAsCrLf) {
+  std::FILE* file = win32::fopen(Path("file").c_str(), "w");
+  ASSERT_NE(file, nullptr);
+  EXPECT_EQ(win32::fwrite("a\nb\r\n", 1, 5, file), 5u);
+  EXPECT_EQ(win32::fclose(file), 0);
+  EXPECT_EQ(ReadText("file"), "a\r\nb\r\r\n");
+}
+
+TEST_F(SeamReading, PositionsCountFromEachOrigin) {
+  std::FILE* file = OpenText("0123456789", "rb");
+  ASSERT_NE(file, nullptr);
+  EXPECT_EQ(win32::fseek(file, 0, SEEK_END), 0);
+  EXPECT_EQ(win32::ftell(file), 10);
+  EXPECT_EQ(win32::fseek(file, 8, SEEK_SET), 0);
+  EXPECT_EQ(win32::fseek(file, -2, SEEK_CUR), 0);
+  EXPECT_EQ(win32::ftell(file), 6);
+  EXPECT_EQ(ReadRest(file), "6789");
+  EXPECT_EQ(win32::ftell(file), 10);
+  win32::rewind(file);
+  EXPECT_EQ(win32::ftell(file), 0);
+  EXPECT_EQ(ReadRest(file), "0123456789");
+  EXPECT_EQ(win32::fclose(file), 0);
+}
+
+TEST_F(SeamReading, PositionBeforeTheStartIsRefused) {
+  std::FILE* file = OpenText("0123", "rb");
+  ASSERT_NE(file, nullptr);
+  EXPECT_NE(win32::fseek(file, -1, SEEK_SET), 0);
+  EXPECT_EQ(win32::fclose(file), 0);
+}
+
+TEST_F(SeamReading, RemoveTakesAFileAway) {
+  WriteText("file", "text");
+  EXPECT_EQ(win32::remove(Path("file").c_str()), 0);
+  EXPECT_FALSE(Exists("file"));
+  EXPECT_NE(win32::remove(Path("file").c_str()), 0);
 }
 
 using SeamClock = ConformanceTest;

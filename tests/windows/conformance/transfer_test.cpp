@@ -69,6 +69,50 @@ TEST_F(SeamTransfer, AccessIsWhatTheOpenAskedFor) {
   EXPECT_EQ(done, 0u);
 }
 
+TEST_F(SeamTransfer, OnePieceCountsFromBeginCurrentAndEnd) {
+  const File file(OpenFile(GENERIC_READ));
+  const auto reached = [&file](LONGLONG distance, DWORD method) {
+    LARGE_INTEGER by;
+    LARGE_INTEGER position;
+    by.QuadPart = distance;
+    position.QuadPart = -1;
+    EXPECT_TRUE(win32::SetFilePointerEx(file.get(), by, &position, method));
+    return position.QuadPart;
+  };
+  win32::SetLastError(kUntouched);
+  EXPECT_EQ(reached(3, FILE_BEGIN), 3);
+  EXPECT_EQ(reached(4, FILE_CURRENT), 7);
+  EXPECT_EQ(reached(-2, FILE_CURRENT), 5);
+  EXPECT_EQ(reached(LONGLONG{5} << 32, FILE_BEGIN), LONGLONG{5} << 32);
+  EXPECT_EQ(reached(-1, FILE_END), 9);
+  EXPECT_EQ(win32::GetLastError(), kUntouched);
+  EXPECT_EQ(ReadRest(file), "9");
+}
+
+TEST_F(SeamTransfer, OnePieceNeedsNoPlaceForThePosition) {
+  const File file(OpenFile(GENERIC_READ));
+  LARGE_INTEGER by;
+  by.QuadPart = 8;
+  EXPECT_TRUE(win32::SetFilePointerEx(file.get(), by, nullptr, FILE_BEGIN));
+  EXPECT_EQ(ReadRest(file), "89");
+}
+
+TEST_F(SeamTransfer, OnePieceBeforeTheStartIsError131AndMovesNothing) {
+  const File file(OpenFile(GENERIC_READ));
+  LARGE_INTEGER by;
+  by.QuadPart = 4;
+  ASSERT_TRUE(win32::SetFilePointerEx(file.get(), by, nullptr, FILE_BEGIN));
+  by.QuadPart = -5;
+  LARGE_INTEGER position;
+  position.QuadPart = 99;
+  EXPECT_FALSE(win32::SetFilePointerEx(file.get(), by, &position, FILE_CURRENT));
+  EXPECT_EQ(win32::GetLastError(), DWORD{ERROR_NEGATIVE_SEEK});
+  EXPECT_EQ(position.QuadPart, 99);
+  EXPECT_FALSE(win32::SetFilePointerEx(file.get(), by, &position, 3));
+  EXPECT_EQ(win32::GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+  EXPECT_EQ(ReadRest(file), "456789");
+}
+
 TEST_F(SeamTransfer, PositionsCountFromBeginCurrentAndEnd) {
   const File file(OpenFile(GENERIC_READ));
   EXPECT_EQ(win32::SetFilePointer(file.get(), 3, nullptr, FILE_BEGIN), 3u);

@@ -20,6 +20,10 @@ const std::string& Machine::folder() const {
   return state_->folder;
 }
 
+void Machine::MakeFolder(const std::string& name) const {
+  std::filesystem::create_directory(state_->temp.path() / name);
+}
+
 char Machine::current_drive() const {
   return std::filesystem::current_path().root_name().string().front();
 }

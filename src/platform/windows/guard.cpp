@@ -1,0 +1,32 @@
+#include "platform/guard.h"
+
+#include "platform/windows/structured_guard.h"
+
+namespace win32 {
+namespace {
+
+struct GuardedCall {
+  void (*body)(void* argument);
+  void* argument;
+};
+
+// A C++ exception ends here: on its way through the structured guard the unwinder would never come
+// to an end.
+bool RunAndTellOfThrow(void* guarded_call) {
+  const auto& call = *static_cast<const GuardedCall*>(guarded_call);
+  try {
+    call.body(call.argument);
+    return false;
+  } catch (...) {
+    return true;
+  }
+}
+
+}  // namespace
+
+bool RunGuarded(void (*body)(void* argument), void* argument, GuardFilter filter) {
+  GuardedCall call{body, argument};
+  return velkora_RunStructured(&RunAndTellOfThrow, &call, filter);
+}
+
+}  // namespace win32

@@ -1,0 +1,13 @@
+// The part of the guard that only a compiler with structured exception handling can translate. It
+// is built apart, so nothing of the C++ library stands here.
+#pragma once
+
+// clang-format off
+#include <windows.h>
+// clang-format on
+
+// Calls `body` under a structured guard. When it returns true, raises the exception that stands for
+// a C++ throw. True when nothing was raised; otherwise `filter` has been called, and said
+// EXCEPTION_EXECUTE_HANDLER.
+extern "C" bool velkora_RunStructured(bool (*body)(void* argument), void* argument,
+                                      LONG (*filter)(EXCEPTION_POINTERS* pointers));

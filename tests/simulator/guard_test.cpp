@@ -1,0 +1,73 @@
+#include "platform/guard.h"
+
+#include <new>
+#include <stdexcept>
+#include <vector>
+
+#include "simulator/seam_fixture.h"
+
+namespace testing_support {
+namespace {
+
+constexpr DWORD kCxxThrow = 0x20474343;
+
+std::vector<DWORD> codes;
+
+LONG Filter(EXCEPTION_POINTERS* pointers) {
+  codes.push_back(pointers->ExceptionRecord->ExceptionCode);
+  EXPECT_NE(pointers->ExceptionRecord->ExceptionAddress, nullptr);
+  return EXCEPTION_EXECUTE_HANDLER;
+}
+
+class GuardTest : public SeamTest {
+ protected:
+  GuardTest() { codes.clear(); }
+};
+
+TEST_F(GuardTest, AFaultCarriesItsCode) {
+  try {
+    win32::RaiseFault(EXCEPTION_ACCESS_VIOLATION);
+  } catch (const win32::Fault& fault) {
+    EXPECT_EQ(fault.code, DWORD{EXCEPTION_ACCESS_VIOLATION});
+  }
+}
+
+TEST_F(GuardTest, ABodyThatReturnsIsTrueAndAsksNoFilter) {
+  int runs = 0;
+  EXPECT_TRUE(win32::Guarded([&runs] { ++runs; }, &Filter));
+  EXPECT_EQ(runs, 1);
+  EXPECT_TRUE(codes.empty());
+}
+
+TEST_F(GuardTest, AFaultGoesToTheFilterOnce) {
+  EXPECT_FALSE(win32::Guarded([] { win32::RaiseFault(EXCEPTION_ACCESS_VIOLATION); }, &Filter));
+  EXPECT_EQ(codes, std::vector<DWORD>{EXCEPTION_ACCESS_VIOLATION});
+}
+
+TEST_F(GuardTest, EveryOtherExceptionHasTheCodeOfAThrow) {
+  EXPECT_FALSE(win32::Guarded([] { throw std::bad_alloc(); }, &Filter));
+  EXPECT_FALSE(win32::Guarded([] { throw std::runtime_error("text"); }, &Filter));
+  EXPECT_FALSE(win32::Guarded([] { throw 5; }, &Filter));
+  EXPECT_EQ(codes, (std::vector<DWORD>{kCxxThrow, kCxxThrow, kCxxThrow}));
+}
+
+TEST_F(GuardTest, TheInnerGuardTakesItAndTheOuterGoesOn) {
+  bool inner = true;
+  EXPECT_TRUE(win32::Guarded(
+      [&inner] { inner = win32::Guarded([] { throw std::runtime_error("text"); }, &Filter); },
+      &Filter));
+  EXPECT_FALSE(inner);
+  EXPECT_EQ(codes.size(), 1u);
+}
+
+TEST_F(GuardTest, TheEndOfTheCallBudgetPasses) {
+  machine_.calls().SetBudget(3);
+  auto walk_for_ever = [] {
+    for (;;) win32::GetLogicalDrives();
+  };
+  EXPECT_THROW(win32::Guarded(walk_for_ever, &Filter), simulator::CallBudgetSpent);
+  EXPECT_TRUE(codes.empty());
+}
+
+}  // namespace
+}  // namespace testing_support
