@@ -60,7 +60,9 @@ int main(int count, char** arguments) {
       seed.put(static_cast<char>(piece.first >> shift & 0xFF));
     }
     seed.put(static_cast<char>(piece.sectors.size()));
-    for (const Sector& sector : piece.sectors) seed.write(sector.data(), sector.size());
+    for (const Sector& sector : piece.sectors) {
+      seed.write(sector.data(), static_cast<std::streamsize>(sector.size()));
+    }
   }
   seed.flush();
   close(image);
