@@ -59,3 +59,17 @@ target_link_libraries(crash_sender_test PRIVATE velkora_windows)
 set_target_properties(crash_sender_test PROPERTIES
   RUNTIME_OUTPUT_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/vendor)
 add_dependencies(crash_sender_test vendor_library)
+
+velkora_add_windows_test(minidump_test
+  ${tests}/windows/minidump_test.cpp ${tests}/support/temp_folder.cpp)
+target_link_libraries(minidump_test PRIVATE velkora_core velkora_windows)
+
+# The library on the simulated machine, in front of which the linker finds the guard of Windows.
+set(windows ${CMAKE_SOURCE_DIR}/src/platform/windows)
+file(GLOB support CONFIGURE_DEPENDS ${tests}/support/*.cpp)
+list(FILTER support EXCLUDE REGEX "precompiled.cpp$")
+velkora_add_windows_test(access_violation_test ${tests}/windows/access_violation_test.cpp
+  ${support} ${windows}/guard.cpp ${windows}/fault.cpp)
+add_dependencies(access_violation_test velkora_windows)
+target_link_libraries(access_violation_test PRIVATE
+  velkora_core velkora_simulator ${CMAKE_BINARY_DIR}/src/platform/windows/structured_guard.o)
