@@ -93,6 +93,7 @@ DWORD DiskDevice::Answer(DWORD code, std::span<const std::byte> in, std::span<st
     case IOCTL_STORAGE_GET_DEVICE_NUMBER:
       return AnswerWith(STORAGE_DEVICE_NUMBER{FILE_DEVICE_DISK, disk_.number(), 0}, out, returned);
     case FSCTL_DISMOUNT_VOLUME:
+    case FSCTL_MOVE_FILE:
       return ERROR_INVALID_PARAMETER;  // a disk is no volume
     default:
       return ERROR_INVALID_FUNCTION;

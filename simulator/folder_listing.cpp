@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 #include <system_error>
 
 #include "simulator/simulated_machine.h"
 #include "simulator/text.h"
+#include "simulator/volume_path.h"
 
 namespace simulator {
 namespace {
@@ -56,70 +58,77 @@ bool IsRoot(std::string_view folder) {
   return names && names->empty();
 }
 
-FolderEntry EntryOf(const fs::directory_entry& found) {
+ListedFile EntryOf(const fs::directory_entry& found) {
   std::error_code error;
-  FolderEntry entry;
+  ListedFile file;
   const std::u8string name = found.path().filename().u8string();
-  entry.name.assign(name.begin(), name.end());
-  entry.is_folder = found.is_directory(error);
-  const std::uintmax_t size = entry.is_folder ? 0 : found.file_size(error);
-  entry.size = error ? 0 : size;
-  return entry;
+  file.name.assign(name.begin(), name.end());
+  const bool is_folder = found.is_directory(error);
+  file.attributes = is_folder ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_ARCHIVE;
+  const std::uintmax_t size = is_folder ? 0 : found.file_size(error);
+  file.size = error ? 0 : size;
+  return file;
 }
 
-DWORD ListHostFolder(const fs::path& folder, std::vector<FolderEntry>& entries) {
+bool ComesBefore(const ListedFile& left, const ListedFile& right) {
+  const std::string left_key = ToUpperAscii(left.name);
+  const std::string right_key = ToUpperAscii(right.name);
+  return left_key != right_key ? left_key < right_key : left.name < right.name;
+}
+
+void AddDots(std::vector<ListedFile>& files) {
+  ListedFile dots;
+  dots.attributes = FILE_ATTRIBUTE_DIRECTORY;
+  for (const char* dot_name : {"..", "."}) {
+    dots.name = dot_name;
+    files.insert(files.begin(), dots);
+  }
+}
+
+DWORD ListHostFolder(const fs::path& folder, std::vector<ListedFile>& files) {
   std::error_code error;
   if (!fs::exists(folder, error)) return ERROR_PATH_NOT_FOUND;
   if (!fs::is_directory(folder, error)) return kErrorNotAFolder;
   fs::directory_iterator found(folder, error);
   if (error) return ERROR_ACCESS_DENIED;
   while (found != fs::directory_iterator()) {
-    entries.push_back(EntryOf(*found));
+    files.push_back(EntryOf(*found));
     found.increment(error);
     if (error) return ERROR_ACCESS_DENIED;
   }
   return ERROR_SUCCESS;
 }
 
-// All that is in a folder, in any order and without "." and "..".
-DWORD ListAll(const SimulatedMachine& machine, std::string_view folder,
-              std::vector<FolderEntry>& entries) {
-  const auto host_path = machine.HostPath(folder);
-  return host_path ? ListHostFolder(*host_path, entries) : ERROR_PATH_NOT_FOUND;
-}
-
-bool ComesBefore(const FolderEntry& left, const FolderEntry& right) {
-  const std::string left_key = ToUpperAscii(left.name);
-  const std::string right_key = ToUpperAscii(right.name);
-  return left_key != right_key ? left_key < right_key : left.name < right.name;
+// All that is in a folder, with "." and ".." in front in any but a root.
+DWORD ListAll(SimulatedMachine& machine, std::string_view folder, std::vector<ListedFile>& files) {
+  const bool names_volume = folder.starts_with(kVerbatimPrefix);
+  const auto host_path = names_volume ? std::nullopt : machine.HostPath(folder);
+  if (!host_path) return VolumeFiles(machine).List(folder, files);
+  const DWORD error = ListHostFolder(*host_path, files);
+  std::sort(files.begin(), files.end(), ComesBefore);
+  if (!IsRoot(folder)) AddDots(files);
+  return error;
 }
 
 }  // namespace
 
 DWORD ListFolder(SimulatedMachine& machine, std::string_view pattern,
-                 std::vector<FolderEntry>& entries) {
-  if (pattern.starts_with(kVerbatimPrefix)) pattern.remove_prefix(kVerbatimPrefix.size());
+                 std::vector<ListedFile>& files) {
+  pattern = WithoutVerbatimPrefix(pattern);
   if (pattern.empty()) return ERROR_PATH_NOT_FOUND;
   const std::string_view name = FileNameOf(pattern);
   std::string folder(pattern.substr(0, pattern.size() - name.size()));
   if (folder.empty()) folder = "\\";
 
-  std::vector<FolderEntry> found;
+  std::vector<ListedFile> found;
   const DWORD error = ListAll(machine, folder, found);
   if (error != ERROR_SUCCESS) return error;
-  std::sort(found.begin(), found.end(), ComesBefore);
-  if (!IsRoot(folder)) {
-    FolderEntry dots;
-    dots.is_folder = true;
-    for (const std::string_view dot_name : {"..", "."}) {
-      dots.name = dot_name;
-      found.insert(found.begin(), dots);
-    }
-  }
-  std::erase_if(found,
-                [name](const FolderEntry& entry) { return !MatchesWildcards(name, entry.name); });
+  std::erase_if(found, [name](const ListedFile& file) {
+    const bool by_short_name = !file.short_name.empty() && MatchesWildcards(name, file.short_name);
+    return !by_short_name && !MatchesWildcards(name, file.name);
+  });
   if (found.empty()) return ERROR_FILE_NOT_FOUND;
-  entries = std::move(found);
+  files = std::move(found);
   return ERROR_SUCCESS;
 }
 

@@ -42,6 +42,10 @@ bool MemoryFiles::Exists(std::string_view path) const {
   return files_.contains(key) || IsFolder(key);
 }
 
+DWORD MemoryFiles::SetAttributes(std::string_view path, DWORD) const {
+  return Exists(path) ? ERROR_SUCCESS : Missing(KeyOf(path));
+}
+
 bool MemoryFiles::IsFolder(const std::string& key) const {
   const auto below = files_.lower_bound(key + '\\');
   return key.empty() || (below != files_.end() && below->first.starts_with(key + '\\'));

@@ -18,6 +18,8 @@ class MemoryFiles {
   [[nodiscard]] DWORD Remove(std::string_view path);
   [[nodiscard]] DWORD Read(std::string_view path, std::string& content) const;
   bool Exists(std::string_view path) const;
+  // Attributes are not kept; tells whether the file or folder is there.
+  [[nodiscard]] DWORD SetAttributes(std::string_view path, DWORD attributes) const;
 
  private:
   bool IsFolder(const std::string& key) const;

@@ -8,6 +8,8 @@
 #include "simulator/simulated_machine.h"
 #include "simulator/text.h"
 #include "simulator/volume_device.h"
+#include "simulator/volume_file_device.h"
+#include "simulator/volume_path.h"
 
 namespace simulator {
 namespace {
@@ -16,10 +18,6 @@ constexpr std::string_view kDevicePrefix = "\\\\.\\";
 constexpr std::string_view kVerbatimPrefix = "\\\\?\\";
 constexpr std::string_view kDiskName = "PhysicalDrive";
 constexpr std::string_view kVolumeName = "Volume{";
-
-// Believed: a volume path with something behind it names a folder or file of that volume, and
-// there is none that could be opened so.
-constexpr DWORD kErrorInsideVolume = ERROR_PATH_NOT_FOUND;
 
 std::optional<std::uint32_t> DiskNumberOf(std::string_view name) {
   if (!StartsWithIgnoringCase(name, kDiskName)) return std::nullopt;
@@ -58,15 +56,26 @@ DWORD OpenDevice(SimulatedMachine& machine, std::string_view name, DWORD access,
   }
   if (!StartsWithIgnoringCase(name, kVolumeName)) return ERROR_FILE_NOT_FOUND;
   const std::string path = std::string(kVerbatimPrefix) + std::string(name);
-  const std::size_t separator = path.find('\\', kVerbatimPrefix.size());
-  Volume* volume = machine.FindVolumeByPath(std::string_view(path).substr(0, separator));
-  if (volume != nullptr && separator != std::string::npos) return kErrorInsideVolume;
-  return OpenVolume(machine, volume, access, object);
+  return OpenVolume(machine, machine.FindVolumeByPath(path), access, object);
 }
 
-// `\\?\C:\folder\file` is an ordinary path too.
+// A file or folder on a volume: `\\?\C:\folder\file`, `\\?\Volume{...}\folder\file`.
 bool IsVerbatimFile(std::string_view name) {
-  return name.size() > 2 && name[1] == ':' && name[2] == '\\';
+  return name.find('\\') != std::string_view::npos &&
+         (StartsWithIgnoringCase(name, kVolumeName) || IsDriveName(name.substr(0, 2)));
+}
+
+DWORD OpenByPath(SimulatedMachine& machine, const OpenRequest& request,
+                 std::unique_ptr<HandleObject>& object, bool& existed) {
+  if (request.path.empty()) return ERROR_PATH_NOT_FOUND;
+  const auto host_path = machine.HostPath(WithoutVerbatimPrefix(request.path));
+  if (host_path) {
+    return OpenHostFile(*host_path, request.access, request.disposition, object, existed);
+  }
+  VolumePath place;
+  const DWORD error = FindVolumePath(machine, request.path, place);
+  if (error != ERROR_SUCCESS) return error;
+  return OpenVolumeFile(machine, place, request, object, existed);
 }
 
 }  // namespace
@@ -75,18 +84,14 @@ DWORD OpenPath(SimulatedMachine& machine, const OpenRequest& request,
                std::unique_ptr<HandleObject>& object, bool& existed) {
   std::string_view path = request.path;
   const bool verbatim = path.starts_with(kVerbatimPrefix);
-  if (path.starts_with(kDevicePrefix) || verbatim) {
-    path.remove_prefix(kDevicePrefix.size());
-    if (!verbatim || !IsVerbatimFile(path)) {
-      existed = true;
-      if (request.disposition != OPEN_EXISTING) return ERROR_INVALID_PARAMETER;
-      return OpenDevice(machine, path, request.access, object);
-    }
+  if (!verbatim && !path.starts_with(kDevicePrefix)) {
+    return OpenByPath(machine, request, object, existed);
   }
-  if (path.empty()) return ERROR_PATH_NOT_FOUND;
-  const auto host_path = machine.HostPath(path);
-  if (!host_path) return ERROR_PATH_NOT_FOUND;
-  return OpenHostFile(*host_path, request.access, request.disposition, object, existed);
+  path.remove_prefix(kDevicePrefix.size());
+  if (verbatim && IsVerbatimFile(path)) return OpenByPath(machine, request, object, existed);
+  existed = true;
+  if (request.disposition != OPEN_EXISTING) return ERROR_INVALID_PARAMETER;
+  return OpenDevice(machine, path, request.access, object);
 }
 
 }  // namespace simulator

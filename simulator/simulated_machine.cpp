@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <memory>
 #include <stdexcept>
 #include <utility>
 
@@ -9,9 +10,11 @@
 #include "simulator/commands/standard_commands.h"
 #include "simulator/host_files.h"
 #include "simulator/partition_volume.h"
+#include "simulator/storage/fat32_files.h"
 #include "simulator/storage/file_system_probe.h"
 #include "simulator/text.h"
 #include "simulator/volume_files.h"
+#include "simulator/volume_path.h"
 #include "simulator/write_rules.h"
 
 namespace simulator {
@@ -228,6 +231,7 @@ void SimulatedMachine::Rescan() {
 
 void SimulatedMachine::Mount(Volume& volume) {
   volume.dismounted = false;
+  volume.fat32.reset();
   Disk* disk = volume.extents.size() == 1 ? FindDisk(volume.extents.front().disk_number) : nullptr;
   if (disk != nullptr) {
     const std::uint64_t offset = volume.extents.front().offset;
@@ -235,6 +239,9 @@ void SimulatedMachine::Mount(Volume& volume) {
     volume.file_system = info.kind;
     volume.boot_area = BootAreaLength(disk->device(), offset, info.kind);
     volume.file_system_space = SectorsToBytes(info.total_sectors, disk->device().sector_size());
+    if (info.kind == FileSystem::kFat32) {
+      volume.fat32 = std::make_shared<Fat32Files>(disk->device(), offset);
+    }
   }
   volume.mounted = IsMountedByWindows(volume.file_system);
 }

@@ -42,26 +42,6 @@ void AppendUtf8(std::string& text, std::uint32_t code) {
   append(0x80 | (code & 0x3F));
 }
 
-// Takes one character from the front of `text`, which is not empty.
-std::uint32_t TakeUtf8(std::string_view& text) {
-  constexpr std::array<std::uint32_t, 4> kSmallest = {0, 0x80, 0x800, 0x10000};
-  const auto first = static_cast<unsigned char>(text.front());
-  text.remove_prefix(1);
-  if (first < 0x80) return first;
-  const std::size_t more = first >= 0xF0 ? 3 : first >= 0xE0 ? 2 : 1;
-  if (first < 0xC0 || first >= 0xF8 || text.size() < more) return kReplacementCharacter;
-  std::uint32_t code = first & (0x3Fu >> more);
-  for (std::size_t i = 0; i < more; ++i) {
-    const auto next = static_cast<unsigned char>(text[i]);
-    if ((next & 0xC0) != 0x80) return kReplacementCharacter;
-    code = code << 6 | (next & 0x3F);
-  }
-  const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
-  if (code < kSmallest[more] || code > 0x10FFFF || surrogate) return kReplacementCharacter;
-  text.remove_prefix(more);
-  return code;
-}
-
 bool IsAllowedName(std::string_view name) {
   return std::none_of(name.begin(), name.end(), [](char character) {
     const bool is_control = static_cast<unsigned char>(character) < 0x20;
@@ -103,20 +83,6 @@ std::string Utf16ToUtf8(const WCHAR* text) {
       code = kReplacementCharacter;
     }
     AppendUtf8(result, code);
-  }
-  return result;
-}
-
-WideString Utf8ToUtf16(std::string_view text) {
-  WideString result;
-  while (!text.empty()) {
-    std::uint32_t code = TakeUtf8(text);
-    if (code >= 0x10000) {
-      code -= 0x10000;
-      result += static_cast<WCHAR>(0xD800 + (code >> 10));
-      code = 0xDC00 + (code & 0x3FF);
-    }
-    result += static_cast<WCHAR>(code);
   }
   return result;
 }

@@ -19,8 +19,6 @@ bool StartsWithIgnoringCase(std::string_view text, std::string_view prefix);
 
 // Null gives an empty text, half a surrogate pair the replacement character.
 std::string Utf16ToUtf8(const WCHAR* text);
-// A byte that belongs to no character gives the replacement character.
-WideString Utf8ToUtf16(std::string_view text);
 
 // "0x7c058".
 std::string HexText(std::uint64_t value);

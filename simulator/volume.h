@@ -2,12 +2,15 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "simulator/storage/file_system_probe.h"
 
 namespace simulator {
+
+class Fat32Files;
 
 struct VolumeExtent {
   std::uint32_t disk_number = 0;
@@ -34,6 +37,8 @@ struct Volume {
   // While a volume is mounted, raw writes into its extent are refused. Opening a volume that is not
   // mounted by name looks at its file system again.
   bool mounted = false;
+  // The file system driver's view of a mounted FAT32 volume; null for any other.
+  std::shared_ptr<Fat32Files> fat32;
   // FSCTL_DISMOUNT_VOLUME was the last word on it.
   bool dismounted = false;
   // How often it was dismounted: a handle that is older than the last time is of no use any more.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "simulator/fat32_controls.h"
 #include "simulator/simulated_machine.h"
 #include "simulator/write_rules.h"
 
@@ -81,7 +82,7 @@ DWORD VolumeDevice::Write(std::span<const std::byte> data, DWORD& done) {
   return ERROR_SUCCESS;
 }
 
-DWORD VolumeDevice::Answer(DWORD code, std::span<const std::byte>, std::span<std::byte> out,
+DWORD VolumeDevice::Answer(DWORD code, std::span<const std::byte> in, std::span<std::byte> out,
                            DWORD& returned) {
   switch (code) {
     case IOCTL_STORAGE_GET_DEVICE_NUMBER:
@@ -94,9 +95,23 @@ DWORD VolumeDevice::Answer(DWORD code, std::span<const std::byte>, std::span<std
       return Unlock();
     case FSCTL_DISMOUNT_VOLUME:
       return Dismount();
+    case FSCTL_GET_VOLUME_BITMAP:
+      return OnFat32(
+          [&](const Volume& volume) { return GetVolumeBitmap(*volume.fat32, in, out, returned); });
+    case FSCTL_MOVE_FILE:
+      return OnFat32([&](const Volume& volume) { return MoveClusters(machine_, volume, in); });
     default:
       return ERROR_INVALID_FUNCTION;
   }
+}
+
+// A dismounted volume has no file system that could answer. Of the file systems that Windows
+// mounts, the machine knows the inside of FAT32 alone.
+template <typename Operation>
+DWORD VolumeDevice::OnFat32(const Operation& operation) const {
+  const Volume* volume = Find();
+  if (!IsUsable(volume) || volume->dismounted) return kErrorVolumeGone;
+  return volume->fat32 == nullptr ? ERROR_INVALID_FUNCTION : operation(*volume);
 }
 
 // Only a volume on one partition has a number.
@@ -156,6 +171,7 @@ DWORD VolumeDevice::Dismount() {
   if (!IsUsable(volume) || volume->dismounted) return ERROR_NOT_READY;
   if (volume->locked && !holds_lock_) return ERROR_ACCESS_DENIED;
   volume->mounted = false;
+  volume->fat32.reset();
   volume->dismounted = true;
   dismount_count_ = ++volume->dismount_count;
   return ERROR_SUCCESS;

@@ -35,6 +35,8 @@ class VolumeDevice : public DeviceObject {
   bool IsUsable(const Volume* volume) const;
   DWORD FindRange(const Volume& volume, std::size_t length, Range& range) const;
 
+  template <typename Operation>
+  DWORD OnFat32(const Operation& operation) const;
   DWORD GetDeviceNumber(std::span<std::byte> out, DWORD& returned) const;
   DWORD GetExtents(std::span<std::byte> out, DWORD& returned) const;
   DWORD Lock();

@@ -9,6 +9,7 @@
 #include "simulator/simulated_machine.h"
 #include "simulator/storage/fat32_files.h"
 #include "simulator/text.h"
+#include "simulator/volume_path.h"
 
 namespace simulator {
 namespace {
@@ -67,27 +68,36 @@ DWORD WriteTo(MemoryFiles& files, std::string_view path, std::string_view conten
   return files.Write(path, content);
 }
 
+DWORD AttributesOf(const Fat32Entry& entry) {
+  return entry.attributes == 0 ? FILE_ATTRIBUTE_NORMAL : DWORD{entry.attributes};
+}
+
+DWORD ListFolder(Fat32Files& fat32, std::string_view path, std::vector<ListedFile>& files) {
+  std::vector<Fat32Entry> entries;
+  const DWORD error = fat32.List(path, entries);
+  if (error != ERROR_SUCCESS) return error;
+  files.clear();
+  const auto names = SplitPath(path);
+  if (names && !names->empty()) {
+    for (const char* link : {".", ".."}) files.push_back({link, {}, FILE_ATTRIBUTE_DIRECTORY, 0});
+  }
+  for (const Fat32Entry& entry : entries) {
+    const bool is_long = entry.name != entry.short_name;
+    files.push_back(
+        {entry.name, is_long ? entry.short_name : std::string(), AttributesOf(entry), entry.size});
+  }
+  return ERROR_SUCCESS;
+}
+
 // Calls `operation` with the files of a volume that is mounted.
 template <typename Operation>
 DWORD WithFiles(SimulatedMachine& machine, const Volume& volume, const Operation& operation) {
+  if (volume.fat32 != nullptr) return operation(*volume.fat32);
   const VolumeExtent& extent = volume.extents.front();
-  Disk* disk = machine.FindDisk(extent.disk_number);
-  if (disk == nullptr) return ERROR_NOT_READY;
-  if (volume.file_system == FileSystem::kFat32) {
-    Fat32Files files(disk->device(), extent.offset);
-    return operation(files);
-  }
   return operation(machine.memory_files(extent.disk_number, extent.offset));
 }
 
 }  // namespace
-
-DWORD MountForUse(SimulatedMachine& machine, Volume& volume) {
-  if (volume.extents.size() != 1) return ERROR_NOT_READY;
-  if (volume.locked) return ERROR_ACCESS_DENIED;
-  if (!volume.mounted) machine.Mount(volume);
-  return volume.mounted ? ERROR_SUCCESS : kErrorUnrecognizedVolume;
-}
 
 DWORD WriteVolumeFile(SimulatedMachine& machine, const Volume& volume,
                       std::string_view path_on_volume, std::string_view content) {
@@ -97,17 +107,16 @@ DWORD WriteVolumeFile(SimulatedMachine& machine, const Volume& volume,
 
 template <typename Operation>
 DWORD VolumeFiles::OnVolume(std::string_view path, const Operation& operation) {
-  if (path.size() < 2 || path[1] != ':') return ERROR_PATH_NOT_FOUND;
-  Volume* volume = machine_.FindVolumeByLetter(path[0]);
-  if (volume == nullptr) return ERROR_PATH_NOT_FOUND;
-  const DWORD error = MountForUse(machine_, *volume);
+  VolumePath place;
+  const DWORD error = FindVolumePath(machine_, path, place);
   if (error != ERROR_SUCCESS) return error;
-  path.remove_prefix(2);
-  return WithFiles(machine_, *volume, [&](auto& files) { return operation(files, path); });
+  return WithFiles(machine_, *place.volume,
+                   [&](auto& files) { return operation(files, place.inner); });
 }
 
 bool VolumeFiles::Exists(std::string_view path) {
-  if (const auto host_path = machine_.HostPath(path)) return fs::exists(*host_path);
+  if (const auto host_path = machine_.HostPath(WithoutVerbatimPrefix(path)))
+    return fs::exists(*host_path);
   const auto look = [](auto& files, std::string_view inner) -> DWORD {
     return files.Exists(inner) ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
   };
@@ -115,20 +124,41 @@ bool VolumeFiles::Exists(std::string_view path) {
 }
 
 DWORD VolumeFiles::Read(std::string_view path, std::string& content) {
-  if (const auto host_path = machine_.HostPath(path)) return ReadOnHost(*host_path, content);
+  if (const auto host_path = machine_.HostPath(WithoutVerbatimPrefix(path)))
+    return ReadOnHost(*host_path, content);
   return OnVolume(path,
                   [&](auto& files, std::string_view inner) { return files.Read(inner, content); });
 }
 
 DWORD VolumeFiles::Write(std::string_view path, std::string_view content) {
-  if (const auto host_path = machine_.HostPath(path)) return WriteOnHost(*host_path, content);
+  if (const auto host_path = machine_.HostPath(WithoutVerbatimPrefix(path)))
+    return WriteOnHost(*host_path, content);
   return OnVolume(
       path, [&](auto& files, std::string_view inner) { return WriteTo(files, inner, content); });
 }
 
 DWORD VolumeFiles::Remove(std::string_view path) {
-  if (const auto host_path = machine_.HostPath(path)) return RemoveOnHost(*host_path);
+  if (const auto host_path = machine_.HostPath(WithoutVerbatimPrefix(path)))
+    return RemoveOnHost(*host_path);
   return OnVolume(path, [](auto& files, std::string_view inner) { return files.Remove(inner); });
+}
+
+DWORD VolumeFiles::SetAttributes(std::string_view path, DWORD attributes) {
+  if (const auto host_path = machine_.HostPath(WithoutVerbatimPrefix(path))) {
+    return fs::is_directory(*host_path) ? ERROR_SUCCESS : MissingOnHost(*host_path);
+  }
+  return OnVolume(path, [&](auto& files, std::string_view inner) {
+    return files.SetAttributes(inner, attributes);
+  });
+}
+
+DWORD VolumeFiles::List(std::string_view path, std::vector<ListedFile>& files) {
+  if (machine_.HostPath(WithoutVerbatimPrefix(path))) return ERROR_NOT_SUPPORTED;
+  VolumePath place;
+  const DWORD error = FindVolumePath(machine_, path, place);
+  if (error != ERROR_SUCCESS) return error;
+  if (place.volume->fat32 == nullptr) return ERROR_NOT_SUPPORTED;
+  return ListFolder(*place.volume->fat32, place.inner, files);
 }
 
 }  // namespace simulator

@@ -40,6 +40,12 @@ std::string CodeName(DWORD code) {
       return "FSCTL_UNLOCK_VOLUME";
     case FSCTL_DISMOUNT_VOLUME:
       return "FSCTL_DISMOUNT_VOLUME";
+    case FSCTL_GET_VOLUME_BITMAP:
+      return "FSCTL_GET_VOLUME_BITMAP";
+    case FSCTL_GET_RETRIEVAL_POINTERS:
+      return "FSCTL_GET_RETRIEVAL_POINTERS";
+    case FSCTL_MOVE_FILE:
+      return "FSCTL_MOVE_FILE";
     default:
       return HexText(code);
   }
@@ -54,7 +60,8 @@ HANDLE Open(const char* name, const std::string& path, DWORD access, DWORD share
   if (FailsOnDemand(machine, name, path, arguments)) return INVALID_HANDLE_VALUE;
   std::unique_ptr<HandleObject> object;
   bool existed = false;
-  const DWORD error = simulator::OpenPath(machine, {path, access, disposition}, object, existed);
+  const DWORD error =
+      simulator::OpenPath(machine, {path, access, disposition, flags}, object, existed);
   if (error != ERROR_SUCCESS) {
     SetLastError(error);
     return INVALID_HANDLE_VALUE;
@@ -200,6 +207,15 @@ BOOL DeleteFileA(const char* path) {
   const std::string name(simulator::TextOrEmpty(path));
   if (FailsOnDemand(machine, "DeleteFileA", name)) return FALSE;
   return ToResult(simulator::VolumeFiles(machine).Remove(name));
+}
+
+BOOL SetFileAttributesW(const WCHAR* path, DWORD attributes) {
+  SimulatedMachine& machine = SimulatedMachine::Current();
+  const std::string name = simulator::Utf16ToUtf8(path);
+  if (FailsOnDemand(machine, "SetFileAttributesW", name, "attributes " + HexText(attributes))) {
+    return FALSE;
+  }
+  return ToResult(simulator::VolumeFiles(machine).SetAttributes(name, attributes));
 }
 
 }  // namespace win32

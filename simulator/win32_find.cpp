@@ -1,6 +1,5 @@
 // Folder listings of the seam, answered by the current simulated machine.
 #include <algorithm>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <utility>
@@ -9,30 +8,38 @@
 #include "simulator/folder_listing.h"
 #include "simulator/seam_call.h"
 #include "simulator/text.h"
+#include "simulator/wide_text.h"
 
 namespace win32 {
 namespace {
 
 using simulator::FailsOnDemand;
-using simulator::FolderEntry;
 using simulator::HandleObject;
+using simulator::ListedFile;
 using simulator::SimulatedMachine;
 using simulator::ToResult;
 
-// Times are left at zero, and so is the short name: a file may have none.
-void Fill(const FolderEntry& entry, WIN32_FIND_DATAW& data) {
+// A name that is too long for its place, which is all zeros, is cut.
+template <std::size_t kSize>
+void CopyName(const std::string& name, WCHAR (&out)[kSize]) {
+  const WideString wide = simulator::Utf8ToUtf16(name);
+  std::copy_n(wide.begin(), std::min(wide.size(), kSize - 1), out);
+}
+
+// Times are left at zero.
+void Fill(const ListedFile& file, WIN32_FIND_DATAW& data) {
   data = {};
-  data.dwFileAttributes = entry.is_folder ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_ARCHIVE;
-  data.nFileSizeHigh = static_cast<DWORD>(entry.size >> 32);
-  data.nFileSizeLow = static_cast<DWORD>(entry.size & 0xFFFFFFFF);
-  const WideString name = simulator::Utf8ToUtf16(entry.name);
-  std::copy_n(name.begin(), std::min(name.size(), std::size(data.cFileName) - 1), data.cFileName);
+  data.dwFileAttributes = file.attributes;
+  data.nFileSizeHigh = static_cast<DWORD>(file.size >> 32);
+  data.nFileSizeLow = static_cast<DWORD>(file.size & 0xFFFFFFFF);
+  CopyName(file.name, data.cFileName);
+  CopyName(file.short_name, data.cAlternateFileName);
 }
 
 // The folder as it was when the listing began.
 class FileWalk : public HandleObject {
  public:
-  explicit FileWalk(std::vector<FolderEntry> entries) : entries_(std::move(entries)) {}
+  explicit FileWalk(std::vector<ListedFile> entries) : entries_(std::move(entries)) {}
 
   std::string Describe() const override { return "file walk"; }
 
@@ -43,7 +50,7 @@ class FileWalk : public HandleObject {
   }
 
  private:
-  std::vector<FolderEntry> entries_;
+  std::vector<ListedFile> entries_;
   std::size_t next_ = 0;
 };
 
@@ -57,7 +64,7 @@ HANDLE FindFirstFileW(const WCHAR* pattern, WIN32_FIND_DATAW* data) {
   SimulatedMachine& machine = SimulatedMachine::Current();
   const std::string text = simulator::Utf16ToUtf8(pattern);
   if (FailsOnDemand(machine, "FindFirstFileW", text)) return INVALID_HANDLE_VALUE;
-  std::vector<FolderEntry> entries;
+  std::vector<ListedFile> entries;
   const DWORD error = simulator::ListFolder(machine, text, entries);
   if (error != ERROR_SUCCESS) {
     SetLastError(error);

@@ -8,6 +8,7 @@
 
 #include "simulator/seam_call.h"
 #include "simulator/text.h"
+#include "simulator/wide_text.h"
 
 namespace win32 {
 namespace {

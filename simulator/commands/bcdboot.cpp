@@ -8,6 +8,7 @@
 #include "simulator/simulated_machine.h"
 #include "simulator/text.h"
 #include "simulator/volume_files.h"
+#include "simulator/volume_path.h"
 
 namespace simulator {
 namespace {

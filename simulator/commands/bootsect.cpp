@@ -10,6 +10,7 @@
 #include "simulator/storage/on_disk.h"
 #include "simulator/text.h"
 #include "simulator/volume_files.h"
+#include "simulator/volume_path.h"
 
 namespace simulator {
 namespace {

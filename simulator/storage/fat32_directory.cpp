@@ -39,6 +39,10 @@ bool IsLink(const Fat32FileSlot& slot) {
 
 }  // namespace
 
+Fat32Directory::Fat32Directory(std::string bytes) : bytes_(std::move(bytes)) {
+  Parse();
+}
+
 template <typename T>
 T Fat32Directory::Slot(std::size_t slot) const {
   return Load<T>(std::as_bytes(std::span(bytes_)).subspan(slot * kFat32SlotBytes));
@@ -72,6 +76,7 @@ Fat32Entry Fat32Directory::EntryAt(std::size_t slot,
   entry.name = LongNameText(name_slots, file);
   const std::size_t belonging = entry.name.empty() ? 0 : name_slots.size();
   if (entry.name.empty()) entry.name = entry.short_name;
+  entry.attributes = file.attributes;
   entry.is_folder = (file.attributes & kFat32AttributeFolder) != 0;
   entry.first_cluster = std::uint32_t{file.cluster_high} << 16 | std::uint32_t{file.cluster_low};
   entry.size = file.size;
@@ -80,8 +85,9 @@ Fat32Entry Fat32Directory::EntryAt(std::size_t slot,
   return entry;
 }
 
-std::vector<Fat32Entry> Fat32Directory::List() const {
-  std::vector<Fat32Entry> entries;
+void Fat32Directory::Parse() {
+  entries_.clear();
+  by_name_.clear();
   std::vector<Fat32NameSlot> name_slots;
   for (std::size_t slot = 0; slot < slot_count(); ++slot) {
     if (FirstByte(slot) == kFat32EndOfDirectory) break;
@@ -94,19 +100,32 @@ std::vector<Fat32Entry> Fat32Directory::List() const {
       continue;
     }
     const bool is_label = (file.attributes & kFat32AttributeVolumeLabel) != 0;
-    if (is_used && !is_label && !IsLink(file)) entries.push_back(EntryAt(slot, name_slots));
+    if (is_used && !is_label && !IsLink(file)) entries_.push_back(EntryAt(slot, name_slots));
     name_slots.clear();
   }
-  return entries;
+  for (std::size_t i = 0; i < entries_.size(); ++i) {
+    by_name_.emplace(ToLowerAscii(entries_[i].name), i);
+    by_name_.emplace(ToLowerAscii(entries_[i].short_name), i);
+  }
 }
 
 std::optional<Fat32Entry> Fat32Directory::Find(std::string_view name) const {
-  for (const Fat32Entry& entry : List()) {
-    if (EqualsIgnoringCase(entry.name, name) || EqualsIgnoringCase(entry.short_name, name)) {
-      return entry;
-    }
-  }
-  return std::nullopt;
+  const auto found = by_name_.find(ToLowerAscii(name));
+  if (found == by_name_.end()) return std::nullopt;
+  return entries_[found->second];
+}
+
+std::optional<Fat32Entry> Fat32Directory::At(std::size_t slot) const {
+  const std::size_t index = IndexOf(slot);
+  if (index == entries_.size() || entries_[index].own_slot() != slot) return std::nullopt;
+  return entries_[index];
+}
+
+std::size_t Fat32Directory::IndexOf(std::size_t own_slot) const {
+  const auto found = std::lower_bound(
+      entries_.begin(), entries_.end(), own_slot,
+      [](const Fat32Entry& entry, std::size_t wanted) { return entry.own_slot() < wanted; });
+  return static_cast<std::size_t>(found - entries_.begin());
 }
 
 // The first of `count` slots in a row that nothing uses; they may lie behind the bytes.
@@ -135,22 +154,25 @@ bool Fat32Directory::Add(const Fat32Entry& entry) {
   if (end > slot_count()) bytes_.resize(end * kFat32SlotBytes, '\0');
   for (const Fat32NameSlot& name_slot : name_slots) SetSlot(slot++, name_slot);
   SetSlot(slot, MakeFileSlot(short_name, entry));
+  Parse();
   return true;
 }
 
 void Fat32Directory::Update(const Fat32Entry& entry) {
-  const std::size_t slot = entry.first_slot + entry.slot_count - 1;
-  auto file = Slot<Fat32FileSlot>(slot);
+  auto file = Slot<Fat32FileSlot>(entry.own_slot());
+  file.attributes = entry.attributes;
   file.cluster_high = static_cast<std::uint16_t>(entry.first_cluster >> 16);
   file.cluster_low = static_cast<std::uint16_t>(entry.first_cluster & 0xFFFF);
   file.size = entry.size;
-  SetSlot(slot, file);
+  SetSlot(entry.own_slot(), file);
+  entries_[IndexOf(entry.own_slot())] = entry;
 }
 
 void Fat32Directory::Remove(const Fat32Entry& entry) {
   for (std::size_t i = 0; i < entry.slot_count; ++i) {
     bytes_[(entry.first_slot + i) * kFat32SlotBytes] = static_cast<char>(kFat32FreeSlot);
   }
+  Parse();
 }
 
 }  // namespace simulator

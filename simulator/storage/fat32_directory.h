@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
+#include <unordered_map>
 #include <vector>
 
 #include "simulator/storage/on_disk.h"
@@ -18,15 +18,19 @@ struct Fat32Entry {
   bool is_folder = false;
   std::uint32_t first_cluster = 0;  // 0: no cluster; of a parent link, the root directory
   std::uint32_t size = 0;           // bytes; 0 for a folder
+  std::uint8_t attributes = 0;      // as on the disk
   std::size_t first_slot = 0;
   std::size_t slot_count = 0;
+
+  // The last one, which holds all but the long name.
+  std::size_t own_slot() const { return first_slot + slot_count - 1; }
 };
 
 class Fat32Directory {
  public:
   Fat32Directory() = default;
   // Whole clusters, as they were read.
-  explicit Fat32Directory(std::string bytes) : bytes_(std::move(bytes)) {}
+  explicit Fat32Directory(std::string bytes);
 
   // The bytes of a new folder, with its links to itself and to its parent (0 for the root).
   static std::string NewFolder(std::uint32_t own_cluster, std::uint32_t parent_cluster);
@@ -34,14 +38,16 @@ class Fat32Directory {
   const std::string& bytes() const { return bytes_; }
 
   // Files and folders, without "." and "..". Volume labels are left out.
-  std::vector<Fat32Entry> List() const;
+  const std::vector<Fat32Entry>& List() const { return entries_; }
   // By either name, in any case.
   std::optional<Fat32Entry> Find(std::string_view name) const;
+  // By its own slot. Nothing where no file or folder has it (any more).
+  std::optional<Fat32Entry> At(std::size_t slot) const;
 
   // Adds an entry whose name is not there yet. The bytes grow where no free slots are left. False
   // for a name that is too long, and when the directory would pass its 65536 slots.
   [[nodiscard]] bool Add(const Fat32Entry& entry);
-  // Notes the entry's first cluster and size in its slot.
+  // Notes the entry's first cluster, size and attributes in its own slot.
   void Update(const Fat32Entry& entry);
   void Remove(const Fat32Entry& entry);
 
@@ -55,7 +61,14 @@ class Fat32Directory {
   std::size_t FindFreeSlots(std::size_t count) const;
   Fat32Entry EntryAt(std::size_t slot, const std::vector<Fat32NameSlot>& name_slots) const;
 
+  void Parse();
+  // Where the entry with this own slot, or the next one, stands among the entries.
+  std::size_t IndexOf(std::size_t own_slot) const;
+
   std::string bytes_;
+  std::vector<Fat32Entry> entries_;
+  // Both names in lower case, and where the first entry of that name stands among the entries.
+  std::unordered_map<std::string, std::size_t> by_name_;
 };
 
 }  // namespace simulator

@@ -2,28 +2,37 @@
 
 #include <limits>
 #include <optional>
+#include <utility>
 
+#include "simulator/storage/fat32_session.h"
 #include "simulator/text.h"
 
 namespace simulator {
+namespace {
+
+constexpr DWORD kSettableAttributes = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN |
+                                      FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_ARCHIVE;
+
+}  // namespace
 
 DWORD Fat32Files::MakeFolder(std::string_view path) {
-  Folder parent;
+  const Session session(*this);
+  Folder* parent = nullptr;
   std::string_view name;
   DWORD error = OpenParent(path, parent, name);
   if (error != ERROR_SUCCESS) return error;
-  if (parent.directory.Find(name)) return ERROR_ALREADY_EXISTS;
+  if (parent->directory.Find(name)) return ERROR_ALREADY_EXISTS;
   Fat32Entry entry;
   entry.name = name;
   entry.is_folder = true;
   // Once for a cluster, and once more with the links, which name it.
   error = clusters_.Write(entry.first_cluster, Fat32Directory::NewFolder(0, 0));
   if (error != ERROR_SUCCESS) return error;
-  const std::uint32_t parent_link = parent.cluster == clusters_.root() ? 0 : parent.cluster;
+  const std::uint32_t parent_link = parent->cluster == clusters_.root() ? 0 : parent->cluster;
   error = clusters_.Write(entry.first_cluster,
                           Fat32Directory::NewFolder(entry.first_cluster, parent_link));
   if (error == ERROR_SUCCESS) {
-    error = parent.directory.Add(entry) ? Save(parent) : ERROR_INVALID_NAME;
+    error = parent->directory.Add(entry) ? Save(*parent) : ERROR_INVALID_NAME;
   }
   if (error == ERROR_SUCCESS) return error;
   const DWORD freed = clusters_.Free(entry.first_cluster);
@@ -32,21 +41,23 @@ DWORD Fat32Files::MakeFolder(std::string_view path) {
 
 DWORD Fat32Files::Write(std::string_view path, std::string_view content) {
   if (content.size() > std::numeric_limits<std::uint32_t>::max()) return ERROR_DISK_FULL;
-  Folder folder;
+  const Session session(*this);
+  Folder* folder = nullptr;
   std::string_view name;
   DWORD error = OpenParent(path, folder, name);
   if (error != ERROR_SUCCESS) return error;
-  const std::optional<Fat32Entry> old = folder.directory.Find(name);
+  const std::optional<Fat32Entry> old = folder->directory.Find(name);
   if (old && old->is_folder) return ERROR_ACCESS_DENIED;
   Fat32Entry entry = old.value_or(Fat32Entry());
   if (!old) entry.name = name;
+  entry.attributes |= kFat32AttributeArchive;
   entry.size = static_cast<std::uint32_t>(content.size());
   entry.first_cluster = 0;
   error = clusters_.Write(entry.first_cluster, content);
   if (error != ERROR_SUCCESS) return error;
-  if (old) folder.directory.Update(entry);
-  const bool named = old || folder.directory.Add(entry);
-  error = named ? Save(folder) : ERROR_INVALID_NAME;
+  if (old) folder->directory.Update(entry);
+  const bool named = old || folder->directory.Add(entry);
+  error = named ? Save(*folder) : ERROR_INVALID_NAME;
   const std::uint32_t unused = error != ERROR_SUCCESS ? entry.first_cluster
                                : old                  ? old->first_cluster
                                                       : 0;
@@ -55,75 +66,90 @@ DWORD Fat32Files::Write(std::string_view path, std::string_view content) {
 }
 
 DWORD Fat32Files::Remove(std::string_view path) {
-  Folder folder;
+  const Session session(*this);
+  Folder* folder = nullptr;
   std::string_view name;
   DWORD error = OpenParent(path, folder, name);
   if (error != ERROR_SUCCESS) return error;
-  const auto entry = folder.directory.Find(name);
+  const auto entry = folder->directory.Find(name);
   if (!entry) return ERROR_FILE_NOT_FOUND;
   if (entry->is_folder) return ERROR_ACCESS_DENIED;
-  folder.directory.Remove(*entry);
-  error = Save(folder);
+  folder->directory.Remove(*entry);
+  error = Save(*folder);
   return error == ERROR_SUCCESS ? clusters_.Free(entry->first_cluster) : error;
 }
 
 DWORD Fat32Files::Read(std::string_view path, std::string& content) {
-  Folder folder;
+  const Session session(*this);
+  Folder* folder = nullptr;
   std::string_view name;
   DWORD error = OpenParent(path, folder, name);
   if (error != ERROR_SUCCESS) return error;
-  const auto entry = folder.directory.Find(name);
+  const auto entry = folder->directory.Find(name);
   if (!entry) return ERROR_FILE_NOT_FOUND;
   if (entry->is_folder) return ERROR_ACCESS_DENIED;
   std::string bytes;
   error = clusters_.Read(entry->first_cluster, bytes);
   if (error != ERROR_SUCCESS) return error;
-  if (bytes.size() < entry->size) return kErrorFileCorrupt;
+  if (bytes.size() < entry->size) return ERROR_FILE_CORRUPT;
   bytes.resize(entry->size);
   content = std::move(bytes);
   return ERROR_SUCCESS;
 }
 
-DWORD Fat32Files::List(std::string_view path, std::vector<std::string>& names) {
+DWORD Fat32Files::List(std::string_view path, std::vector<Fat32Entry>& entries) {
+  const Session session(*this);
   const auto split = SplitPath(path);
   if (!split) return ERROR_INVALID_NAME;
-  Folder folder;
+  Folder* folder = nullptr;
   const DWORD error = OpenFolder(*split, folder);
-  if (error != ERROR_SUCCESS) return error;
-  names.clear();
-  for (const Fat32Entry& entry : folder.directory.List()) names.push_back(entry.name);
-  return ERROR_SUCCESS;
+  if (error == ERROR_SUCCESS) entries = folder->directory.List();
+  return error;
 }
 
 bool Fat32Files::Exists(std::string_view path) {
+  const Session session(*this);
   const auto split = SplitPath(path);
   if (split && split->empty()) return open_error_ == ERROR_SUCCESS;
-  Folder folder;
+  Folder* folder = nullptr;
   std::string_view name;
   if (OpenParent(path, folder, name) != ERROR_SUCCESS) return false;
-  return folder.directory.Find(name).has_value();
+  return folder->directory.Find(name).has_value();
 }
 
-DWORD Fat32Files::OpenFolder(const std::vector<std::string_view>& names, Folder& folder) {
-  if (open_error_ != ERROR_SUCCESS) return open_error_;
-  folder.cluster = clusters_.root();
-  std::string bytes;
-  DWORD error = clusters_.Read(folder.cluster, bytes);
+DWORD Fat32Files::Find(std::string_view path, Fat32FileId& id) {
+  const Session session(*this);
+  return FindFile(path, id);
+}
+
+DWORD Fat32Files::SetAttributes(std::string_view path, DWORD attributes) {
+  const Session session(*this);
+  Fat32FileId id;
+  Fat32Entry entry;
+  DWORD error = FindFile(path, id);
   if (error != ERROR_SUCCESS) return error;
-  folder.directory = Fat32Directory(bytes);
+  if (id.is_root()) return ERROR_INVALID_PARAMETER;
+  error = LookAt(id, entry);
+  if (error != ERROR_SUCCESS) return error;
+  entry.attributes = static_cast<std::uint8_t>((entry.attributes & ~kSettableAttributes) |
+                                               (attributes & kSettableAttributes));
+  return SaveEntry(id, entry);
+}
+
+DWORD Fat32Files::OpenFolder(const std::vector<std::string_view>& names, Folder*& folder) {
+  if (open_error_ != ERROR_SUCCESS) return open_error_;
+  DWORD error = LoadFolder(clusters_.root(), folder);
   for (const std::string_view name : names) {
-    const auto entry = folder.directory.Find(name);
-    if (!entry || !entry->is_folder) return ERROR_PATH_NOT_FOUND;
-    folder.cluster = entry->first_cluster;
-    error = clusters_.Read(folder.cluster, bytes);
     if (error != ERROR_SUCCESS) return error;
-    folder.directory = Fat32Directory(bytes);
+    const auto entry = folder->directory.Find(name);
+    if (!entry || !entry->is_folder) return ERROR_PATH_NOT_FOUND;
+    error = LoadFolder(entry->first_cluster, folder);
   }
-  return ERROR_SUCCESS;
+  return error;
 }
 
 // The folder that holds the last name of the path.
-DWORD Fat32Files::OpenParent(std::string_view path, Folder& folder, std::string_view& name) {
+DWORD Fat32Files::OpenParent(std::string_view path, Folder*& folder, std::string_view& name) {
   auto names = SplitPath(path);
   if (!names || names->empty()) return ERROR_INVALID_NAME;
   name = names->back();
@@ -131,8 +157,27 @@ DWORD Fat32Files::OpenParent(std::string_view path, Folder& folder, std::string_
   return OpenFolder(*names, folder);
 }
 
+DWORD Fat32Files::LoadFolder(std::uint32_t cluster, Folder*& folder) {
+  const auto found = folders_.find(cluster);
+  if (found != folders_.end()) {
+    folder = &found->second;
+    return ERROR_SUCCESS;
+  }
+  if (!clusters_.IsCluster(cluster)) return ERROR_FILE_CORRUPT;
+  std::string bytes;
+  const DWORD error = clusters_.Read(cluster, bytes);
+  if (error != ERROR_SUCCESS) return error;
+  folder =
+      &folders_.emplace(cluster, Folder{cluster, Fat32Directory(std::move(bytes))}).first->second;
+  return ERROR_SUCCESS;
+}
+
+// What could not be written whole is read anew.
 DWORD Fat32Files::Save(Folder& folder) {
-  return clusters_.Write(folder.cluster, folder.directory.bytes());
+  std::uint32_t cluster = folder.cluster;
+  const DWORD error = clusters_.Write(cluster, folder.directory.bytes());
+  if (error != ERROR_SUCCESS) folders_.erase(cluster);
+  return error;
 }
 
 }  // namespace simulator

@@ -1,9 +1,12 @@
 // Files and folders of a FAT32 volume in an image.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/win32_types.h"
@@ -13,15 +16,32 @@
 
 namespace simulator {
 
+// A file or folder that was found by its path, for as long as the volume stays mounted: the first
+// cluster of the folder that holds it, and its own slot there.
+struct Fat32FileId {
+  std::uint32_t folder = 0;  // 0: the root directory itself
+  std::size_t slot = 0;
+
+  bool is_root() const { return folder == 0; }
+};
+
 // Paths lead from the root of the volume (`\EFI\Boot\bootx64.efi`) in UTF-8; case makes no
 // difference. Functions return a Windows error: ERROR_FILE_NOT_FOUND for a missing file,
 // ERROR_PATH_NOT_FOUND for a missing folder on the way, ERROR_ACCESS_DENIED for a folder where a
 // file is meant, ERROR_INVALID_NAME, kErrorUnrecognizedVolume where there is no FAT32, and those of
-// Fat32Clusters. What others change in the image is seen by the next call.
+// Fat32Clusters.
+//
+// Tables and folders are kept in memory, and read anew once somebody else has written to the
+// device.
 class Fat32Files {
  public:
   Fat32Files(BlockDevice& device, std::uint64_t volume_offset)
-      : clusters_(device, volume_offset), open_error_(clusters_.Open()) {}
+      : device_(device),
+        clusters_(device, volume_offset),
+        open_error_(clusters_.Open()),
+        bytes_written_(device.bytes_written()) {}
+
+  // ---- By path ---------------------------------------------------------------------------------
 
   // ERROR_ALREADY_EXISTS when something of that name is there.
   [[nodiscard]] DWORD MakeFolder(std::string_view path);
@@ -29,23 +49,54 @@ class Fat32Files {
   [[nodiscard]] DWORD Write(std::string_view path, std::string_view content);
   [[nodiscard]] DWORD Remove(std::string_view path);
   [[nodiscard]] DWORD Read(std::string_view path, std::string& content);
-  // The names in a folder, in the order in which they lie there.
-  [[nodiscard]] DWORD List(std::string_view path, std::vector<std::string>& names);
+  // What a folder holds, in the order in which it lies there, without "." and "..".
+  [[nodiscard]] DWORD List(std::string_view path, std::vector<Fat32Entry>& entries);
   // A file or a folder; the root is one.
   bool Exists(std::string_view path);
+  // A file or a folder. ERROR_FILE_CORRUPT for one whose first cluster cannot be.
+  [[nodiscard]] DWORD Find(std::string_view path, Fat32FileId& id);
+  // Replaces read-only, hidden, system and archive; other bits of `attributes` have no effect.
+  // ERROR_INVALID_PARAMETER (believed) for the root directory, which has none.
+  [[nodiscard]] DWORD SetAttributes(std::string_view path, DWORD attributes);
+
+  // ---- By id -----------------------------------------------------------------------------------
+
+  // How the file stands in its folder; of the root directory only what makes it a folder.
+  [[nodiscard]] DWORD Look(const Fat32FileId& id, Fat32Entry& entry);
+  [[nodiscard]] DWORD Chain(const Fat32FileId& id, Fat32Chain& chain);
+  // Fills the buffer from `offset` up to the end of the file; `done` may be less, and 0.
+  [[nodiscard]] DWORD ReadPart(const Fat32FileId& id, std::uint64_t offset,
+                               std::span<std::byte> buffer, std::size_t& done);
+  // As Fat32Clusters::Move, from the `index`-th cluster of the file on.
+  [[nodiscard]] DWORD Move(const Fat32FileId& id, std::size_t index, std::size_t count,
+                           std::uint32_t target);
+
+  // ---- The volume ------------------------------------------------------------------------------
+
+  [[nodiscard]] DWORD Usage(std::span<const std::uint8_t>& bits, std::uint32_t& cluster_count);
 
  private:
   struct Folder {
     std::uint32_t cluster = 0;
     Fat32Directory directory;
   };
+  // Stands around each operation: forgets before it what others may have changed since.
+  class Session;
 
-  DWORD OpenFolder(const std::vector<std::string_view>& names, Folder& folder);
-  DWORD OpenParent(std::string_view path, Folder& folder, std::string_view& name);
+  DWORD OpenFolder(const std::vector<std::string_view>& names, Folder*& folder);
+  DWORD OpenParent(std::string_view path, Folder*& folder, std::string_view& name);
+  DWORD LoadFolder(std::uint32_t cluster, Folder*& folder);
+  DWORD FindFile(std::string_view path, Fat32FileId& id);
+  DWORD LookAt(const Fat32FileId& id, Fat32Entry& entry);
+  DWORD ChainOf(const Fat32FileId& id, Fat32Chain& chain);
   DWORD Save(Folder& folder);
+  DWORD SaveEntry(const Fat32FileId& id, const Fat32Entry& entry);
 
+  BlockDevice& device_;
   Fat32Clusters clusters_;
   DWORD open_error_;
+  std::uint64_t bytes_written_;  // to the device, when the last operation ended
+  std::unordered_map<std::uint32_t, Folder> folders_;  // by first cluster
 };
 
 }  // namespace simulator

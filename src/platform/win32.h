@@ -21,9 +21,10 @@ namespace win32 {
 // ---- Files and devices -------------------------------------------------------------------------
 
 // Opens a disk (`\\.\PhysicalDrive0`), a volume (a volume path without its trailing backslash, or
-// `\\.\C:`) or a file. `access` takes GENERIC_ bits, `share` FILE_SHARE_ bits. Devices open with
-// OPEN_EXISTING only. The position starts at 0. Returns a handle that the caller closes, or
-// INVALID_HANDLE_VALUE. CREATE_ALWAYS of an existing file succeeds with error 183.
+// `\\.\C:`), a file, or with FILE_FLAG_BACKUP_SEMANTICS a folder. `access` takes GENERIC_ bits,
+// `share` FILE_SHARE_ bits. Devices open with OPEN_EXISTING only. The position starts at 0. Returns
+// a handle that the caller closes, or INVALID_HANDLE_VALUE. CREATE_ALWAYS of an existing file
+// succeeds with error 183.
 HANDLE CreateFileA(const char* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
                    DWORD disposition, DWORD flags, HANDLE template_file);
 HANDLE CreateFileW(const WCHAR* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
@@ -48,9 +49,11 @@ BOOL ReadFile(HANDLE handle, void* buffer, DWORD length, DWORD* done, OVERLAPPED
 BOOL WriteFile(HANDLE handle, const void* buffer, DWORD length, DWORD* done,
                OVERLAPPED* overlapped);
 
-// Sends a control code. `in` is read only. `returned` receives the bytes written to `out`; it is
-// given always, since a null one is legal only with an OVERLAPPED. Error 6 on a handle that is not
-// open, 1 for a code that the device does not know.
+// Sends a control code. `in` is read only. FSCTL_GET_VOLUME_BITMAP and FSCTL_GET_RETRIEVAL_POINTERS
+// with a buffer that is too small give what fits and error 234; a file without clusters is error
+// 38; FSCTL_MOVE_FILE to clusters that are not all free is error 87. `returned` receives the bytes
+// written to `out`; it is given always, since a null one is legal only with an OVERLAPPED. Error 6
+// on a handle that is not open, 1 for a code that the device does not know.
 BOOL DeviceIoControl(HANDLE handle, DWORD code, void* in, DWORD in_size, void* out, DWORD out_size,
                      DWORD* returned, OVERLAPPED* overlapped);
 
@@ -63,6 +66,23 @@ BOOL DeleteFileA(const char* path);
 HANDLE FindFirstFileW(const WCHAR* pattern, WIN32_FIND_DATAW* data);
 BOOL FindNextFileW(HANDLE find, WIN32_FIND_DATAW* data);
 BOOL FindClose(HANDLE find);
+
+// Replaces the settable attributes (read-only, hidden, system, archive) of a file or folder;
+// FILE_ATTRIBUTE_NORMAL alone clears them all. Zero for a missing one (error 2, or 3 for a folder
+// on the way) and for a damaged one (error 1392).
+BOOL SetFileAttributesW(const WCHAR* path, DWORD attributes);
+
+// Convert between wide text and a code page; CP_ACP is the one that narrow paths are in. A length
+// of -1 means up to and with the NUL; any other counts characters, and no NUL is added. A `size` of
+// 0 asks for the size that is needed. Returns the number of characters of the result, or 0: a
+// buffer that is too small is error 122. A character that the code page lacks is replaced
+// and `*used_fallback` (which may be null, as `fallback` may) set, or is error 1113 with
+// WC_ERR_INVALID_CHARS or MB_ERR_INVALID_CHARS. CP_UTF8 takes no other flags, and no
+// `used_fallback`.
+int WideCharToMultiByte(UINT code_page, DWORD flags, const WCHAR* wide, int wide_length,
+                        char* narrow, int size, const char* fallback, BOOL* used_fallback);
+int MultiByteToWideChar(UINT code_page, DWORD flags, const char* narrow, int narrow_length,
+                        WCHAR* wide, int size);
 
 DWORD GetLastError();
 void SetLastError(DWORD error);

@@ -82,6 +82,7 @@ inline constexpr DWORD WAIT_OBJECT_0 = 0;
 inline constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
 inline constexpr DWORD STILL_ACTIVE = 259;
 inline constexpr DWORD EXCEPTION_ACCESS_VIOLATION = 0xC0000005;
+inline constexpr DWORD EXCEPTION_INT_DIVIDE_BY_ZERO = 0xC0000094;
 inline constexpr LONG EXCEPTION_EXECUTE_HANDLER = 1;
 
 inline constexpr HRESULT S_OK = 0;
@@ -109,7 +110,9 @@ inline constexpr DWORD ERROR_NEGATIVE_SEEK = 131;
 inline constexpr DWORD ERROR_DIR_NOT_EMPTY = 145;
 inline constexpr DWORD ERROR_ALREADY_EXISTS = 183;
 inline constexpr DWORD ERROR_MORE_DATA = 234;
+inline constexpr DWORD ERROR_NO_UNICODE_TRANSLATION = 1113;
 inline constexpr DWORD ERROR_CANCELLED = 1223;
+inline constexpr DWORD ERROR_FILE_CORRUPT = 1392;
 inline constexpr DWORD ERROR_DISK_CORRUPT = 1393;
 
 inline constexpr DWORD IOCTL_DISK_CREATE_DISK = 0x7C058;
@@ -122,7 +125,16 @@ inline constexpr DWORD IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS = 0x560000;
 inline constexpr DWORD FSCTL_LOCK_VOLUME = 0x90018;
 inline constexpr DWORD FSCTL_UNLOCK_VOLUME = 0x9001C;
 inline constexpr DWORD FSCTL_DISMOUNT_VOLUME = 0x90020;
+inline constexpr DWORD FSCTL_GET_VOLUME_BITMAP = 0x9006F;
+inline constexpr DWORD FSCTL_GET_RETRIEVAL_POINTERS = 0x90073;
+inline constexpr DWORD FSCTL_MOVE_FILE = 0x90074;
 inline constexpr DWORD FILE_DEVICE_DISK = 7;
+
+inline constexpr UINT CP_ACP = 0;
+inline constexpr UINT CP_UTF8 = 65001;
+inline constexpr DWORD MB_ERR_INVALID_CHARS = 8;
+inline constexpr DWORD WC_ERR_INVALID_CHARS = 0x80;
+inline constexpr DWORD WC_NO_BEST_FIT_CHARS = 0x400;
 
 inline constexpr DWORD SEE_MASK_NOCLOSEPROCESS = 0x40;
 inline constexpr int SW_HIDE = 0;
@@ -231,6 +243,36 @@ struct VOLUME_DISK_EXTENTS {
   DISK_EXTENT Extents[1];
 };
 
+struct STARTING_LCN_INPUT_BUFFER {
+  LARGE_INTEGER StartingLcn;
+};
+
+struct VOLUME_BITMAP_BUFFER {
+  LARGE_INTEGER StartingLcn;
+  LARGE_INTEGER BitmapSize;
+  BYTE Buffer[1];
+};
+
+struct STARTING_VCN_INPUT_BUFFER {
+  LARGE_INTEGER StartingVcn;
+};
+
+struct RETRIEVAL_POINTERS_BUFFER {
+  DWORD ExtentCount;
+  LARGE_INTEGER StartingVcn;
+  struct {
+    LARGE_INTEGER NextVcn;
+    LARGE_INTEGER Lcn;
+  } Extents[1];
+};
+
+struct MOVE_FILE_DATA {
+  HANDLE FileHandle;
+  LARGE_INTEGER StartingVcn;
+  LARGE_INTEGER StartingLcn;
+  DWORD ClusterCount;
+};
+
 struct FILETIME {
   DWORD dwLowDateTime;
   DWORD dwHighDateTime;
@@ -333,6 +375,18 @@ static_assert(sizeof(STORAGE_DEVICE_NUMBER) == 12);
 static_assert(sizeof(DISK_EXTENT) == 24);
 static_assert(sizeof(VOLUME_DISK_EXTENTS) == 32);
 static_assert(offsetof(VOLUME_DISK_EXTENTS, Extents) == 8);
+static_assert(sizeof(STARTING_LCN_INPUT_BUFFER) == 8);
+static_assert(sizeof(STARTING_VCN_INPUT_BUFFER) == 8);
+static_assert(sizeof(VOLUME_BITMAP_BUFFER) == 24);
+static_assert(offsetof(VOLUME_BITMAP_BUFFER, BitmapSize) == 8);
+static_assert(offsetof(VOLUME_BITMAP_BUFFER, Buffer) == 16);
+static_assert(sizeof(RETRIEVAL_POINTERS_BUFFER) == 32);
+static_assert(offsetof(RETRIEVAL_POINTERS_BUFFER, StartingVcn) == 8);
+static_assert(offsetof(RETRIEVAL_POINTERS_BUFFER, Extents) == 16);
+static_assert(sizeof(MOVE_FILE_DATA) == 32);
+static_assert(offsetof(MOVE_FILE_DATA, StartingVcn) == 8);
+static_assert(offsetof(MOVE_FILE_DATA, StartingLcn) == 16);
+static_assert(offsetof(MOVE_FILE_DATA, ClusterCount) == 24);
 static_assert(sizeof(WIN32_FIND_DATAW) == 592);
 static_assert(offsetof(WIN32_FIND_DATAW, cFileName) == 44);
 static_assert(sizeof(EXCEPTION_RECORD) == 152);

@@ -33,8 +33,10 @@ class Fat32FilesTest : public ::testing::Test {
     return content;
   }
   Names Listed(std::string_view path) {
+    std::vector<Fat32Entry> entries;
+    EXPECT_EQ(Files().List(path, entries), ERROR_SUCCESS) << path;
     Names names;
-    EXPECT_EQ(Files().List(path, names), ERROR_SUCCESS) << path;
+    for (const Fat32Entry& entry : entries) names.push_back(entry.name);
     return names;
   }
   Fat32FsInfo Info() { return Load<Fat32FsInfo>(disk_.Sector(2048 + 1)); }
@@ -177,7 +179,7 @@ TEST_F(Fat32FilesTest, AChainInACircleIsCorrupt) {
   ASSERT_EQ(Files().Write("\\file", std::string(1024, 'a')), ERROR_SUCCESS);
   SetTableEntry(4, 3);
   std::string content;
-  EXPECT_EQ(Files().Read("\\file", content), kErrorFileCorrupt);
+  EXPECT_EQ(Files().Read("\\file", content), ERROR_FILE_CORRUPT);
   EXPECT_EQ(Files().Write("\\other", "works"), ERROR_SUCCESS);
 }
 
@@ -185,11 +187,11 @@ TEST_F(Fat32FilesTest, AChainThatLeavesTheVolumeOrEndsEarlyIsCorrupt) {
   ASSERT_EQ(Files().Write("\\file", std::string(1024, 'a')), ERROR_SUCCESS);
   std::string content;
   SetTableEntry(3, 0x0FFFFFF0);
-  EXPECT_EQ(Files().Read("\\file", content), kErrorFileCorrupt);
+  EXPECT_EQ(Files().Read("\\file", content), ERROR_FILE_CORRUPT);
   SetTableEntry(3, 0);
-  EXPECT_EQ(Files().Read("\\file", content), kErrorFileCorrupt);
+  EXPECT_EQ(Files().Read("\\file", content), ERROR_FILE_CORRUPT);
   SetTableEntry(3, 0x0FFFFFFF);
-  EXPECT_EQ(Files().Read("\\file", content), kErrorFileCorrupt);
+  EXPECT_EQ(Files().Read("\\file", content), ERROR_FILE_CORRUPT);
 }
 
 TEST_F(Fat32FilesTest, WhatIsNoSoundVolumeIsNotRecognised) {

@@ -7,6 +7,7 @@
 
 #include "simulator/seam_fixture.h"
 #include "simulator/text.h"
+#include "simulator/wide_text.h"
 
 namespace testing_support {
 namespace {

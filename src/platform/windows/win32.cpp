@@ -63,6 +63,21 @@ BOOL FindClose(HANDLE find) {
   return ::FindClose(find);
 }
 
+BOOL SetFileAttributesW(const WCHAR* path, DWORD attributes) {
+  return ::SetFileAttributesW(path, attributes);
+}
+
+int WideCharToMultiByte(UINT code_page, DWORD flags, const WCHAR* wide, int wide_length,
+                        char* narrow, int size, const char* fallback, BOOL* used_fallback) {
+  return ::WideCharToMultiByte(code_page, flags, wide, wide_length, narrow, size, fallback,
+                               used_fallback);
+}
+
+int MultiByteToWideChar(UINT code_page, DWORD flags, const char* narrow, int narrow_length,
+                        WCHAR* wide, int size) {
+  return ::MultiByteToWideChar(code_page, flags, narrow, narrow_length, wide, size);
+}
+
 DWORD GetLastError() {
   return ::GetLastError();
 }

@@ -120,9 +120,11 @@ TEST_F(EfiSystemPartition, ShowsToTheMachineWhatMtoolsPutThere) {
   Mtools({"mcopy", file.string(), "::/EFI/Microsoft/A long name.efi"});
   Mtools({"mcopy", file.string(), "::/EFI/Microsoft/lower.efi"});
   Fat32Files files(machine_.FindDisk(1)->device(), offset_);
-  std::vector<std::string> names;
-  EXPECT_EQ(files.List("\\EFI\\Microsoft", names), ERROR_SUCCESS);
-  EXPECT_EQ(names, (std::vector<std::string>{"A long name.efi", "lower.efi"}));
+  std::vector<simulator::Fat32Entry> entries;
+  EXPECT_EQ(files.List("\\EFI\\Microsoft", entries), ERROR_SUCCESS);
+  ASSERT_EQ(entries.size(), 2U);
+  EXPECT_EQ(entries[0].name, "A long name.efi");
+  EXPECT_EQ(entries[1].name, "lower.efi");
   std::string read;
   EXPECT_EQ(files.Read("\\EFI\\Microsoft\\A long name.efi", read), ERROR_SUCCESS);
   EXPECT_EQ(read, content);

@@ -1,0 +1,121 @@
+#include "simulator/storage/fat32_table.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace simulator {
+namespace {
+
+constexpr std::uint64_t kPageEntries = 16384;
+constexpr std::uint32_t kFirstCluster = 2;
+constexpr std::uint32_t kValueBits = 0x0FFFFFFF;
+
+std::uint32_t ValueOf(Little32 entry) {
+  return entry & kValueBits;
+}
+
+}  // namespace
+
+void Fat32Table::Reset(const Fat32TablePlace& place) {
+  place_ = place;
+  pages_.clear();
+  usage_.clear();
+}
+
+DWORD Fat32Table::Read(std::uint32_t cluster, std::uint32_t& value) {
+  Page* page = nullptr;
+  const DWORD error = FindPage(cluster / kPageEntries, page);
+  if (error == ERROR_SUCCESS) value = ValueOf((*page)[cluster % kPageEntries]);
+  return error;
+}
+
+DWORD Fat32Table::Write(std::uint32_t first, std::span<const std::uint32_t> values) {
+  std::uint64_t entry = first;
+  while (!values.empty()) {
+    Page* page = nullptr;
+    DWORD error = FindPage(entry / kPageEntries, page);
+    if (error != ERROR_SUCCESS) return error;
+    const std::size_t room = kPageEntries - entry % kPageEntries;
+    const auto part = values.first(std::min(room, values.size()));
+    error = WritePart(*page, entry, part);
+    if (error != ERROR_SUCCESS) return error;
+    entry += part.size();
+    values = values.subspan(part.size());
+  }
+  return ERROR_SUCCESS;
+}
+
+DWORD Fat32Table::Usage(std::span<const std::uint8_t>& bits) {
+  const DWORD error = usage_.empty() ? ReadUsage() : ERROR_SUCCESS;
+  bits = usage_;
+  return error;
+}
+
+DWORD Fat32Table::FindPage(std::uint64_t index, Page*& page) {
+  const auto found = pages_.find(index);
+  if (found != pages_.end()) {
+    page = &found->second;
+    return ERROR_SUCCESS;
+  }
+  const std::uint64_t end = std::uint64_t{place_.cluster_count} + kFirstCluster;
+  Page loaded(static_cast<std::size_t>(std::min(kPageEntries, end - index * kPageEntries)));
+  const DWORD error = LoadPage(index, loaded);
+  if (error == ERROR_SUCCESS) page = &pages_.emplace(index, std::move(loaded)).first->second;
+  return error;
+}
+
+DWORD Fat32Table::LoadPage(std::uint64_t index, std::span<Little32> entries) {
+  const std::uint64_t offset = place_.offset + index * kPageEntries * sizeof(Little32);
+  return device_.Read(offset, std::as_writable_bytes(entries)) ? ERROR_SUCCESS : ERROR_READ_FAULT;
+}
+
+// What is kept agrees with the first copy at each moment, also when a write fails.
+DWORD Fat32Table::WritePart(Page& page, std::uint64_t first_entry,
+                            std::span<const std::uint32_t> values) {
+  const std::size_t at = first_entry % kPageEntries;
+  std::vector<Little32> entries(page.begin() + static_cast<std::ptrdiff_t>(at),
+                                page.begin() + static_cast<std::ptrdiff_t>(at + values.size()));
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    entries[i] = (entries[i] & ~kValueBits) | (values[i] & kValueBits);
+  }
+  std::uint64_t offset = place_.offset + first_entry * sizeof(Little32);
+  for (std::uint32_t copy = 0; copy < place_.copies; ++copy, offset += place_.copy_length) {
+    if (!device_.Write(offset, std::as_bytes(std::span(entries)))) return ERROR_WRITE_FAULT;
+    if (copy != 0) continue;
+    std::copy(entries.begin(), entries.end(), page.begin() + static_cast<std::ptrdiff_t>(at));
+    for (std::size_t i = 0; i < values.size(); ++i) NoteUsage(first_entry + i, values[i] != 0);
+  }
+  return ERROR_SUCCESS;
+}
+
+DWORD Fat32Table::ReadUsage() {
+  const std::uint64_t end = std::uint64_t{place_.cluster_count} + kFirstCluster;
+  std::vector<std::uint8_t> usage(place_.cluster_count / 8 + (place_.cluster_count % 8 != 0));
+  usage_.swap(usage);
+  Page entries(kPageEntries);
+  const Page nothing(kPageEntries);
+  for (std::uint64_t first = 0; first < end; first += kPageEntries) {
+    const auto part = std::span(entries).first(std::min(kPageEntries, end - first));
+    const DWORD error = LoadPage(first / kPageEntries, part);
+    if (error != ERROR_SUCCESS) {
+      usage_.clear();
+      return error;
+    }
+    // Most of a large volume is free.
+    if (std::memcmp(part.data(), nothing.data(), part.size_bytes()) == 0) continue;
+    for (std::size_t i = 0; i < part.size(); ++i) {
+      if (ValueOf(part[i]) != 0) NoteUsage(first + i, true);
+    }
+  }
+  return ERROR_SUCCESS;
+}
+
+void Fat32Table::NoteUsage(std::uint64_t entry, bool in_use) {
+  if (usage_.empty() || entry < kFirstCluster) return;
+  const std::uint64_t bit = entry - kFirstCluster;
+  const auto mask = static_cast<std::uint8_t>(1u << (bit % 8));
+  std::uint8_t& byte = usage_[bit / 8];
+  byte = static_cast<std::uint8_t>(in_use ? byte | mask : byte & ~mask);
+}
+
+}  // namespace simulator

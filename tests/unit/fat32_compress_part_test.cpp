@@ -1,0 +1,77 @@
+// The branch of CompressPart for FAT32 volumes.
+#include <cstring>
+
+#include "fat32_mounted_volume.h"
+
+namespace {
+
+using testing_support::Event;
+using testing_support::Events;
+using testing_support::Fat32MountedVolume;
+using testing_support::LogLine;
+using Log = std::vector<LogLine>;
+using Texts = std::vector<std::string>;
+
+class CompressFat32Part : public Fat32MountedVolume {
+ protected:
+  CompressFat32Part() {
+    volume_.offset = kStart;
+    volume_.filesystem = VolumeFileSystem::kFat32;
+    volume_.cluster_size = 512;
+    std::strncpy(volume_.volume_id, Path().c_str(), sizeof(volume_.volume_id) - 1);
+    std::strncpy(record_.id, disk_.path().c_str(), sizeof(record_.id) - 1);
+    record_.volume_count = 1;
+    record_.volumes[0] = &volume_;
+    converter_.disk_info = &record_;
+    converter_.callback = testing_support::RecordEvent;
+    machine_.calls().Clear();
+  }
+
+  bool Compress() { return converter_.CompressPart(kStart, 1); }
+
+  VolumeInfo volume_{};
+  DiskInfo record_{};
+  velkora::Velkora converter_;
+};
+
+TEST_F(CompressFat32Part, ShrinksTheVolumeByItsPartitionNumber) {
+  EXPECT_TRUE(Compress());
+  EXPECT_EQ(Events(), (std::vector<Event>{{0, 5}}));
+  EXPECT_EQ(log_, (Log{{1, "CompressPart Begin..."},
+                       {1, "Compress Fat32 Partition..."},
+                       {1, "DISKPART_Rescan Begin..."},
+                       {1, "DISKPART_Rescan Success!"},
+                       {1, "Compress Fat32 Partition End!"}}));
+  EXPECT_EQ(machine_.FindVolumeAt(1, kStart)->extents.front().length, (kSectors - 2048) * 512);
+  EXPECT_EQ(machine_.handles().Open(), Texts{});
+}
+
+TEST_F(CompressFat32Part, VolumeThatCannotBeOpenedForItsNumberEndsItWithoutAMessageOfItsOwn) {
+  machine_.calls().FailOn("CreateFileA", 1, 32);
+  EXPECT_FALSE(Compress());
+  EXPECT_EQ(log_, (Log{{1, "CompressPart Begin..."},
+                       {3, "open device failed, device_id: " + Path() + ", error_code: 32"}}));
+}
+
+TEST_F(CompressFat32Part, NumberThatCannotBeAskedEndsItWithoutAMessageOfItsOwn) {
+  machine_.calls().FailOn("DeviceIoControl/IOCTL_STORAGE_GET_DEVICE_NUMBER", 1, 1117);
+  EXPECT_FALSE(Compress());
+  EXPECT_EQ(log_, (Log{{1, "CompressPart Begin..."},
+                       {3, "DeviceIoControl with IOCTL_STORAGE_GET_DEVICE_NUMBER error 1117"}}));
+  EXPECT_EQ(machine_.handles().Open(), Texts{});
+}
+
+TEST_F(CompressFat32Part, FailedShrinkIsLoggedBehindTheLinesOfItsStep) {
+  machine_.calls().FailOn("DeviceIoControl/FSCTL_DISMOUNT_VOLUME", 1, 1117);
+  EXPECT_FALSE(Compress());
+  EXPECT_EQ(Lines(3),
+            (Texts{"Volume Dismount Error! error_code: 1117", "Compress fat32 part fail!"}));
+}
+
+TEST_F(CompressFat32Part, FullVolumeHasNoOtherMessage) {
+  Add("\\filler", TotalClusters() - 1);
+  EXPECT_FALSE(Compress());
+  EXPECT_EQ(Lines(3), Texts{"Compress fat32 part fail!"});
+}
+
+}  // namespace
