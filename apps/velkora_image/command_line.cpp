@@ -17,7 +17,8 @@ constexpr char kExamples[] =
     "  velkora-image convert disk.img --to mbr --letter 3=E\n"
     "  velkora-image convert disk.img --to gpt --system=C\n"
     "  velkora-image convert disk.img --to mbr --fail command/diskpart:2\n"
-    "Exit status: 0 converted, 1 failed, 2 bad usage or unreadable input, 3 rollback failed";
+    "Exit status: 0 converted, 1 failed and undone or refused, 2 bad usage or unreadable input,\n"
+    "3 failed and not undone";
 
 // The texts of `convert` as CLI11 collects them.
 struct ConvertTexts {

@@ -16,6 +16,7 @@ namespace velkora_image {
 namespace {
 
 constexpr std::size_t kErrorLines = 5;
+constexpr char kUnwrittenBlock[] = "[BackupRestore] Restore offset";
 constexpr char kLogsFolder[] = "X:";
 
 std::uint64_t RandomSeed() {
@@ -101,8 +102,8 @@ void ConversionRun::HearStatus(std::int32_t status) {
   progress_.Stage(status);
   const auto kind = static_cast<VelkoraStatus>(status);
   if (kind < VelkoraStatus::kBackupFailed) last_stage_ = status;
+  if (kind == VelkoraStatus::kRollbackBegins) rolling_back_ = true;
   if (kind == VelkoraStatus::kRolledBack) rolled_back_ = true;
-  if (kind == VelkoraStatus::kRollbackFailed) rollback_failed_ = true;
   // While room is made on an MBR data disk, a stop empties or cuts the library's list of
   // partitions, and the run ends in success with the others missing. The request waits until the
   // list is settled.
@@ -119,6 +120,9 @@ void ConversionRun::HearLog(void* context, const char* module, int level, const 
   run.events_.Log(level, text);
   run.log_ << "[" << level << "] [" << module << "] " << text << "\n" << std::flush;
   if (level != velkora::kLogError) return;
+  if (std::string_view(text).starts_with(kUnwrittenBlock)) ++run.unwritten_blocks_;
+  // The reason of a failure is not to be pushed out by what follows from it.
+  if (run.rolling_back_ && !run.last_errors_.empty()) return;
   run.last_errors_.emplace_back(text);
   if (run.last_errors_.size() > kErrorLines) run.last_errors_.pop_front();
 }

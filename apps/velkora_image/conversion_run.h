@@ -1,6 +1,7 @@
 // One run of the library's Convert, and what is heard of it.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <filesystem>
@@ -30,11 +31,14 @@ class ConversionRun {
 
   bool converted() const { return result_ == 0; }
   bool rolled_back() const { return rolled_back_; }
-  bool rollback_failed() const { return rollback_failed_; }
+  // Also when a fault ended the rollback.
+  bool rollback_failed() const { return rolling_back_ && !rolled_back_; }
+  // Parts of the disk that a rollback has not put back. The library counts it as done all the same.
+  std::size_t unwritten_blocks() const { return unwritten_blocks_; }
   bool stopped() const { return stopped_; }
   // The stage that the conversion had come to before a rollback, if any; 0: none was begun.
   std::int32_t last_stage() const { return last_stage_; }
-  // The last error lines of the log, oldest first.
+  // The last error lines of the log in front of a rollback, oldest first.
   const std::deque<std::string>& last_errors() const { return last_errors_; }
 
  private:
@@ -54,8 +58,9 @@ class ConversionRun {
   VelkoraSDK* sdk_ = nullptr;
   std::int32_t result_ = 1;
   std::int32_t last_stage_ = 0;
+  bool rolling_back_ = false;
   bool rolled_back_ = false;
-  bool rollback_failed_ = false;
+  std::size_t unwritten_blocks_ = 0;
   bool stop_wanted_ = false;
   bool stop_held_ = false;  // a stop would do harm now
   bool stopped_ = false;

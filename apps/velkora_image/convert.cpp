@@ -22,6 +22,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::uint64_t kClearedBytes = std::uint64_t{1} << 20;
+constexpr std::uint64_t kSmallestGptDisk = std::uint64_t{128} << 20;  // that diskpart makes
 constexpr std::size_t kMaxVolumes = std::size(DiskInfo{}.volumes);
 
 enum ExitStatus : int { kConverted = 0, kFailed = 1, kRollbackFailed = 3 };
@@ -68,6 +69,18 @@ void WarnOfIdleFailures(const ConvertOptions& options, simulator::SimulatedMachi
   }
 }
 
+// A failure may leave a table that cannot be read; it counts as none.
+DiskView ReadDiskViewAfter(simulator::SimulatedMachine& machine, simulator::Disk& disk) {
+  try {
+    return ReadDiskView(machine, disk);
+  } catch (const InputError&) {
+    DiskView view;
+    view.style = "raw";
+    view.size = disk.device().size();
+    return view;
+  }
+}
+
 ExitStatus StatusOf(const ConversionRun& run) {
   if (run.converted()) return kConverted;
   return run.rollback_failed() ? kRollbackFailed : kFailed;
@@ -107,7 +120,26 @@ void TellLoss(const ConvertOptions& options, const DiskView& after,
   std::cerr << "  logs: " << logs.string() << "\n";
 }
 
-void TellFailure(const ConvertOptions& options, const ConversionRun& run, const fs::path& logs) {
+// What became of the disk.
+void TellRollback(const ConversionRun& run, const DiskView& before, const DiskView& after) {
+  if (!run.rolled_back()) {
+    std::cerr << "  the changes could not be undone; the picture shows what the disk holds now\n";
+    return;
+  }
+  if (run.unwritten_blocks() == 0) {
+    std::cerr << "  the changes were undone: the disk has its old table back\n";
+  } else {
+    std::cerr << "  the changes were undone but for " << run.unwritten_blocks()
+              << " of the backup's blocks, which could not be written; the log names them\n";
+  }
+  if (before.style == "gpt" && before.size < kSmallestGptDisk && after.style == "raw") {
+    std::cerr << "  sector 0 lacks its protective record, which a disk below 128 MiB does not get "
+                 "back: systems see no table until one is made\n";
+  }
+}
+
+void TellFailure(const ConvertOptions& options, const ConversionRun& run, const DiskView& before,
+                 const DiskView& after, const fs::path& logs) {
   std::cerr << "velkora-image: " << options.image.string() << ": the conversion failed ";
   if (run.last_stage() == 0) {
     std::cerr << "before anything was touched\n";
@@ -116,10 +148,7 @@ void TellFailure(const ConvertOptions& options, const ConversionRun& run, const 
               << (run.stopped() ? ", after a stop was asked for\n" : "\n");
   }
   for (const std::string& line : run.last_errors()) std::cerr << "  " << line << "\n";
-  if (run.last_stage() != 0) {
-    std::cerr << (run.rolled_back() ? "  the disk is as it was before\n"
-                                    : "  the disk was not put back as it was\n");
-  }
+  if (run.last_stage() != 0) TellRollback(run, before, after);
   std::cerr << "  logs: " << logs.string() << "\n";
 }
 
@@ -142,7 +171,7 @@ int Convert(const ConvertOptions& options) {
   WarnOfClearedEnds(before);
   run.Run();
   WarnOfIdleFailures(options, machine);
-  const DiskView after = ReadDiskView(machine, disk);
+  const DiskView after = ReadDiskViewAfter(machine, disk);
   std::cout << "\n" << DrawDisk("after", after) << "\n" << std::flush;
 
   const std::vector<PartitionView> lost = LostPartitions(before, after);
@@ -156,7 +185,7 @@ int Convert(const ConvertOptions& options) {
     std::cout << "Converted: " << options.image.string() << " is " << StyleName(after) << " now.\n";
   } else {
     logs.Keep();
-    TellFailure(options, run, logs.path());
+    TellFailure(options, run, before, after, logs.path());
   }
   return status;
 }

@@ -109,9 +109,9 @@ enum class VelkoraStatus : std::int32_t {
   kShrinking = 5,      // shrinking one partition; any number of times between 1 and 2
   kRepairingBoot = 6,  // system disks only
   kFinished = 7,       // last status of a success
-  kBackupFailed = 8,   // GPT to MBR only
+  kBackupFailed = 8,   // GPT to MBR only; the disk is untouched
   kRollbackBegins = 9,
-  kRolledBack = 10,      // last status of a failure that was undone
+  kRolledBack = 10,      // last status of a failure that was undone, though blocks may be missing
   kRollbackFailed = 11,  // last status of a failure that could not be undone
 };
 
@@ -123,8 +123,18 @@ class VelkoraSDK {
   // style cannot be asked or contradicts `disk_type`, that is neither GPT nor MBR, or whose table
   // cannot be read.
   //
-  // This version does not roll back: a failure behind status 2 leaves the disk without its table.
-  // FAT32 volumes are not shrunk yet.
+  // Before anything is touched, the disk's metadata is backed up in memory (tables, boot sectors,
+  // FATs, what NTFS keeps of itself). If that fails, the disk stays as it is; toward MBR status 8
+  // and 100 percent tell so, toward GPT nothing does. Any failure behind it ends in a rollback
+  // (statuses 9, then 10 or 11), also one from before the disk was changed: the disk is emptied,
+  // gets its old style, and the backup is written back. What a rollback does not bring back:
+  // whatever lay in the first and last MiB outside the backup, the protective record of a GPT disk
+  // below 128 MiB, a true secondary GPT header, and, after a stop, the letters. docs/host-guide.md
+  // tells the rest. The backup ends with the process.
+  //
+  // A converter is good for one conversion: a second Convert after a success fails in the backup. A
+  // disk whose metadata takes more than 256 pieces cannot be converted. FAT32 volumes are not shrunk
+  // yet.
   virtual std::int32_t Convert(DiskInfo* disk, VelkoraCallback callback) = 0;
 
   // Asks for a stop, from any thread, and returns at once. A tool that runs is not interrupted. The

@@ -12,6 +12,7 @@ constexpr std::size_t kEntriesOffset = 446;
 constexpr std::size_t kEntryBytes = 16;
 constexpr std::size_t kPrimaries = 3;
 constexpr std::uint64_t kMostSectors = std::uint64_t{1} << 32;  // 2 TiB
+constexpr std::uint64_t kSmallestGptDisk = 128 * kSectorsPerMib * kSectorBytes;
 constexpr std::uint64_t kHeads = 255;
 constexpr std::uint64_t kTrackSectors = 63;
 constexpr std::uint64_t kCylinders = 1024;
@@ -104,7 +105,7 @@ void ExpectedImage::Convert(const Partitions& partitions) {
   WriteTable(partitions);
 }
 
-void ExpectedImage::TakeGpt() {
+void ExpectedImage::WriteProtectiveRecord(const ImageFile& image) {
   Sector record{};
   const std::size_t entry = kEntriesOffset;
   Put(record, entry, 0x0002'0000, 4);      // not active, CHS 0/0/2
@@ -112,8 +113,12 @@ void ExpectedImage::TakeGpt() {
   Put(record, entry + 8, 1, 4);
   Put(record, entry + 12, 0xFFFF'FFFF, 4);
   Put(record, 510, 0xAA55, 2);
-  const ImageFile image(copy_);
   image.WriteSector(0, record);
+}
+
+void ExpectedImage::TakeGpt() {
+  const ImageFile image(copy_);
+  WriteProtectiveRecord(image);
   TakeSectors({1, kGptSectors});
   TakeSectors({image.sector_count() - kGptSectors, image.sector_count() - 1});
 }
@@ -163,6 +168,19 @@ void ExpectedImage::ShortenNtfs(std::uint64_t first_sector, std::uint64_t sector
   for (std::size_t i = 8; i-- > 0;) total = total << 8 | boot.at(kTotalSectorsOffset + i);
   Put(boot, kTotalSectorsOffset, total - sectors, 8);
   image.WriteSector(first_sector, boot);
+}
+
+void ExpectedImage::BackUp(const Partitions& wanted) {
+  const ImageFile image(copy_);
+  had_gpt_ = HasGpt(image);
+  backup_ = BackedUpBlocks(image, wanted);
+}
+
+void ExpectedImage::RollBack() {
+  Clean();
+  const ImageFile image(copy_);
+  if (had_gpt_ && image.size() >= kSmallestGptDisk) WriteProtectiveRecord(image);
+  for (const auto& [offset, bytes] : backup_) image.Write(offset, bytes);
 }
 
 }  // namespace conversion

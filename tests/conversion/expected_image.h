@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 
+#include "conversion/expected_backup.h"
 #include "conversion/gpt_disk.h"
 #include "conversion/image_bytes.h"
 
@@ -48,15 +49,36 @@ class ExpectedImage {
   // Takes `sectors` off the sector count of the NTFS volume at `first_sector`.
   void ShortenNtfs(std::uint64_t first_sector, std::uint64_t sectors);
 
+  // Takes a backup of the disk as it is now, with what these partitions keep of themselves.
+  void BackUp(const Partitions& wanted);
+  // What a rollback makes of the disk as it is now. Compared with what BackUp saw, this and nothing
+  // else may differ then:
+  //
+  //   first MiB    zeros, but for a GPT and blocks of volumes that lie there, and on an MBR disk
+  //                sector 0 and boot records
+  //   sector 0     of a GPT disk: a new protective record without boot code and signature; on a
+  //   disk
+  //                of less than 128 MiB, which diskpart makes no GPT, zeros
+  //   last MiB     zeros, but for blocks of volumes and boot records that lie there, and on a GPT
+  //                disk array and header, which are the primary ones' bytes
+  //   elsewhere    whatever was changed outside the blocks: boot records that were written between
+  //                partitions, the EFI system partition
+  //
+  // The GPT's alternate header is in the last sector.
+  void RollBack();
+
   const std::filesystem::path& path() const { return copy_; }
 
  private:
+  static void WriteProtectiveRecord(const ImageFile& image);
   void TakeBytes(std::uint64_t sector, std::size_t offset, std::size_t count) const;
   void PutEntry(Sector& record, std::uint64_t record_sector, std::size_t place, std::uint8_t type,
                 const SectorRange& range, std::uint64_t origin) const;
 
   std::filesystem::path image_;
   std::filesystem::path copy_;
+  bool had_gpt_ = false;
+  Blocks backup_;
 };
 
 }  // namespace conversion

@@ -13,7 +13,8 @@ namespace conversion {
 
 // Parts of a conversion, told from the transcript.
 enum class Step {
-  kOpening,            // up to the first callback and the gap check
+  kOpening,            // up to the reading of the table
+  kBackingUp,          // and the gap check
   kShrinking,          // within CompressPart
   kRescanAfterShrink,  // the one rescan that counts
   kReadingAgain,
@@ -43,10 +44,7 @@ struct CallPlace {
 // What lies on the disk in the end.
 enum class LeftBehind {
   kUntouched,
-  kBootSectorShortened,  // of the volume to be shrunk; the table still has its old length
-  kRoomMade,             // the same as untouched where nothing had to be shrunk
-  kCleaned,
-  kEmptyMbr,
+  kRolledBack,
   kConverted,
   kConvertedOverOldTable,  // the first and last MiB were not emptied
   kConvertedSignatureAllOnes,

@@ -2,6 +2,7 @@
 // and then from there on, until the run is over before the call comes.
 #include "conversion/failing_calls.h"
 
+#include <algorithm>
 #include <gmock/gmock.h>
 #include <map>
 #include <memory>
@@ -12,18 +13,37 @@
 namespace conversion {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::Not;
 using ::testing::StartsWith;
 
 constexpr char kFirstLetter = 'M';
+constexpr std::uint64_t kSize = 128 * kMib;
 
 class FailingCalls : public ConversionTest {
  protected:
+  // Five partitions, the third an NTFS volume, with this many sectors between it and the fourth.
+  Partitions MakeDisk(std::uint64_t gap) {
+    Partitions partitions = EvenPartitions(2, 1, 0);
+    partitions.push_back({6144, 6144 + 16 * kSectorsPerMib - 1});
+    const std::uint64_t fourth = partitions[2].last + 1 + gap;
+    partitions.push_back({fourth, fourth + 2047});
+    partitions.push_back({fourth + 4096, fourth + 6143});
+    MakeGptDisk(image(), kSize, partitions);
+    PutNtfs(image(), partitions[2], {}, folder_.path());
+    return partitions;
+  }
+
   // Notes the calls of a run without failures, and the disk's states on the way.
-  void Observe(const Partitions& after) {
+  void Observe(const Partitions& before, const Partitions& after) {
     CopyImage(image(), File("start.img"));
     hashes_[LeftBehind::kUntouched] = Hash(image());
+    ExpectedImage expected(image(), File("expected.img"));
+    expected.BackUp(before);
+    expected.RollBack();
+    hashes_[LeftBehind::kRolledBack] = Hash(expected.path());
     const auto run = NewRun();
     const simulator::CallLog& calls = run->machine().calls();
     Step step = Step::kOpening;
@@ -41,27 +61,16 @@ class FailingCalls : public ConversionTest {
 
   // The states that follow once the room is made, worked out on a copy.
   void NoteStates(const Partitions& after) {
-    hashes_[LeftBehind::kRoomMade] = Hash(image());
     ExpectedImage over_old(image(), File("expected.img"));
     over_old.CreateMbr();
     over_old.WriteTable(after);
     hashes_[LeftBehind::kConvertedOverOldTable] = Hash(over_old.path());
     ExpectedImage expected(image(), File("expected.img"));
-    expected.Clean();
-    hashes_[LeftBehind::kCleaned] = Hash(expected.path());
-    expected.CreateMbr();
-    hashes_[LeftBehind::kEmptyMbr] = Hash(expected.path());
-    expected.WriteTable(after);
+    expected.Convert(after);
     hashes_[LeftBehind::kConverted] = Hash(expected.path());
     expected.CreateMbr(0xFFFFFFFF);
     expected.WriteTable(after);
     hashes_[LeftBehind::kConvertedSignatureAllOnes] = Hash(expected.path());
-  }
-
-  void NoteShortenedBootSector(const Partition& partition) {
-    ExpectedImage expected(image(), File("expected.img"));
-    expected.ShortenNtfs(partition.first, 5 * kSectorsPerMib);
-    hashes_[LeftBehind::kBootSectorShortened] = Hash(expected.path());
   }
 
   // A conversion from the start, ready to go.
@@ -92,13 +101,16 @@ class FailingCalls : public ConversionTest {
     ExpectNoFurtherCall();
   }
 
-  // From a failed call on all fail, so that any later one that cannot be forgiven decides.
+  // From a failed call on all fail, so that any later one that cannot be forgiven decides. A
+  // rollback cannot open the disk then.
   void FailFromEachOn() {
     std::size_t last_decisive = 0;  // the first call of all is one
+    std::size_t last_refusal = 0;   // of those before the conversion begins
     for (std::size_t i = 0; i < places_.size(); ++i) {
       const Consequence* consequence = FindConsequence(places_[i]);
       ASSERT_NE(consequence, nullptr);
       if (consequence->result != 0) last_decisive = i;
+      if (consequence->result != 0 && consequence->step <= Step::kBackingUp) last_refusal = i;
     }
     for (std::size_t i = 0; i < places_.size(); ++i) {
       SCOPED_TRACE("from " + places_[i].name + " on in " + StepName(places_[i].step));
@@ -106,6 +118,11 @@ class FailingCalls : public ConversionTest {
       run->machine().calls().FailNumber(first_call_ + i + 1, ERROR_GEN_FAILURE,
                                         simulator::Repeat::kFromThenOn);
       EXPECT_EQ(run->Convert(), i <= last_decisive ? 1 : 0);
+      if (i > last_refusal && i <= last_decisive) {
+        EXPECT_THAT(LastCallbacks(*run), ElementsAre("status 9", "percent 100", "status 11"));
+      } else if (i <= last_refusal) {
+        EXPECT_THAT(run->Callbacks(), Not(Contains("status 9")));
+      }
       // The disk itself cannot be closed any more, unless it was never opened.
       EXPECT_EQ(run->OpenHandles().empty(), i == 0);
     }
@@ -123,8 +140,26 @@ class FailingCalls : public ConversionTest {
     }
   }
 
+  static std::vector<std::string> LastCallbacks(const ConversionRun& run) {
+    const std::vector<std::string> callbacks = run.Callbacks();
+    return {callbacks.end() - std::min<std::ptrdiff_t>(3, std::ssize(callbacks)), callbacks.end()};
+  }
+
+  static void ExpectCallbacks(const ConversionRun& run, const Consequence& consequence) {
+    if (consequence.disk == LeftBehind::kRolledBack) {
+      EXPECT_THAT(LastCallbacks(run), ElementsAre("status 9", "percent 100", "status 10"));
+    } else if (consequence.result == 0) {
+      EXPECT_THAT(LastCallbacks(run), ElementsAre("status 4", "percent 100", "status 7"));
+    } else if (consequence.step == Step::kBackingUp) {
+      EXPECT_THAT(run.Callbacks(), ElementsAre("status 8", "percent 100"));
+    } else {
+      EXPECT_THAT(run.Callbacks(), IsEmpty());
+    }
+  }
+
   void ExpectConsequence(ConversionRun& run, const Consequence& consequence) {
     EXPECT_EQ(Hash(image()), hashes_.at(consequence.disk));
+    ExpectCallbacks(run, consequence);
     if (consequence.error == nullptr) {
       EXPECT_THAT(run.Errors(), IsEmpty());
     } else if (run.Errors().empty()) {
@@ -138,7 +173,7 @@ class FailingCalls : public ConversionTest {
       EXPECT_THAT(run.OpenHandles(), ElementsAre(StartsWith(consequence.open_handle)));
     }
     EXPECT_EQ(run.OpenProcesses(), run.Lines("shell elevated: ").size());
-    if (consequence.result != 0 || consequence.step == Step::kLetters) return;
+    if (consequence.step == Step::kLetters) return;
     EXPECT_EQ(run.Letters(), letters_);
   }
 
@@ -159,9 +194,8 @@ class FailingCalls : public ConversionTest {
 class FailingCallsWithRoom : public FailingCalls {
  protected:
   FailingCallsWithRoom() {
-    const Partitions partitions = EvenPartitions(5, 1, 1);
-    MakeGptDisk(image(), 12 * kMib, partitions);
-    Observe(partitions);
+    const Partitions partitions = MakeDisk(kSectorsPerMib);
+    Observe(partitions, partitions);
   }
 };
 
@@ -177,16 +211,10 @@ TEST_F(FailingCallsWithRoom, EachFailsFromThenOn) {
 class FailingCallsWithShrink : public FailingCalls {
  protected:
   FailingCallsWithShrink() {
-    Partitions partitions = EvenPartitions(2, 1, 0);
-    partitions.push_back({6144, 6144 + 16 * kSectorsPerMib - 1});
-    partitions.push_back({partitions[2].last + 1, partitions[2].last + 2048});
-    partitions.push_back({partitions[3].last + 4096, partitions[3].last + 6143});
-    MakeGptDisk(image(), 28 * kMib, partitions);
-    PutNtfs(image(), partitions[2], {}, folder_.path());
-    NoteShortenedBootSector(partitions[2]);
+    const Partitions partitions = MakeDisk(0);
     Partitions after = partitions;
     after[2].last -= 5 * kSectorsPerMib;
-    Observe(after);
+    Observe(partitions, after);
   }
 };
 

@@ -1,5 +1,6 @@
 // MBR disks that the machine runs from: they get an EFI system partition of 300 MiB, in the first
 // gap that is longer or behind the last partition.
+#include "conversion/rolled_back_disk.h"
 #include "conversion/system_disk.h"
 #include "conversion/volumes.h"
 
@@ -7,6 +8,8 @@ namespace conversion {
 namespace {
 
 using Lines = std::vector<std::string>;
+
+const Lines kShrinking = {"percent 0", "status 1", "status 5"};
 
 constexpr std::uint64_t kSmall = 4 * kSectorsPerMib;
 constexpr std::uint64_t kFirstEnd = kSectorsPerMib + kSmall;
@@ -25,6 +28,7 @@ class MbrSystemDisk : public ConversionTest {
     return rows;
   }
   void MakeDisk(const MbrTable& table, std::uint64_t tail) {
+    table_ = table;
     const Partitions rows = table.Rows();
     MakeMbrDisk(image(), (rows.back().last + 1 + tail) * kSectorBytes, table);
     system_ = rows.front();
@@ -37,26 +41,46 @@ class MbrSystemDisk : public ConversionTest {
     ExpectNtfs(image(), system_, MakeFiles(1), folder_.path());
   }
 
-  // Converts a disk that fails before anything has been changed.
-  void ExpectUntouched(const Lines& errors, const std::string& transcript) {
-    const std::uint64_t hash = Hash(image());
+  // Converts a disk that fails while room is made, before anything has been changed. It is emptied
+  // and written back all the same.
+  void ExpectNoRoom(const Lines& callbacks, const Lines& errors, const std::string& transcript) {
+    RolledBackDisk disk(image(), table_.Rows());
     ConversionRun run(image());
+    run.SetLetters('C');
     RunFrom(run, system_);
-    EXPECT_EQ(run.Convert(), 1);
-    ExpectTranscript(run.transcript(), transcript);
-    EXPECT_EQ(run.Errors(), errors);
-    EXPECT_EQ(run.OpenHandles(), Lines());
-    EXPECT_EQ(Hash(image()), hash);
+    const PartNumbers numbers = PartNumbersOf(run);
+    ExpectFailure(run, callbacks, errors, transcript);
+    EXPECT_EQ(PartNumbersOf(run), numbers);
+    disk.Expect();
   }
 
-  // Runs a conversion that fails after the table has been written.
-  void ExpectFailure(ConversionRun& run, const Lines& errors, const std::string& transcript) {
+  // Runs a conversion that fails and is rolled back; the letters are those of before.
+  void ExpectFailure(ConversionRun& run, const Lines& callbacks, const Lines& errors,
+                     const std::string& transcript) {
+    const auto letters = run.Letters();
     EXPECT_EQ(run.Convert(), 1);
     ExpectTranscript(run.transcript(), transcript);
+    EXPECT_EQ(run.Callbacks(), RolledBack(callbacks));
     EXPECT_EQ(run.Errors(), errors);
+    EXPECT_EQ(run.Letters(), letters);
     EXPECT_EQ(run.OpenHandles(), Lines());
   }
 
+  // A disk on which the boot repair fails, when the EFI system partition has been made.
+  void ExpectNoRepair(ConversionRun& run, const Partitions& rows, const Lines& errors,
+                      const std::string& transcript) {
+    RolledBackDisk disk(image(), table_.Rows());
+    const Partition efi = EfiAt(rows.back().last + 1);
+    const PartNumbers numbers = PartNumbersOf(run);
+    ExpectFailure(run, kRepairing, errors, transcript);
+    EXPECT_EQ(PartNumbersOf(run), NewPartNumbers(numbers, {rows[0], rows[1], efi}));
+    disk.expected().TakeSectors(efi.range());
+    disk.Expect();
+  }
+
+  const Lines kRepairing = {"percent 0", "status 1",   "percent 20", "status 2",   "percent 40",
+                            "status 3",  "percent 60", "status 4",   "percent 80", "status 6"};
+  MbrTable table_;
   Partition system_;
 };
 
@@ -105,16 +129,20 @@ TEST_F(MbrSystemDisk, EndOfTheBootPartitionPlus33SectorsIsNotTested) {
   for (const std::uint64_t left : {kGptSectors - 1, std::uint64_t{1}}) {
     SCOPED_TRACE(left);
     const Partitions rows = MakeTwoRows(0, kEfiSectors + left);
-    ExpectedImage expected(image(), File("expected.img"));
+    RolledBackDisk disk(image(), rows);
     ConversionRun run(image());
     RunFrom(run, system_);
+    const auto letters = run.Letters();
+    const PartNumbers numbers = PartNumbersOf(run);
     EXPECT_EQ(run.Convert(), 1);
     if (left > 1) ExpectTranscript(run.transcript(), "mbr_system_32_sectors_left");
-    EXPECT_EQ(run.Callbacks(), Lines({"percent 0", "status 1", "percent 20", "status 2",
-                                      "percent 40", "status 3", "percent 60", "status 4"}));
+    EXPECT_EQ(run.Callbacks(), RolledBack({"percent 0", "status 1", "percent 20", "status 2",
+                                           "percent 40", "status 3", "percent 60", "status 4"}));
     EXPECT_EQ(run.Errors(), Lines{"IOCTL_DISK_SET_DRIVE_LAYOUT_EX Error: 87"});
+    EXPECT_EQ(run.Letters(), letters);
+    EXPECT_EQ(PartNumbersOf(run), numbers);
     EXPECT_EQ(run.OpenHandles(), Lines());
-    ExpectConvertedGpt(image(), expected, {});
+    disk.Expect();
   }
 }
 
@@ -132,40 +160,36 @@ TEST_F(MbrSystemDisk, BetweenLogicalRows) {
 
 TEST_F(MbrSystemDisk, WithoutARowOver1GiBThereIsNoRoomToMake) {
   MakeRows({{kSectorsPerMib, 1025 * kSectorsPerMib - 1, kMbrNtfs}}, kSectorsPerMib);
-  ExpectUntouched({"Need compress for efi but not"}, "mbr_system_no_room");
+  ExpectNoRoom({"percent 0", "status 1"}, {"Need compress for efi but not"}, "mbr_system_no_room");
 }
 
 // What a data disk is forgiven.
 TEST_F(MbrSystemDisk, TailRoomThatCannotBeMadeEndsTheRun) {
   MakeTwoRows(kEfiSectors + 1, 32);
-  ExpectUntouched({"CompressPart fail!"}, "mbr_system_tail_cannot_be_made");
+  ExpectNoRoom(kShrinking, {"CompressPart fail!"}, "mbr_system_tail_cannot_be_made");
 }
 
 TEST_F(MbrSystemDisk, ARowThatIsNoNtfsVolumeGivesNoRoom) {
   Partitions rows = EvenPrimaries(1, 4);
   rows.push_back({kFirstEnd, kFirstEnd + 1024 * kSectorsPerMib, kMbrNtfs});
   MakeRows(rows, kSectorsPerMib);
-  ExpectUntouched({"CompressPart fail!"}, "mbr_system_no_ntfs_to_shrink");
+  ExpectNoRoom(kShrinking, {"CompressPart fail!"}, "mbr_system_no_ntfs_to_shrink");
 }
 
-// The boot partition has been made by then, and stays.
+// The EFI system partition has been made by then. Its volume stays, and no entry leads to it.
 TEST_F(MbrSystemDisk, WithoutALetterTheSystemVolumeGetsNoBootStore) {
   const Partitions rows = MakeTwoRows(0, 2 * kEfiSectors);
-  const Partition efi = EfiAt(rows[1].last + 1);
-  ExpectedImage expected(image(), File("expected.img"));
   ConversionRun run(image());
   run.machine().RemoveLetter(run.Letters().at(rows[0].offset()).front());
   RunFrom(run, system_);
-  ExpectFailure(run, {}, "mbr_system_without_letter");
-  expected.TakeSectors(efi.range());
-  ExpectConvertedGpt(image(), expected, {rows[0], rows[1], efi});
+  ExpectNoRepair(run, rows, {}, "mbr_system_without_letter");
 }
 
 TEST_F(MbrSystemDisk, WithoutAWindowsFolderThereIsNoBootStore) {
-  MakeTwoRows(0, 2 * kEfiSectors);
+  const Partitions rows = MakeTwoRows(0, 2 * kEfiSectors);
   ConversionRun run(image());
   run.record().MarkSystem('C');
-  ExpectFailure(run, {"RecoverBcd fail!"}, "mbr_system_without_windows");
+  ExpectNoRepair(run, rows, {"RecoverBcd fail!"}, "mbr_system_without_windows");
 }
 
 }  // namespace

@@ -36,6 +36,7 @@ class RandomDisks : public MachineTest, public ::testing::WithParamInterface<std
     for (const model::NtfsPlace& place : made.ntfs) {
       if (place.first < case_.sectors) {
         testing_support::WriteNtfsBootSector(*disk_, place.first, place.count);
+        case_.ntfs_starts.push_back(place.first);
       }
     }
     machine_.UpdateProperties(*disk_);

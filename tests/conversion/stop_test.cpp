@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "conversion/converted_disk.h"
+#include "conversion/rolled_back_disk.h"
 #include "conversion/volumes.h"
 
 namespace conversion {
@@ -12,10 +13,11 @@ using ::testing::ElementsAre;
 
 using Lines = std::vector<std::string>;
 
-constexpr std::uint64_t kSize = 20 * kMib;
+constexpr std::uint64_t kSize = 128 * kMib;
 
-// What lies on the disk in the end.
-enum class DiskState { kUntouched, kCleaned, kEmptyMbr, kConverted };
+// What lies on the disk in the end. A disk that was rolled back after the table had been written
+// has its boot records between the partitions.
+enum class DiskState { kUntouched, kConverted, kRolledBack, kRolledBackWithBootRecords };
 
 // What a run shows to the application.
 struct Shown {
@@ -32,25 +34,40 @@ class Stop : public ConversionTest {
 
   // Converts with a stop at this line of the transcript ("" for none).
   void Run(ConversionRun& run, const std::string& line, const Shown& shown) {
-    ExpectedImage expected(image(), File("expected.img"));
+    RolledBackDisk disk(image(), partitions_);
+    const PartNumbers numbers = PartNumbersOf(run);
     run.StopAt(line);
     EXPECT_EQ(run.Convert(), shown.result);
     EXPECT_EQ(run.Callbacks(), shown.callbacks);
-    if (shown.state != DiskState::kUntouched) expected.Clean();
-    if (shown.state == DiskState::kEmptyMbr) expected.CreateMbr();
-    if (shown.state == DiskState::kConverted) {
-      expected.CreateMbr();
-      expected.WriteTable(partitions_);
+    if (shown.state == DiskState::kConverted ||
+        shown.state == DiskState::kRolledBackWithBootRecords) {
+      disk.expected().Convert(partitions_);
+      EXPECT_EQ(PartNumbersOf(run), NewPartNumbers(numbers, partitions_));
+    } else {
+      EXPECT_EQ(PartNumbersOf(run), numbers);
     }
-    EXPECT_EQ(DifferingSectors(expected.path(), image()), SectorRanges());
+    if (shown.state == DiskState::kUntouched || shown.state == DiskState::kConverted) {
+      EXPECT_EQ(DifferingSectors(disk.expected().path(), image()), SectorRanges());
+    } else {
+      disk.Expect();
+      ExpectLettersLeft(run);
+    }
   }
 
-  // The same on a machine of its own, where only the processes stay open.
+  // The walk over the volumes ends at the stop, and its handle stays open: the library gives no
+  // letter back.
+  static void ExpectLettersLeft(ConversionRun& run) {
+    EXPECT_THAT(run.Errors().back(), testing::StartsWith("RestoreVolumeInfos Error: "));
+    EXPECT_THAT(run.OpenHandles(), ElementsAre("volume walk"));
+    EXPECT_EQ(run.machine().calls().Count("DeleteVolumeMountPointA"), 0u);
+    EXPECT_EQ(run.machine().calls().Count("SetVolumeMountPointA"), 0u);
+  }
+
+  // The same on a machine of its own.
   void Run(const std::string& line, const Shown& shown, const std::string& transcript) {
     ConversionRun run(image());
     Run(run, line, shown);
     EXPECT_THAT(run.Lines("log 1: "), Contains("Set Convert Stop!").Times(1));
-    EXPECT_EQ(run.OpenHandles(), Lines());
     ExpectTranscript(run.transcript(), transcript);
   }
 
@@ -62,12 +79,12 @@ class StopWithThree : public Stop {
   StopWithThree() : Stop(3) {}
 };
 
-const Lines kChecked = {"percent 0", "status 1"};
-const Lines kCleaned = {"percent 0", "status 1", "percent 20", "status 2"};
-const Lines kCreated = {"percent 0", "status 1",   "percent 20",
-                        "status 2",  "percent 40", "status 3"};
-const Lines kWritten = {"percent 0",  "status 1", "percent 20", "status 2",
-                        "percent 40", "status 3", "percent 60", "status 4"};
+const Lines kChecked = RolledBack({"percent 0", "status 1"});
+const Lines kCleaned = RolledBack({"percent 0", "status 1", "percent 20", "status 2"});
+const Lines kCreated =
+    RolledBack({"percent 0", "status 1", "percent 20", "status 2", "percent 40", "status 3"});
+const Lines kWritten = RolledBack({"percent 0", "status 1", "percent 20", "status 2", "percent 40",
+                                   "status 3", "percent 60", "status 4"});
 const Lines kFinished = {"percent 0", "status 1",   "percent 20", "status 2",    "percent 40",
                          "status 3",  "percent 60", "status 4",   "percent 100", "status 7"};
 
@@ -96,43 +113,43 @@ TEST_F(Stop, WithinTheTableTheReadFails) {
 }
 
 TEST_F(Stop, AtTheFirstPercentageTheGapCheckFails) {
-  Run("percent 0", {1, kChecked, DiskState::kUntouched}, "stop_at_percent_0");
+  Run("percent 0", {1, kChecked, DiskState::kRolledBack}, "stop_at_percent_0");
 }
 
 TEST_F(Stop, AtTheFirstStatusTheGapCheckFails) {
-  Run("status 1", {1, kChecked, DiskState::kUntouched}, "stop_at_status_1");
+  Run("status 1", {1, kChecked, DiskState::kRolledBack}, "stop_at_status_1");
 }
 
 // Three rows have no gaps to check: the stop is seen when the disk is empty.
 TEST_F(StopWithThree, AtTheFirstStatusTheTableIsNotWritten) {
-  Run("status 1", {1, kCreated, DiskState::kEmptyMbr}, "stop_at_status_1_with_three_partitions");
+  Run("status 1", {1, kCreated, DiskState::kRolledBack}, "stop_at_status_1_with_three_partitions");
 }
 
 TEST_F(StopWithThree, WhileTheDiskIsCreatedTheTableIsNotWritten) {
-  Run("status 3", {1, kCreated, DiskState::kEmptyMbr}, "stop_at_status_3_with_three_partitions");
+  Run("status 3", {1, kCreated, DiskState::kRolledBack}, "stop_at_status_3_with_three_partitions");
 }
 
 TEST_F(Stop, WhenTheRoomIsMadeTheLogicalPartitionsAreNotBuilt) {
-  Run("percent 20", {1, kCreated, DiskState::kEmptyMbr}, "stop_at_percent_20");
+  Run("percent 20", {1, kCreated, DiskState::kRolledBack}, "stop_at_percent_20");
 }
 
 TEST_F(Stop, WhileTheDiskIsCleaned) {
-  Run("status 2", {1, kCreated, DiskState::kEmptyMbr}, "stop_at_status_2");
+  Run("status 2", {1, kCreated, DiskState::kRolledBack}, "stop_at_status_2");
 }
 
 TEST_F(Stop, WhenTheDiskIsClean) {
-  Run("percent 40", {1, kCreated, DiskState::kEmptyMbr}, "stop_at_percent_40");
+  Run("percent 40", {1, kCreated, DiskState::kRolledBack}, "stop_at_percent_40");
 }
 
 TEST_F(Stop, WhileTheDiskIsCreated) {
-  Run("status 3", {1, kCreated, DiskState::kEmptyMbr}, "stop_at_status_3");
+  Run("status 3", {1, kCreated, DiskState::kRolledBack}, "stop_at_status_3");
 }
 
 // A stop does not hide an earlier failure, nor change what that leaves.
 TEST_F(Stop, TogetherWithAFailedClean) {
   ConversionRun run(image());
   run.machine().calls().FailOn("GetExitCodeProcess");
-  Run(run, "status 2", {1, kCleaned, DiskState::kCleaned});
+  Run(run, "status 2", {1, kCleaned, DiskState::kRolledBack});
 }
 
 // An identity that cannot be drawn is logged, which gives a place to stop within the building: the
@@ -140,7 +157,7 @@ TEST_F(Stop, TogetherWithAFailedClean) {
 TEST_F(Stop, WithinTheLogicalPartitionsTheRestIsNotBuilt) {
   ConversionRun run(image());
   run.machine().calls().FailOn("CoCreateGuid", 5);
-  Run(run, "log 3: CoCreateGuid Error: 31", {1, kCreated, DiskState::kEmptyMbr});
+  Run(run, "log 3: CoCreateGuid Error: 31", {1, kCreated, DiskState::kRolledBack});
   EXPECT_EQ(run.machine().calls().Count("CoCreateGuid"), 8u);
   ExpectTranscript(run.transcript(), "stop_within_the_logical_partitions");
 }
@@ -149,21 +166,33 @@ TEST_F(Stop, WithinTheLogicalPartitionsTheRestIsNotBuilt) {
 TEST_F(Stop, BeforeTheTableIsWritten) {
   ConversionRun run(image());
   run.machine().calls().FailOn("CoCreateGuid", 12);
-  Run(run, "log 3: CoCreateGuid Error: 31", {1, kCreated, DiskState::kEmptyMbr});
+  Run(run, "log 3: CoCreateGuid Error: 31", {1, kCreated, DiskState::kRolledBack});
   EXPECT_EQ(run.machine().calls().Count("DeviceIoControl/IOCTL_DISK_SET_DRIVE_LAYOUT_EX"), 0u);
   ExpectTranscript(run.transcript(), "stop_before_the_table_is_written");
 }
 
 TEST_F(Stop, WhenTheTableIsBuiltItIsWrittenAndTheConversionFails) {
-  Run("percent 60", {1, kWritten, DiskState::kConverted}, "stop_at_percent_60");
+  Run("percent 60", {1, kWritten, DiskState::kRolledBackWithBootRecords}, "stop_at_percent_60");
 }
 
 TEST_F(Stop, WhileTheTableIsWrittenTheConversionFails) {
-  Run("status 4", {1, kWritten, DiskState::kConverted}, "stop_at_status_4");
+  Run("status 4", {1, kWritten, DiskState::kRolledBackWithBootRecords}, "stop_at_status_4");
 }
 
 TEST_F(StopWithThree, WhileTheTableIsWrittenTheConversionFails) {
-  Run("status 4", {1, kWritten, DiskState::kConverted}, "stop_at_status_4_with_three_partitions");
+  Run("status 4", {1, kWritten, DiskState::kRolledBackWithBootRecords},
+      "stop_at_status_4_with_three_partitions");
+}
+
+// The volumes of the new table took the letters that came first, and the system forgot whose they
+// were. Of the volumes that come back only the last has its letter.
+TEST_F(Stop, LeavesTheLettersOfARolledBackDiskAsTheSystemGivesThem) {
+  ConversionRun run(image());
+  run.SetLetters('D');
+  Run(run, "status 4", {1, kWritten, DiskState::kRolledBackWithBootRecords});
+  Lines letters;
+  for (const auto& [offset, letter] : run.Letters()) letters.push_back(letter);
+  EXPECT_THAT(letters, ElementsAre("C", "D", "E", "F", "H"));
 }
 
 // Nothing fails any more, but the walk over the volumes ends, and with it the letters. Its handle
@@ -202,54 +231,63 @@ TEST_F(Stop, AfterAConversionTheNextOneFailsAtOnce) {
   EXPECT_EQ(Hash(image()), hash);
 }
 
-class StopInTheShrink : public ConversionTest {};
+class StopInTheShrink : public ConversionTest {
+ protected:
+  // NTFS volumes without gaps between them; those from the third to the last but one have to give
+  // room.
+  void MakeDisk(std::size_t count) {
+    partitions_ = EvenPartitions(count, 16, 0);
+    MakeGptDisk(image(), kSize, partitions_);
+    for (std::size_t place = 2; place + 1 < count; ++place) {
+      PutNtfs(image(), partitions_[place], files_, folder_.path());
+    }
+  }
 
-// The shrink under way comes to its end; the next pass of the check sees the stop.
+  // The shrink under way comes to its end, and is undone.
+  void ExpectRolledBack(ConversionRun& run, const std::string& line) {
+    RolledBackDisk disk(image(), partitions_);
+    const PartNumbers numbers = PartNumbersOf(run);
+    run.StopAt(line);
+    EXPECT_EQ(run.Convert(), 1);
+    EXPECT_EQ(run.Callbacks(), RolledBack({"percent 0", "status 1", "status 5"}));
+    EXPECT_EQ(PartNumbersOf(run), numbers);
+    EXPECT_THAT(run.OpenHandles(), ElementsAre("volume walk"));
+    disk.Expect();
+    for (std::size_t place = 2; place + 1 < partitions_.size(); ++place) {
+      ExpectNtfs(image(), partitions_[place], files_, folder_.path());
+    }
+  }
+
+  const Files files_ = MakeFiles(1);
+  Partitions partitions_;
+};
+
+// The next pass of the check sees the stop.
 TEST_F(StopInTheShrink, EndsTheGapCheckBehindTheVolumeThatWasShrunk) {
-  Partitions partitions = EvenPartitions(5, 16, 0);
-  MakeGptDisk(image(), 96 * kMib, partitions);
-  PutNtfs(image(), partitions[2], MakeFiles(1), folder_.path());
-  PutNtfs(image(), partitions[3], MakeFiles(2), folder_.path());
+  MakeDisk(5);
   ConversionRun run(image());
-  run.StopAt("status 5");
-  EXPECT_EQ(run.Convert(), 1);
-  EXPECT_THAT(run.Callbacks(), ElementsAre("percent 0", "status 1", "status 5"));
-  EXPECT_EQ(run.Errors(), Lines());
-  EXPECT_EQ(run.OpenHandles(), Lines());
+  ExpectRolledBack(run, "status 5");
+  EXPECT_THAT(run.Errors(), ElementsAre("RestoreVolumeInfos Error: 6"));
   ExpectTranscript(run.transcript(), "stop_in_the_shrink");
-  partitions[2].last -= 5 * kSectorsPerMib;
-  ExpectGpt(image(), partitions);
-  ExpectShrunkNtfs(image(), partitions[2], MakeFiles(1), folder_.path());
-  ExpectNtfs(image(), partitions[3], MakeFiles(2), folder_.path());
 }
 
 // The check makes one pass more than there are gaps, which looks at the flag alone.
 TEST_F(StopInTheShrink, IsSeenBehindTheLastGapToo) {
-  Partitions partitions = EvenPartitions(4, 16, 0);
-  MakeGptDisk(image(), 96 * kMib, partitions);
-  PutNtfs(image(), partitions[2], MakeFiles(1), folder_.path());
+  MakeDisk(4);
   ConversionRun run(image());
-  run.StopAt("status 5");
-  EXPECT_EQ(run.Convert(), 1);
-  EXPECT_THAT(run.Callbacks(), ElementsAre("percent 0", "status 1", "status 5"));
-  EXPECT_EQ(run.Lines("script: "), Lines());
-  partitions[2].last -= 5 * kSectorsPerMib;
-  ExpectGpt(image(), partitions);
+  ExpectRolledBack(run, "status 5");
+  EXPECT_EQ(run.Lines("script: ").front(), "select disk 1\\r\\nclean\\r\\n");  // no rescan
 }
 
 // The rescan behind a shrink still runs; reading the table again then fails.
 TEST_F(StopInTheShrink, DuringTheRescanTheSecondReadFails) {
-  Partitions partitions = EvenPartitions(4, 16, 0);
-  MakeGptDisk(image(), 96 * kMib, partitions);
-  PutNtfs(image(), partitions[2], MakeFiles(1), folder_.path());
+  MakeDisk(4);
   ConversionRun run(image());
-  run.StopAt("log 1: DISKPART_Rescan Begin...");
-  EXPECT_EQ(run.Convert(), 1);
-  EXPECT_THAT(run.Errors(), ElementsAre("Get partitions Error!"));
-  EXPECT_THAT(run.Lines("script: "), ElementsAre("rescan\\r\\n"));
+  ExpectRolledBack(run, "log 1: DISKPART_Rescan Begin...");
+  EXPECT_THAT(run.Errors(), ElementsAre("Get partitions Error!",
+                                        testing::StartsWith("RestoreVolumeInfos Error: ")));
+  EXPECT_EQ(run.Lines("script: ").front(), "rescan\\r\\n");
   ExpectTranscript(run.transcript(), "stop_in_the_rescan");
-  partitions[2].last -= 5 * kSectorsPerMib;
-  ExpectGpt(image(), partitions);
 }
 
 }  // namespace

@@ -61,6 +61,7 @@ struct Case {
   Table table;
   std::uint64_t sectors = 0;  // of 512 bytes; the record's size says the same
   bool system_disk = false;
+  std::vector<std::uint64_t> ntfs_starts;  // sectors with an NTFS boot sector
   std::vector<Volume> volumes;
 };
 

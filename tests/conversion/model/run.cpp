@@ -8,6 +8,9 @@ namespace {
 constexpr int kStatus = 0;
 constexpr int kPercent = 1;
 constexpr int kShrinking = 5;
+constexpr int kBackupFailed = 8;
+constexpr int kRollingBack = 9;
+constexpr int kRolledBack = 10;
 
 const BootRecord* RecordAt(const Table& table, std::uint64_t sector) {
   const auto found = std::find_if(table.records.begin(), table.records.end(),
@@ -101,7 +104,7 @@ bool AreGptPlaces(std::vector<Row> rows, std::uint64_t sectors) {
   return free <= sectors - kBackupSectors;
 }
 
-Run::Run(const Case& before) : disk(before) {
+Run::Run(const Case& given) : disk(given), before_(given.table) {
   outcome.record_size = disk.sectors * kSector;
 }
 
@@ -155,15 +158,42 @@ void Run::NumberVolumes(const std::vector<Row>& rows) {
   }
 }
 
+// The table comes back as it was, but for the protective record of a GPT on a disk that diskpart
+// finds too small for one: nothing tells it from a disk without a table then.
+void Run::RollBack() {
+  constexpr std::uint64_t kSmallestGptDisk = 128 * kMiB;
+  outcome.events.emplace_back(kStatus, kRollingBack);
+  Report(100, kRolledBack);
+  const bool is_lost = before_.style == Style::kGpt && disk.sectors < kSmallestGptDisk;
+  disk.table = is_lost ? Table{} : before_;
+}
+
 Outcome Run::End(bool succeeded) {
-  if (succeeded) Report(100, 7);
+  if (succeeded) {
+    Report(100, 7);
+  } else {
+    RollBack();
+  }
   outcome.result = succeeded ? 0 : 1;
+  return Finish();
+}
+
+Outcome Run::Finish() {
   outcome.table = disk.table;
   for (const Volume& volume : disk.volumes) outcome.numbers.push_back(volume.number);
   return outcome;
 }
 
+// Nothing is touched. Only the way to MBR tells of it.
+Outcome Run::Refuse() {
+  if (disk.table.style == Style::kGpt) {
+    outcome.events = {{kStatus, kBackupFailed}, {kPercent, 100}};
+  }
+  return Finish();
+}
+
 Outcome Convert(const Case& before) {
+  if (!CanBackUp(before)) return Run(before).Refuse();
   return before.table.style == Style::kGpt ? ConvertToMbr(before) : ConvertToGpt(before);
 }
 

@@ -23,7 +23,7 @@ inline constexpr std::uint64_t kMiB = 2048;  // in sectors
 
 class Run {
  public:
-  explicit Run(const Case& before);
+  explicit Run(const Case& given);
 
   // Percentage, then status.
   void Report(int percent, int status);
@@ -31,14 +31,21 @@ class Run {
   bool Shrink(std::uint64_t first, std::uint64_t mib);
   // The partitions get their positions in the list as numbers.
   void NumberVolumes(const std::vector<Row>& rows);
+  // A failure ends in a rollback, which leaves numbers and record as they are.
   Outcome End(bool succeeded);
+  // The end of a run whose backup failed.
+  Outcome Refuse();
 
   Case disk;
   Outcome outcome;
 
  private:
+  void RollBack();
+  Outcome Finish();
   bool ShrinkMbr(std::uint64_t first, std::uint64_t sectors);
   bool ShrinkGpt(std::uint64_t first, std::uint64_t sectors);
+
+  Table before_;
 };
 
 bool IsContainer(const MbrEntry& entry);
@@ -51,6 +58,9 @@ std::vector<Row> ReadKeptGpt(const Table& table);
 
 // Whether the system accepts these as GPT partitions of a disk with so many sectors.
 bool AreGptPlaces(std::vector<Row> rows, std::uint64_t sectors);
+
+// Whether all that a backup reads lies on the disk.
+bool CanBackUp(const Case& disk);
 
 Outcome ConvertToMbr(const Case& before);
 Outcome ConvertToGpt(const Case& before);
