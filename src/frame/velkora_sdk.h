@@ -133,8 +133,8 @@ class VelkoraSDK {
   // tells the rest. The backup ends with the process.
   //
   // A converter is good for one conversion: a second Convert after a success fails in the backup. A
-  // disk whose metadata takes more than 256 pieces cannot be converted. FAT32 volumes are not shrunk
-  // yet.
+  // disk whose metadata takes more than 256 pieces cannot be converted. FAT32 volumes are not
+  // shrunk yet.
   virtual std::int32_t Convert(DiskInfo* disk, VelkoraCallback callback) = 0;
 
   // Asks for a stop, from any thread, and returns at once. A tool that runs is not interrupted. The
