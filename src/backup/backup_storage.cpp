@@ -9,6 +9,7 @@
 namespace velkora {
 namespace {
 
+// Keeps the husks reachable, so that they count as held and not as lost. Nothing walks it.
 BackupStorage* first_released = nullptr;
 
 void RequireLive(const BackupStorage* storage) {
@@ -17,10 +18,10 @@ void RequireLive(const BackupStorage* storage) {
 
 void CopyBlock(BackupBlock& record, std::uint64_t offset, const std::vector<std::byte>& bytes) {
   record.offset = offset;
-  record.length = bytes.size();
   if (bytes.empty()) return;
   record.data = new std::byte[bytes.size()];
   std::ranges::copy(bytes, record.data);
+  record.length = bytes.size();
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "backup/block_map.h"
 
-#include <algorithm>
 #include <limits>
 #include <new>
 
@@ -14,7 +13,7 @@ std::vector<std::byte>& SelectBlock(BlockMap& blocks, std::uint64_t offset, std:
 }
 
 void SelectBytes(BlockMap& blocks, std::uint64_t offset, std::span<const std::byte> bytes) {
-  std::ranges::copy(bytes, SelectBlock(blocks, offset, bytes.size()).begin());
+  blocks[offset].assign(bytes.begin(), bytes.end());
 }
 
 }  // namespace velkora

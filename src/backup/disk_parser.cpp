@@ -16,6 +16,8 @@ namespace velkora {
 namespace {
 
 constexpr std::uint64_t kSectorBytes = 512;
+// A handle without buffering wants its buffers where a sector could begin.
+constexpr std::size_t kBufferAlignment = 512;
 using Sector = std::array<std::byte, kSectorBytes>;
 
 constexpr std::size_t kRowsOffset = 446;
@@ -105,7 +107,7 @@ void SelectGptTables(const Sector& header, const std::array<std::byte, kArrayByt
 }  // namespace
 
 std::int32_t Parse(HANDLE disk, const PartitionOffsets& offsets, BlockMap& blocks) {
-  Sector sector;
+  alignas(kBufferAlignment) Sector sector;
   const std::uint64_t done = ReadHere(disk, sector);
   if (done != sector.size()) {
     LogEx(kLogModule, kLogError, "[%s] %s read mbr failed. ret=%d, error=%d", kBackupTag, "Parse",
@@ -127,7 +129,7 @@ std::int32_t ParseMBR(HANDLE disk, const PartitionOffsets& offsets, BlockMap& bl
   // A longer chain is cut off silently; one that comes back to itself reads the same records up to
   // the limit.
   for (unsigned count = 0; count <= kMostLinkedRecords; ++count) {
-    Sector sector;
+    alignas(kBufferAlignment) Sector sector;
     if (!ReadAllAt(disk, walk.current, sector)) {
       LogUnreadable("ParseMBR", walk.current);
       return kBootRecordUnreadable;
@@ -139,14 +141,14 @@ std::int32_t ParseMBR(HANDLE disk, const PartitionOffsets& offsets, BlockMap& bl
 }
 
 std::int32_t ParseGPT(HANDLE disk, const PartitionOffsets& offsets, BlockMap& blocks) {
-  Sector header;
+  alignas(kBufferAlignment) Sector header;
   if (!ReadAllAt(disk, kGptHeaderOffset, header)) {
     LogEx(kLogModule, kLogError, "[%s] %s: read header error %d", kBackupTag, "ParseGPT",
           LastError());
     return kGptUnreadable;
   }
   SelectBytes(blocks, kGptHeaderOffset, header);
-  std::array<std::byte, kArrayBytes> array;
+  alignas(kBufferAlignment) std::array<std::byte, kArrayBytes> array;
   if (!ReadAllAt(disk, kGptArrayOffset, array)) {
     LogEx(kLogModule, kLogError, "[%s] %s: read error %d", kBackupTag, "ParseGPT", LastError());
     return kGptUnreadable;
@@ -170,7 +172,7 @@ std::int32_t ParseRawDisk(std::span<const std::byte, 512> sector, BlockMap& bloc
 }
 
 std::int32_t ParseFileSystem(HANDLE disk, std::uint64_t offset, BlockMap& blocks) {
-  std::array<std::byte, kVolumeStartBytes> start;
+  alignas(kBufferAlignment) std::array<std::byte, kVolumeStartBytes> start;
   if (!ReadAllAt(disk, offset, start)) {
     LogUnreadable("ParseFileSystem", offset);
     return kVolumeStartUnreadable;

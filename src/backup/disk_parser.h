@@ -3,7 +3,8 @@
 //
 // Sectors have 512 bytes here, whatever the disk reports, and no checksum is looked at. What was
 // selected before a failure stays in `blocks`. Every failure is logged at level 3 with the last
-// error and ends the parse; nothing is tried again and no partition is passed over.
+// error and ends the parse, except within an MFT record (see ntfs_metadata.h); nothing is tried
+// again and no partition is passed over.
 //
 // Public sources: the UEFI specification for the GPT, the customary layout of the master boot
 // record.

@@ -11,8 +11,8 @@
 namespace velkora {
 
 // The worker's result, or -18 after a fault or an exception, logged at level 3 as
-// "[%s] [E] %s crash!" with the entry point's name. Nothing is cleaned up: what the worker held
-// open is abandoned.
+// "[%s] [E] %s crash!" with the entry point's name. Nothing is closed: a disk or file that
+// the worker held open is abandoned.
 template <typename Worker>
 std::int32_t GuardEntryPoint(const char* name, Worker&& worker) {
   std::int32_t result = kCrashed;

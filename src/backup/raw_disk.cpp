@@ -35,6 +35,13 @@ std::uint64_t ReadAt(HANDLE disk, std::uint64_t offset, std::span<std::byte> buf
   return SeekDisk(disk, offset) ? ReadHere(disk, buffer) : 0;
 }
 
+std::uint64_t WriteAt(HANDLE disk, std::uint64_t offset, std::span<const std::byte> bytes) {
+  if (!SeekDisk(disk, offset)) return 0;
+  DWORD done = 0;
+  win32::WriteFile(disk, bytes.data(), static_cast<DWORD>(bytes.size()), &done, nullptr);
+  return done;
+}
+
 bool ReadAllAt(HANDLE disk, std::uint64_t offset, std::span<std::byte> buffer) {
   return SeekDisk(disk, offset) && ReadHere(disk, buffer) == buffer.size();
 }

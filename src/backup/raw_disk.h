@@ -30,4 +30,9 @@ std::uint64_t ReadAt(HANDLE disk, std::uint64_t offset, std::span<std::byte> buf
 // Reads all of `buffer` from `offset`. False when the place is not reached or less arrives.
 [[nodiscard]] bool ReadAllAt(HANDLE disk, std::uint64_t offset, std::span<std::byte> buffer);
 
+// Writes at `offset` and returns the bytes that the call reports; 0, with nothing written, when the
+// place is not reached. The length reaches the call cut to 32 bits, so that a longer write comes
+// back short.
+std::uint64_t WriteAt(HANDLE disk, std::uint64_t offset, std::span<const std::byte> bytes);
+
 }  // namespace velkora

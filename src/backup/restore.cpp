@@ -44,10 +44,7 @@ auto FindOverlapped(std::vector<PartitionExtent>& extents, std::uint64_t begin, 
 }
 
 void WriteBlock(HANDLE disk, std::uint64_t offset, const std::vector<std::byte>& bytes) {
-  DWORD done = 0;
-  if (SeekDisk(disk, offset)) {
-    win32::WriteFile(disk, bytes.data(), static_cast<DWORD>(bytes.size()), &done, nullptr);
-  }
+  const std::uint64_t done = WriteAt(disk, offset, bytes);
   if (done == bytes.size()) return;
   LogEx(kLogModule, kLogError, "[%s] %s offset 0x%x failed! write %llu bytes, ret=%llu, error=%d",
         kBackupTag, kRestore, static_cast<unsigned>(offset & 0xFFFFFFFF),

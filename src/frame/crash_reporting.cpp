@@ -47,7 +47,10 @@ bool OnCrashEvent(std::uint32_t code, void*, void*) {
 }
 
 void AddLogFilesToReport() {
-  const WideString folder = Utf8ToWide(GetGlobalContext().logs_folder) + WIDE("\\");
+  // On the vendor's thread nothing may be thrown: a folder that is no UTF-8 has nothing to attach.
+  WideString folder;
+  if (!TryUtf8ToWide(GetGlobalContext().logs_folder, folder)) return;
+  folder += WIDE("\\");
   WIN32_FIND_DATAW found{};
   HANDLE find = win32::FindFirstFileW((folder + WIDE("*")).c_str(), &found);
   if (find == INVALID_HANDLE_VALUE) return;

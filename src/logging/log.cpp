@@ -71,11 +71,13 @@ std::string TimeText(std::int64_t seconds) {
 }
 
 // Opened for each line: what has been logged is on the disk whatever happens to the process.
-void AppendToFile(const WideString& file, const char* module, int level, const std::string& text) {
-  std::FILE* stream = nullptr;
-  if (win32::_wfopen_s(&stream, file.c_str(), WIDE("ab")) != 0) return;
+void AppendToFile(LogState& state, const char* module, int level, const std::string& text) {
   const std::string line = TimeText(win32::time(nullptr)) + " [" + std::to_string(level) + "] [" +
                            module + "] " + text + "\n";
+  // Nothing under the lock may fault: a structured exception would leave it locked.
+  const std::lock_guard turn(state.file_turn);
+  std::FILE* stream = nullptr;
+  if (win32::_wfopen_s(&stream, state.file.c_str(), WIDE("ab")) != 0) return;
   win32::fwrite(line.data(), 1, line.size(), stream);
   win32::fclose(stream);
 }
@@ -103,10 +105,7 @@ void LogEx(const char* module, int level, const char* format, ...) {
   if (state.observer.function != nullptr) {
     state.observer.function(state.observer.context, module, level, text.c_str());
   }
-  if (!state.file.empty()) {
-    const std::lock_guard turn(state.file_turn);
-    AppendToFile(state.file, module, level, text);
-  }
+  if (!state.file.empty()) AppendToFile(state, module, level, text);
   keeper.Restore();
 }
 

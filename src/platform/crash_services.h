@@ -31,7 +31,7 @@ class MiniDmpSender {
 };
 
 // Makes a sender with the vendor's constructor arguments; what the fourth text and the flags mean
-// is the vendor's. The texts are copied. Never null; nothing here fails.
+// is the vendor's. The texts are copied. Never null; throws std::bad_alloc.
 MiniDmpSender* NewMiniDmpSender(const WCHAR* database, const WCHAR* application,
                                 const WCHAR* version, const WCHAR* fourth, std::uint32_t flags);
 

@@ -25,9 +25,9 @@ using GuardFilter = LONG (*)(EXCEPTION_POINTERS* pointers);
 
 // Calls `body` with `argument`. When a structured exception or any C++ exception leaves it, calls
 // `filter`, once, on this thread, and returns false; otherwise true. A C++ exception reaches the
-// filter as the code of the compiler's throw, with the place of the guard as its address. Nothing
-// that the body held is given back: a structured exception runs no destructor on its way, so
-// nothing may depend on one. The abort by which a test ends an endless walk passes.
+// filter as the code of the compiler's throw, with the place of the guard as its address. A C++
+// exception runs destructors on its way and a structured one runs none, so nothing may depend on
+// them. The abort by which a test ends an endless walk passes.
 bool RunGuarded(void (*body)(void* argument), void* argument, GuardFilter filter);
 
 template <typename Body>

@@ -97,6 +97,15 @@ class CrashAttachments : public MachineTest {
   }
 };
 
+// The vendor's thread knows no exceptions of ours.
+TEST_F(CrashAttachments, AFolderThatIsNoUtf8AttachesNothingAndRaisesNothing) {
+  AddFile("a.log");
+  GetGlobalContext().logs_folder = "X:\\logs\xFF";
+  EXPECT_NO_THROW(AddLogFilesToReport());
+  EXPECT_TRUE(Attached().empty());
+  EXPECT_EQ(machine_.calls().Count("FindFirstFileW"), 0U);
+}
+
 TEST_F(CrashAttachments, TheOneCodeAttachesTheFolderAndIsAnsweredWithNo) {
   AddFile("a.log");
   EXPECT_FALSE(machine_.crash_sender.Tell(80));

@@ -14,7 +14,7 @@ struct MemberName {
   std::string_view argument;
 };
 
-constexpr MemberName kConstruct = {"??0MiniDmpSender@@", "@PE"};  // copying takes a reference
+constexpr MemberName kConstruct = {"??0MiniDmpSender@@", "_W000"};  // of four wide texts
 constexpr MemberName kGetMiniDumpType = {"?getMiniDumpType@MiniDmpSender@@", ""};
 constexpr MemberName kSetMiniDumpType = {"?setMiniDumpType@MiniDmpSender@@", ""};
 constexpr MemberName kSetCallback = {"?setCallback@MiniDmpSender@@", "P6A"};

@@ -43,6 +43,9 @@ void Construct(Object* object, const wchar_t* database, const wchar_t* applicati
        std::to_string(flags));
   object->type = 1;
 }
+void ConstructNarrow(Object*, const char*, const char*, const char*, const char*, std::uint32_t) {
+  Note("narrow construct");
+}
 void CopyConstruct(Object*, const Object&) {
   Note("copied");
 }
