@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "simulator/device_identity.h"
 #include "simulator/storage/block_device.h"
 #include "simulator/storage/partition_store.h"
 
@@ -16,12 +17,14 @@ class Disk {
  public:
   Disk(std::uint32_t number, const std::filesystem::path& image, std::uint32_t sector_size,
        Access access = Access::kReadWrite)
-      : number_(number), device_(image, sector_size, access) {}
+      : identity(DefaultIdentity(number)), number_(number), device_(image, sector_size, access) {}
   Disk(std::uint32_t number, const std::filesystem::path& image, std::uint32_t sector_size,
        ImageOverlay& overlay)
-      : number_(number), device_(image, sector_size, overlay) {}
+      : identity(DefaultIdentity(number)), number_(number), device_(image, sector_size, overlay) {}
 
   std::uint32_t number() const { return number_; }
+  // For RenumberDisk, which takes the disk's volumes along.
+  void set_number(std::uint32_t number) { number_ = number; }
   // `\\.\PhysicalDriveN`.
   std::string path() const { return "\\\\.\\PhysicalDrive" + std::to_string(number_); }
   BlockDevice& device() { return device_; }
@@ -36,6 +39,9 @@ class Disk {
 
   // How many more times the disk's volumes are not there yet when somebody asks for one.
   std::uint32_t mount_delay = 0;
+
+  // Its interface path, and what its descriptor says.
+  DeviceIdentity identity;
 
  private:
   std::uint32_t number_;

@@ -1,5 +1,6 @@
 #include "simulator/disk_device.h"
 
+#include "platform/win32_device_types.h"
 #include "simulator/simulated_machine.h"
 #include "simulator/write_rules.h"
 
@@ -92,6 +93,10 @@ DWORD DiskDevice::Answer(DWORD code, std::span<const std::byte> in, std::span<st
       return ERROR_SUCCESS;
     case IOCTL_STORAGE_GET_DEVICE_NUMBER:
       return AnswerWith(STORAGE_DEVICE_NUMBER{FILE_DEVICE_DISK, disk_.number(), 0}, out, returned);
+    case IOCTL_STORAGE_QUERY_PROPERTY:
+      return QueryProperty(disk_.identity, in, out, returned);
+    case IOCTL_DISK_GET_DRIVE_GEOMETRY_EX:
+      return QueryGeometry(disk_.device().size(), disk_.device().sector_size(), out, returned);
     case FSCTL_DISMOUNT_VOLUME:
     case FSCTL_MOVE_FILE:
       return ERROR_INVALID_PARAMETER;  // a disk is no volume

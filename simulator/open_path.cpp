@@ -1,5 +1,6 @@
 #include "simulator/open_path.h"
 
+#include <algorithm>
 #include <charconv>
 #include <optional>
 
@@ -28,6 +29,17 @@ std::optional<std::uint32_t> DiskNumberOf(std::string_view name) {
   return number;
 }
 
+// Null for a name that no disk has, neither as its number nor as its interface.
+Disk* FindDiskByName(SimulatedMachine& machine, std::string_view name) {
+  if (const auto number = DiskNumberOf(name)) return machine.FindDisk(*number);
+  for (Disk& disk : machine.disks()) {
+    std::string_view path = disk.identity.interface_path;
+    path.remove_prefix(std::min(kVerbatimPrefix.size(), path.size()));
+    if (!path.empty() && EqualsIgnoringCase(path, name)) return &disk;
+  }
+  return nullptr;
+}
+
 // Opening a volume by name is what makes Windows look at its file system.
 DWORD OpenVolume(SimulatedMachine& machine, Volume* volume, DWORD access,
                  std::unique_ptr<HandleObject>& object) {
@@ -45,9 +57,7 @@ bool IsDriveName(std::string_view name) {
 // `name` is a path behind its prefix.
 DWORD OpenDevice(SimulatedMachine& machine, std::string_view name, DWORD access,
                  std::unique_ptr<HandleObject>& object) {
-  if (const auto number = DiskNumberOf(name)) {
-    Disk* disk = machine.FindDisk(*number);
-    if (disk == nullptr) return ERROR_FILE_NOT_FOUND;
+  if (Disk* disk = FindDiskByName(machine, name)) {
     object = std::make_unique<DiskDevice>(machine, *disk, access);
     return ERROR_SUCCESS;
   }

@@ -4,6 +4,7 @@
 #include <limits>
 #include <memory>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "simulator/commands/shell_line.h"
@@ -131,6 +132,11 @@ void SimulatedMachine::SetCommand(std::string_view name, Command command) {
 }
 
 const Command* SimulatedMachine::FindCommand(std::string_view name) const {
+  // A path into a mapped folder leads to a tool only where such a file stands.
+  const bool is_path = name.find_first_of("\\/") != std::string_view::npos;
+  const auto host_path = is_path ? HostPath(name) : std::nullopt;
+  std::error_code unreadable;
+  if (host_path && !std::filesystem::is_regular_file(*host_path, unreadable)) return nullptr;
   const auto found = commands_.find(ToolName(name));
   return found == commands_.end() ? nullptr : &found->second;
 }

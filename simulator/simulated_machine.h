@@ -103,7 +103,8 @@ class SimulatedMachine {
 
   // Replaces or adds a tool, found by `name` without ".exe" and without regard to case.
   void SetCommand(std::string_view name, Command command);
-  // What the shell runs, or null. `name` is a bare name, a name with ".exe", or a path to it.
+  // What the shell runs, or null. `name` is a bare name, a name with ".exe", or a path to it, which
+  // in a mapped folder needs a file of that name there; what the file holds does not matter.
   const Command* FindCommand(std::string_view name) const;
 
   void SetTime(std::int64_t seconds) { time_ = seconds; }

@@ -46,6 +46,10 @@ std::string CodeName(DWORD code) {
       return "FSCTL_GET_RETRIEVAL_POINTERS";
     case FSCTL_MOVE_FILE:
       return "FSCTL_MOVE_FILE";
+    case IOCTL_DISK_GET_DRIVE_GEOMETRY_EX:
+      return "IOCTL_DISK_GET_DRIVE_GEOMETRY_EX";
+    case IOCTL_STORAGE_QUERY_PROPERTY:
+      return "IOCTL_STORAGE_QUERY_PROPERTY";
     default:
       return HexText(code);
   }

@@ -42,6 +42,7 @@ constexpr Verb kVerbs[] = {
     {{"active"}, 0, 0, diskpart::Active},
     {{"assign"}, 1, 1, diskpart::Assign},
     {{"remove"}, 1, 1, diskpart::Remove},
+    {{"shrink"}, 1, 1, diskpart::Shrink},
     {{"rescan"}, 0, 0, diskpart::Rescan},
     {{"offline", "disk"}, 0, 0, diskpart::OfflineDisk},
     {{"online", "disk"}, 0, 0, diskpart::OnlineDisk},

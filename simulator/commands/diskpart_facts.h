@@ -22,8 +22,12 @@ inline constexpr DWORD kNotEnoughSpace = 0x8004240F;
 inline constexpr DWORD kIncompatibleFileSystem = 0x80042425;
 inline constexpr DWORD kVolumeTooSmall = 0x8004242C;
 inline constexpr DWORD kVolumeTooBig = 0x8004242D;
+inline constexpr DWORD kCannotShrink = 0x8004251E;
 inline constexpr DWORD kNotConvertible = 0x80042559;
 inline constexpr DWORD kBadDriveLetter = 0x8004255E;
+// Believed: the answer where what is in use does not fit.
+inline constexpr DWORD kShrinkTooLarge = 0x80042574;
+inline constexpr DWORD kFileSystemDamaged = 0x8004259A;
 inline constexpr DWORD kDiskOffline = 0x8004280A;
 
 // Believed: which of the statuses answers these.

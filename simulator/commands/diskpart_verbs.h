@@ -30,5 +30,8 @@ DWORD DetailVolume(Session& session, Arguments arguments);
 DWORD Format(Session& session, Arguments arguments);  // fs=fat32 [quick] [override]
 DWORD Assign(Session& session, Arguments arguments);  // letter=X
 DWORD Remove(Session& session, Arguments arguments);  // letter=X
+// Takes MiB off the end of an NTFS volume and its partition. Needs the host's programs: where they
+// are missing, kCannotShrink.
+DWORD Shrink(Session& session, Arguments arguments);  // desired=MiB
 
 }  // namespace simulator::diskpart

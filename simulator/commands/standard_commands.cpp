@@ -2,7 +2,9 @@
 
 #include "simulator/commands/bcdboot.h"
 #include "simulator/commands/bcdedit.h"
+#include "simulator/commands/bootrec.h"
 #include "simulator/commands/bootsect.h"
+#include "simulator/commands/chkdsk.h"
 #include "simulator/commands/diskpart.h"
 #include "simulator/simulated_machine.h"
 
@@ -11,7 +13,9 @@ namespace simulator {
 void RegisterStandardCommands(SimulatedMachine& machine) {
   machine.SetCommand("bcdboot", RunBcdboot);
   machine.SetCommand("bcdedit", RunBcdedit);
+  machine.SetCommand("bootrec", RunBootrec);
   machine.SetCommand("bootsect", RunBootsect);
+  machine.SetCommand("chkdsk", RunChkdsk);
   machine.SetCommand("diskpart", RunDiskpart);
 }
 

@@ -14,6 +14,7 @@
 
 #include <cstdio>
 
+#include "platform/win32_device_types.h"
 #include "platform/win32_types.h"
 
 namespace win32 {
@@ -113,6 +114,25 @@ DWORD GetLogicalDrives();
 // Writes the system directory, without a trailing backslash. Returns its length without the NUL,
 // the length that is needed with it if `size` is too small, or 0 on failure.
 UINT GetSystemDirectoryA(char* buffer, UINT size);
+
+// ---- Device setup ------------------------------------------------------------------------------
+
+// Opens the set of devices that offer an interface class; with DIGCF_PRESENT only of those that are
+// there now. INVALID_HANDLE_VALUE on failure; a class that nothing offers gives an empty set.
+HDEVINFO SetupDiGetClassDevsW(const GUID* interface_class, const WCHAR* enumerator, HWND parent,
+                              DWORD flags);
+
+// Fills `data`, whose cbSize is set, with the set's interface number `index`, from 0. The end is
+// error 259. `device` is null here.
+BOOL SetupDiEnumDeviceInterfaces(HDEVINFO set, SP_DEVINFO_DATA* device, const GUID* interface_class,
+                                 DWORD index, SP_DEVICE_INTERFACE_DATA* data);
+
+// Writes the path of an interface, NUL-terminated, behind the first word of `detail`, whose cbSize
+// is set to the structure's size and not to the buffer's, which is `detail_size`. Error 122 when
+// the path does not fit; `required`, which may be null, receives the size that does.
+BOOL SetupDiGetDeviceInterfaceDetailA(HDEVINFO set, SP_DEVICE_INTERFACE_DATA* data,
+                                      SP_DEVICE_INTERFACE_DETAIL_DATA_A* detail, DWORD detail_size,
+                                      DWORD* required, SP_DEVINFO_DATA* device);
 
 // ---- Processes ---------------------------------------------------------------------------------
 

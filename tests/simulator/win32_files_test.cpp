@@ -230,7 +230,7 @@ TEST_F(Win32FilesTest, CallsAreRecordedWithWhatTheyActOn) {
   ReadAt(disk, 1024, sector);
   WriteAt(disk, 0, sector);
   Control(disk, IOCTL_DISK_UPDATE_PROPERTIES);
-  Control(disk, 0x700A0);
+  Control(disk, 0x70000);
   win32::CloseHandle(disk);
   EXPECT_EQ(
       machine_.calls().Lines(),
@@ -241,7 +241,7 @@ TEST_F(Win32FilesTest, CallsAreRecordedWithWhatTheyActOn) {
           "SetFilePointer/disk 1 distance 0 method 0",
           "WriteFile/disk 1 offset 0 length 512",
           "DeviceIoControl/IOCTL_DISK_UPDATE_PROPERTIES disk 1 in 0 out 0",
-          "DeviceIoControl/0x700a0 disk 1 in 0 out 0",
+          "DeviceIoControl/0x70000 disk 1 in 0 out 0",
           "CloseHandle/disk 1",
       }));
 }

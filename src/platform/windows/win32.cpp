@@ -121,6 +121,24 @@ UINT GetSystemDirectoryA(char* buffer, UINT size) {
   return ::GetSystemDirectoryA(buffer, size);
 }
 
+// ---- Device setup ------------------------------------------------------------------------------
+
+HDEVINFO SetupDiGetClassDevsW(const GUID* interface_class, const WCHAR* enumerator, HWND parent,
+                              DWORD flags) {
+  return ::SetupDiGetClassDevsW(interface_class, enumerator, parent, flags);
+}
+
+BOOL SetupDiEnumDeviceInterfaces(HDEVINFO set, SP_DEVINFO_DATA* device, const GUID* interface_class,
+                                 DWORD index, SP_DEVICE_INTERFACE_DATA* data) {
+  return ::SetupDiEnumDeviceInterfaces(set, device, interface_class, index, data);
+}
+
+BOOL SetupDiGetDeviceInterfaceDetailA(HDEVINFO set, SP_DEVICE_INTERFACE_DATA* data,
+                                      SP_DEVICE_INTERFACE_DETAIL_DATA_A* detail, DWORD detail_size,
+                                      DWORD* required, SP_DEVINFO_DATA* device) {
+  return ::SetupDiGetDeviceInterfaceDetailA(set, data, detail, detail_size, required, device);
+}
+
 // ---- Processes ---------------------------------------------------------------------------------
 
 BOOL ShellExecuteExW(SHELLEXECUTEINFOW* info) {

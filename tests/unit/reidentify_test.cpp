@@ -1,0 +1,382 @@
+#include "disk/reidentify.h"
+
+#include <cstring>
+
+#include "disk/device_handle.h"
+#include "frame/disk_records.h"
+#include "frame/global_context.h"
+#include "platform/guard.h"
+#include "platform/win32.h"
+#include "support/caller_record.h"
+#include "support/machine_test.h"
+
+namespace {
+
+using testing_support::CallerRecord;
+using testing_support::LogLine;
+using testing_support::MachineTest;
+using testing_support::MbrEntry;
+using testing_support::SetText;
+using Log = std::vector<LogLine>;
+using Texts = std::vector<std::string>;
+
+constexpr std::uint64_t kMiB = 1024 * 1024;
+constexpr std::uint64_t kFirstOffset = 2048 * 512;
+constexpr std::uint64_t kSecondOffset = 34816 * 512;
+constexpr char kOldPath[] = "\\\\?\\Volume{01d01d01-0000-0000-0000-000000000000}";
+constexpr char kExtentsCall[] = "DeviceIoControl/IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS";
+
+// Disk 1 has two NTFS volumes, D and one without a letter. The record is of the second, by an old
+// path.
+class ReidentifyVolumes : public MachineTest {
+ protected:
+  ReidentifyVolumes() : disk_(NewDisk(1, 64 * kMiB)), record_(DiskType::kMbr, 1) {
+    machine_.switches().automount = false;
+    testing_support::WriteMbr(disk_, {{7, 2048, 30720}, {7, 34816, 30720}});
+    testing_support::WriteNtfsBootSector(disk_, 2048, 30719);
+    testing_support::WriteNtfsBootSector(disk_, 34816, 30719);
+    machine_.UpdateProperties(disk_);
+    machine_.SetLetter(1, kFirstOffset, 'D');
+    record_.Add(kSecondOffset);
+    SetText(volume().volume_id, kOldPath);
+    converter_.disk_info = &record_.disk();
+    machine_.calls().Clear();
+    win32::SetLastError(ERROR_SUCCESS);
+  }
+
+  VolumeInfo& volume() { return record_.volume(0); }
+  std::string PathAt(std::uint64_t offset) { return machine_.FindVolumeAt(1, offset)->path; }
+  std::string StoredPath() { return velkora::FieldText(volume().volume_id); }
+
+  // Adds a volume that says of itself that it starts there, or has no place at all.
+  void AddVolume(const std::string& path, const std::vector<simulator::VolumeExtent>& extents) {
+    simulator::Volume added;
+    added.path = path;
+    added.extents = extents;
+    added.automatic_letter = false;
+    machine_.AddVolume(added);
+  }
+
+  simulator::Disk& disk_;
+  CallerRecord record_;
+  velkora::Velkora converter_;
+};
+
+class UpdateVolumeId : public ReidentifyVolumes {
+ protected:
+  bool Update(std::int32_t disk = 1) { return velkora::UpdateVolumeId(volume(), disk); }
+};
+class CheckAndUpdateVolumeId : public ReidentifyVolumes {
+ protected:
+  bool Check() { return velkora::CheckAndUpdateVolumeId(converter_, volume()); }
+};
+class LogVolumeList : public ReidentifyVolumes {};
+
+const LogLine kUpdateBegin = {1, "UpdateVolumeId Begin..."};
+const LogLine kUpdateEnd = {1, "UpdateVolumeId End!"};
+const LogLine kCheckLine = {1, "Check and update volume id"};
+const LogLine kOpenedNot = {
+    3, std::string("open device failed, device_id: ") + kOldPath + ", error_code: 2"};
+
+TEST_F(UpdateVolumeId, StoresThePathOfTheVolumeAtTheRecordsPlace) {
+  EXPECT_TRUE(Update());
+  EXPECT_EQ(StoredPath(), PathAt(kSecondOffset));
+  EXPECT_EQ(log_, (Log{kUpdateBegin, kUpdateEnd}));
+}
+
+TEST_F(UpdateVolumeId, VolumeThatChangedItsNameIsFound) {
+  machine_.FindVolumeAt(1, kSecondOffset)->path = "\\\\?\\Volume{new}";
+  std::memset(volume().volume_id, 0, sizeof volume().volume_id);
+  EXPECT_TRUE(Update());
+  EXPECT_EQ(StoredPath(), "\\\\?\\Volume{new}");
+}
+
+TEST_F(UpdateVolumeId, NoMatchSucceedsAndLeavesTheRecord) {
+  EXPECT_TRUE(Update(2));
+  EXPECT_EQ(StoredPath(), kOldPath);
+  volume().offset = kSecondOffset + 512;
+  EXPECT_TRUE(Update());
+  EXPECT_EQ(StoredPath(), kOldPath);
+}
+
+TEST_F(UpdateVolumeId, NegativeDiskNumberIsComparedAsItsBits) {
+  AddVolume("\\\\?\\Volume{far away}", {{0xFFFFFFFF, kSecondOffset, kMiB}});
+  std::memset(volume().volume_id, 0, sizeof volume().volume_id);
+  EXPECT_TRUE(Update(-1));
+  EXPECT_EQ(StoredPath(), "\\\\?\\Volume{far away}");
+}
+
+TEST_F(UpdateVolumeId, LaterMatchIsCopiedOverTheEarlierWhoseTailStays) {
+  machine_.FindVolumeAt(1, kSecondOffset)->path = "\\\\?\\Volume{a long name}";
+  AddVolume("\\\\?\\Volume{b}", {{1, kSecondOffset, kMiB}});
+  std::memset(volume().volume_id, 0, sizeof volume().volume_id);
+  EXPECT_TRUE(Update());
+  EXPECT_EQ(StoredPath(), "\\\\?\\Volume{b}long name}");
+  EXPECT_EQ(machine_.calls().Count(kExtentsCall), 3U);
+}
+
+TEST_F(UpdateVolumeId, PathLongerThanItsFieldIsAnAccessViolation) {
+  machine_.FindVolumeAt(1, kSecondOffset)->path = "\\\\?\\Volume{" + std::string(246, 'v') + "}";
+  EXPECT_THROW(Update(), win32::Fault);
+}
+
+TEST_F(UpdateVolumeId, VolumeWithoutAPlaceIsLoggedAndPassedOver) {
+  AddVolume("\\\\?\\Volume{optical}", {});
+  EXPECT_TRUE(Update());
+  EXPECT_EQ(StoredPath(), PathAt(kSecondOffset));
+  EXPECT_EQ(log_,
+            (Log{kUpdateBegin,
+                 {3, "IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS1 Error: 1"},
+                 {3, "GetPartitionDiskindexAndOffset Error: 1, volume_id: \\\\?\\Volume{optical}"},
+                 kUpdateEnd}));
+}
+
+TEST_F(UpdateVolumeId, WalkThatFailsIsLogged) {
+  machine_.calls().FailOn("FindFirstVolumeA", 1, 8);
+  EXPECT_FALSE(Update());
+  EXPECT_EQ(log_,
+            (Log{kUpdateBegin, {3, "FindFirstVolumeA error 8"}, {3, "GetVolumePaths Error: 8"}}));
+}
+
+TEST_F(UpdateVolumeId, StopDuringTheWalkIsAFailure) {
+  velkora::GetGlobalContext().stop_requested = 1;
+  EXPECT_FALSE(Update());
+  EXPECT_EQ(StoredPath(), kOldPath);
+  EXPECT_EQ(log_, (Log{kUpdateBegin, {3, "GetVolumePaths Error: 0"}}));
+}
+
+TEST_F(CheckAndUpdateVolumeId, StoredPathThatOpensIsTrustedAndClosed) {
+  SetText(volume().volume_id, PathAt(kFirstOffset));  // not the record's place
+  EXPECT_TRUE(Check());
+  EXPECT_EQ(StoredPath(), PathAt(kFirstOffset));
+  EXPECT_EQ(machine_.handles().Open(), Texts{});
+  EXPECT_EQ(log_, Log{kCheckLine});
+}
+
+TEST_F(CheckAndUpdateVolumeId, LostPathIsFoundByItsPlaceAndReplacedWhole) {
+  std::memset(volume().volume_id, 'x', sizeof volume().volume_id);
+  std::memcpy(volume().volume_id, "\\\\?\\", 4);
+  EXPECT_TRUE(Check());
+  std::string expected = PathAt(kSecondOffset);
+  expected.resize(sizeof volume().volume_id);
+  EXPECT_EQ(std::string(volume().volume_id, sizeof volume().volume_id), expected);
+}
+
+TEST_F(CheckAndUpdateVolumeId, InvalidHandleErrorStartsTheSearchToo) {
+  machine_.calls().FailOn("CreateFileA", 1, ERROR_INVALID_HANDLE);
+  EXPECT_TRUE(Check());
+  EXPECT_EQ(StoredPath(), PathAt(kSecondOffset));
+}
+
+TEST_F(CheckAndUpdateVolumeId, AnyOtherFailedOpenEndsTheSearch) {
+  machine_.calls().FailOn("CreateFileA", 1, ERROR_ACCESS_DENIED);
+  EXPECT_FALSE(Check());
+  EXPECT_EQ(machine_.calls().Count("FindFirstVolumeA"), 0U);
+  EXPECT_EQ(StoredPath(), kOldPath);
+}
+
+TEST_F(CheckAndUpdateVolumeId, FirstMatchCounts) {
+  AddVolume("\\\\?\\Volume{b}", {{1, kSecondOffset, kMiB}});
+  EXPECT_TRUE(Check());
+  EXPECT_EQ(StoredPath(), PathAt(kSecondOffset));
+  EXPECT_EQ(machine_.calls().Count(kExtentsCall), 2U);
+  EXPECT_EQ(log_, (Log{kCheckLine, kOpenedNot}));
+}
+
+TEST_F(CheckAndUpdateVolumeId, NoMatchFailsAndLeavesTheRecord) {
+  record_.disk().index = 2;
+  EXPECT_FALSE(Check());
+  EXPECT_EQ(StoredPath(), kOldPath);
+  EXPECT_EQ(log_, (Log{kCheckLine, kOpenedNot}));
+}
+
+TEST_F(CheckAndUpdateVolumeId, VolumeWithoutAPlaceIsLoggedAndPassedOver) {
+  AddVolume("\\\\?\\Volume{optical}", {});
+  volume().offset = 1;
+  EXPECT_FALSE(Check());
+  EXPECT_EQ(
+      log_,
+      (Log{kCheckLine,
+           kOpenedNot,
+           {3, "IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS1 Error: 1"},
+           {3, "GetPartitionDiskindexAndOffset error: 1, volume_id: \\\\?\\Volume{optical}"}}));
+}
+
+TEST_F(CheckAndUpdateVolumeId, WalkThatFailsIsLogged) {
+  machine_.calls().FailOn("FindFirstVolumeA", 1, 8);
+  EXPECT_FALSE(Check());
+  EXPECT_EQ(log_, (Log{kCheckLine,
+                       kOpenedNot,
+                       {3, "FindFirstVolumeA error 8"},
+                       {3, "GetVolumePaths Error: 8"}}));
+}
+
+TEST_F(LogVolumeList, ListsAllVolumesWithTheirLettersBetweenTwoLines) {
+  velkora::LogVolumeList();
+  const LogLine line = {1, std::string(49, '=')};
+  EXPECT_EQ(log_, (Log{line,
+                       {1, "volume path: " + PathAt(kFirstOffset) + ", letter: D:\\"},
+                       {1, "volume path: " + PathAt(kSecondOffset) + ", letter: "},
+                       line}));
+}
+
+TEST_F(LogVolumeList, LetterIsEmptyBehindAFailure) {
+  machine_.calls().FailOn("GetVolumePathNamesForVolumeNameA", 1, 31);
+  velkora::LogVolumeList();
+  const std::string path = PathAt(kFirstOffset);
+  EXPECT_EQ(log_[1],
+            (LogLine{3, "GetVolumePathNamesForVolumeNameA error 31, device id " + path + "\\"}));
+  EXPECT_EQ(log_[2], (LogLine{3, "GetVolumeLetter Error: 31, volume_id: " + path}));
+  EXPECT_EQ(log_[3], (LogLine{1, "volume path: " + path + ", letter: "}));
+}
+
+TEST_F(LogVolumeList, WalkThatBreaksOffListsWhatItHas) {
+  velkora::GetGlobalContext().stop_requested = 1;
+  velkora::LogVolumeList();
+  const LogLine line = {1, std::string(49, '=')};
+  EXPECT_EQ(log_, (Log{line,
+                       {3, "GetVolumeDevicePaths Error: 0"},
+                       {1, "volume path: " + PathAt(kFirstOffset) + ", letter: D:\\"},
+                       line}));
+}
+
+class LogDiskSerials : public MachineTest {
+ protected:
+  LogDiskSerials() {
+    for (const std::uint32_t number : {1U, 2U, 3U}) {
+      simulator::DeviceIdentity& identity = NewDisk(number, kMiB).identity;
+      identity.interface_path = "\\\\?\\disk" + std::to_string(number);
+      identity.serial_number = std::string(3, static_cast<char>('@' + number));
+    }
+  }
+};
+
+TEST_F(LogDiskSerials, ListsAllDisksLeavesThemOpenAndReturnsFalse) {
+  EXPECT_FALSE(velkora::LogDiskSerials());
+  EXPECT_EQ(log_, (Log{{1, "device_path: \\\\?\\disk1"},
+                       {1, "disk_serial_id: AAA"},
+                       {1, "device_path: \\\\?\\disk2"},
+                       {1, "disk_serial_id: BBB"},
+                       {1, "device_path: \\\\?\\disk3"},
+                       {1, "disk_serial_id: CCC"}}));
+  EXPECT_EQ(machine_.handles().Open(),
+            (Texts{"device information set", "disk 1", "disk 2", "disk 3"}));
+}
+
+TEST_F(LogDiskSerials, FailuresAreLoggedAndTheListGoesOn) {
+  machine_.calls().FailOn("CreateFileA/\\\\?\\disk1", 1, 5);
+  machine_.calls().FailOn("DeviceIoControl/IOCTL_STORAGE_QUERY_PROPERTY", 1, 32);
+  EXPECT_FALSE(velkora::LogDiskSerials());
+  EXPECT_EQ(log_, (Log{{1, "device_path: \\\\?\\disk1"},
+                       {3, "open device failed, device_id: \\\\?\\disk1, error_code: 5"},
+                       {3, "GetDeviceHandle Fail"},
+                       {1, "device_path: \\\\?\\disk2"},
+                       {3, "DeviceIoControl with IOCTL_STORAGE_QUERY_PROPERTY error 32"},
+                       {3, "GetDiskSerialId Fail"},
+                       {1, "device_path: \\\\?\\disk3"},
+                       {1, "disk_serial_id: CCC"}}));
+}
+
+TEST_F(LogDiskSerials, ListOfDisksThatFailsIsLogged) {
+  machine_.calls().FailOn("SetupDiGetClassDevsW", 1, 13);
+  EXPECT_FALSE(velkora::LogDiskSerials());
+  EXPECT_EQ(log_, (Log{{3, "SetupDiGetClassDevs or SetupDiEnumDeviceInterfaces error 13"},
+                       {3, "GetDiskDevicePaths Fail"}}));
+}
+
+constexpr char kGetLayout[] = "DeviceIoControl/IOCTL_DISK_GET_DRIVE_LAYOUT_EX";
+constexpr char kSetLayout[] = "DeviceIoControl/IOCTL_DISK_SET_DRIVE_LAYOUT_EX";
+
+// A disk of 64 MiB as number 1.
+class RenumberPartitions : public MachineTest {
+ protected:
+  RenumberPartitions() : disk_(NewDisk(1, 64 * kMiB)) {}
+
+  bool Renumber(const std::vector<MbrEntry>& entries) {
+    testing_support::WriteMbr(disk_, entries);
+    machine_.UpdateProperties(disk_);
+    handle_ = velkora::GetDeviceHandleById("\\\\.\\PhysicalDrive1");
+    machine_.calls().Clear();
+    return velkora::RenumberPartitions(handle_);
+  }
+  // The first sectors of the table's four rows.
+  std::vector<std::uint32_t> FirstSectors() {
+    const testing_support::Sector sector = testing_support::ReadSector(disk_, 0);
+    std::vector<std::uint32_t> sectors(4);
+    for (std::size_t i = 0; i < 4; ++i) std::memcpy(&sectors[i], &sector[446 + 16 * i + 8], 4);
+    return sectors;
+  }
+
+  simulator::Disk& disk_;
+  HANDLE handle_ = INVALID_HANDLE_VALUE;
+};
+
+std::string RowText(const char* when, int number, std::uint64_t first_sector,
+                    std::uint64_t sector_count) {
+  return std::string(when) + " part number: " + std::to_string(number) +
+         ", start: " + std::to_string(first_sector * 512) +
+         ", length: " + std::to_string(sector_count * 512);
+}
+
+TEST_F(RenumberPartitions, NumbersFollowTheStarts) {
+  EXPECT_TRUE(Renumber({{7, 40960, 2048}, {7, 2048, 4096}, {7, 20480, 8192}}));
+  EXPECT_EQ(log_, (Log{{1, RowText("before", 1, 40960, 2048)},
+                       {1, RowText("before", 2, 2048, 4096)},
+                       {1, RowText("before", 3, 20480, 8192)},
+                       {1, RowText("now", 3, 40960, 2048)},
+                       {1, RowText("now", 1, 2048, 4096)},
+                       {1, RowText("now", 2, 20480, 8192)}}));
+}
+
+TEST_F(RenumberPartitions, WholeBufferGoesBothWays) {
+  EXPECT_TRUE(Renumber({{7, 2048, 4096}}));
+  EXPECT_EQ(machine_.calls().Lines(), (Texts{std::string(kGetLayout) + " disk 1 in 0 out 18624",
+                                             std::string(kSetLayout) + " disk 1 in 18624 out 0"}));
+}
+
+// A write is what tells that the rows were marked: the machine leaves unmarked ones as they are on
+// the disk, where somebody has cleared the table behind the system's back.
+TEST_F(RenumberPartitions, NumbersInOrderAreMarkedAndWrittenAllTheSame) {
+  testing_support::WriteMbr(disk_, {{7, 2048, 4096}, {7, 20480, 8192}});
+  machine_.UpdateProperties(disk_);
+  handle_ = velkora::GetDeviceHandleById("\\\\.\\PhysicalDrive1");
+  testing_support::Sector sector = testing_support::ReadSector(disk_, 0);
+  std::fill(sector.begin() + 446, sector.begin() + 510, std::uint8_t{0});
+  testing_support::WriteSector(disk_, 0, sector);
+  machine_.calls().Clear();
+  EXPECT_TRUE(velkora::RenumberPartitions(handle_));
+  EXPECT_EQ(machine_.calls().Count(kSetLayout), 1U);
+  EXPECT_EQ(FirstSectors(), (std::vector<std::uint32_t>{2048, 20480, 0, 0}));
+}
+
+TEST_F(RenumberPartitions, RowsWithoutANumberTakeNoPart) {
+  EXPECT_TRUE(Renumber({{0, 0, 0}, {7, 2048, 4096}, {5, 20480, 8192}}));
+  EXPECT_EQ(log_, (Log{{1, RowText("before", 1, 2048, 4096)}, {1, RowText("now", 1, 2048, 4096)}}));
+}
+
+TEST_F(RenumberPartitions, RowsWithTheSameStartGetTheSameNumber) {
+  EXPECT_TRUE(Renumber({{7, 20480, 8192}, {7, 2048, 4096}, {7, 2048, 2048}}));
+  EXPECT_EQ(log_[3], (LogLine{1, RowText("now", 2, 20480, 8192)}));
+  EXPECT_EQ(log_[4], (LogLine{1, RowText("now", 1, 2048, 4096)}));
+  EXPECT_EQ(log_[5], (LogLine{1, RowText("now", 1, 2048, 2048)}));
+}
+
+TEST_F(RenumberPartitions, LayoutThatCannotBeReadIsLogged) {
+  machine_.calls().FailOn(kGetLayout, 1, 21);
+  EXPECT_FALSE(Renumber({{7, 2048, 4096}}));
+  EXPECT_EQ(log_, (Log{{3, "IOCTL_DISK_GET_DRIVE_LAYOUT_EX Error: 21"}}));
+}
+
+TEST_F(RenumberPartitions, LayoutThatCannotBeWrittenIsLogged) {
+  machine_.calls().FailOn(kSetLayout, 1, 5);
+  EXPECT_FALSE(Renumber({{7, 2048, 4096}}));
+  EXPECT_EQ(log_.back(), (LogLine{3, "IOCTL_DISK_SET_DRIVE_LAYOUT_EX Error: 5"}));
+}
+
+TEST_F(RenumberPartitions, EmptyTableIsWrittenBackEmpty) {
+  EXPECT_TRUE(Renumber({}));
+  EXPECT_EQ(machine_.calls().Count(kSetLayout), 1U);
+  EXPECT_EQ(log_, Log{});
+}
+
+}  // namespace
