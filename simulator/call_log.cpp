@@ -27,6 +27,7 @@ DWORD CallLog::Note(std::string_view name, std::string_view detail, std::string_
   }
   calls_.push_back(
       {std::string(name), std::string(detail), std::string(arguments), error != ERROR_SUCCESS});
+  if (on_call) on_call(calls_.size());
   return error;
 }
 

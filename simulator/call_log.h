@@ -12,6 +12,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -57,6 +58,10 @@ class CallLog {
 
   // After `calls` further calls every call throws CallBudgetSpent.
   void SetBudget(std::size_t calls);
+
+  // Runs when a call has come, in front of what it does or of its failure. `number` is that of
+  // FailNumber.
+  std::function<void(std::size_t number)> on_call;
 
   const std::vector<Call>& calls() const { return calls_; }
   std::size_t Count(std::string_view pattern) const;

@@ -97,15 +97,20 @@ bool ImageOverlay::Zero(std::uint64_t offset, std::uint64_t length, const ReadIm
   });
 }
 
+std::vector<ByteRange> ImageOverlay::Pages() const {
+  std::vector<ByteRange> ranges;
+  for (const auto& [number, page] : pages_) ranges.push_back({number * kPageSize, kPageSize});
+  std::sort(ranges.begin(), ranges.end(),
+            [](const ByteRange& a, const ByteRange& b) { return a.offset < b.offset; });
+  return ranges;
+}
+
 std::vector<ByteRange> ImageOverlay::Changes(BlockDevice& image) const {
-  std::vector<std::uint64_t> numbers;
-  for (const auto& [number, page] : pages_) numbers.push_back(number);
-  std::sort(numbers.begin(), numbers.end());
   std::vector<ByteRange> ranges;
   std::array<std::byte, kPageSize> before;
   std::array<std::byte, kPageSize> after;
-  for (const std::uint64_t number : numbers) {
-    const std::uint64_t offset = number * kPageSize;
+  for (const ByteRange& page : Pages()) {
+    const std::uint64_t offset = page.offset;
     const auto length =
         static_cast<std::size_t>(std::min<std::uint64_t>(kPageSize, image.size() - offset));
     if (!image.Read(offset, std::span(before).first(length))) {

@@ -34,6 +34,10 @@ class ImageOverlay {
   // ascending, each range as long as it can be. Throws std::runtime_error when it cannot be read.
   std::vector<ByteRange> Changes(BlockDevice& image) const;
 
+  // Where it holds pages, also those that are as before: ascending, one range a page, the last one
+  // whole even where the image ends within it.
+  std::vector<ByteRange> Pages() const;
+
   // ---- For the device --------------------------------------------------------------------------
 
   // Lays the changed pages over `buffer`, which holds the image's bytes from `offset` on.

@@ -20,7 +20,7 @@ void CopyBlock(BackupBlock& record, std::uint64_t offset, const std::vector<std:
   record.offset = offset;
   if (bytes.empty()) return;
   record.data = new std::byte[bytes.size()];
-  std::ranges::copy(bytes, record.data);
+  std::copy(bytes.begin(), bytes.end(), record.data);
   record.length = bytes.size();
 }
 

@@ -22,14 +22,20 @@ constexpr char kLogsDrive = 'X';
 
 }  // namespace
 
-ConversionRun::ConversionRun(const std::filesystem::path& image) {
+ConversionRun::ConversionRun(const std::filesystem::path& image)
+    : ConversionRun(image.parent_path(), [&](auto& machine) { machine.AttachDisk(1, image); }) {}
+
+ConversionRun::ConversionRun(const std::filesystem::path& image, simulator::ImageOverlay& overlay)
+    : ConversionRun(image.parent_path(),
+                    [&](auto& machine) { machine.AttachDisk(1, image, overlay); }) {}
+
+ConversionRun::ConversionRun(const std::filesystem::path& folder, const Attach& attach) {
   testing_support::ResetProcessState();
   win32::SetLastError(ERROR_SUCCESS);  // some lines tell an error that is older than their cause
-  const std::filesystem::path folder = image.parent_path();
   std::filesystem::create_directories(folder / "logs");
   machine_.MapFolder(kLogsDrive, folder);
   machine_.MakeCurrent();
-  machine_.AttachDisk(1, image);
+  attach(machine_);
   machine_.on_script = [this](std::string_view script) { Note("script: " + Escaped(script)); };
   machine_.on_shell_line = [this](simulator::ShellRoute route, std::string_view line) {
     const bool direct = route == simulator::ShellRoute::kSystem;

@@ -22,6 +22,8 @@ class ConversionRun {
   // Attaches the image as disk 1 of a new machine, which becomes the current one. The logs folder
   // is X:\logs, "logs" next to the image. One run lives at a time.
   explicit ConversionRun(const std::filesystem::path& image);
+  // The same, but the image stays as it is: what is written is kept in `overlay`.
+  ConversionRun(const std::filesystem::path& image, simulator::ImageOverlay& overlay);
   ~ConversionRun();
   ConversionRun(const ConversionRun&) = delete;
   ConversionRun& operator=(const ConversionRun&) = delete;
@@ -36,6 +38,8 @@ class ConversionRun {
   // Asks the library for a stop, at once or when the transcript gets this line.
   void Stop() { sdk_->Stop(); }
   void StopAt(std::string_view line) { stop_line_ = line; }
+
+  VelkoraSDK* sdk() { return sdk_; }
 
   // The record as an application fills it, made when it is first asked for.
   velkora_image::DiskRecord& record();
@@ -56,6 +60,9 @@ class ConversionRun {
   std::function<void(const std::string& line)> on_line;
 
  private:
+  using Attach = std::function<void(simulator::SimulatedMachine& machine)>;
+
+  ConversionRun(const std::filesystem::path& folder, const Attach& attach);
   void Note(std::string line);
   static void HearLog(void* context, const char* module, int level, const char* text);
 
