@@ -52,8 +52,8 @@ bool IsAllowedName(std::string_view name) {
 }  // namespace
 
 std::string ToLowerAscii(std::string_view text) {
-  std::string lower;
-  for (const char character : text) lower += ToLowerAscii(character);
+  std::string lower(text);
+  for (char& character : lower) character = ToLowerAscii(character);
   return lower;
 }
 
@@ -63,7 +63,8 @@ char ToUpperAscii(char character) {
 }
 
 bool EqualsIgnoringCase(std::string_view left, std::string_view right) {
-  return ToLowerAscii(left) == ToLowerAscii(right);
+  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                    [](char one, char other) { return ToLowerAscii(one) == ToLowerAscii(other); });
 }
 
 bool StartsWithIgnoringCase(std::string_view text, std::string_view prefix) {

@@ -68,6 +68,7 @@ class Fat32Clusters {
   DWORD FindFree(std::size_t count, Fat32Chain& clusters);
   DWORD Append(Fat32Chain& chain, std::size_t count);
   DWORD NoteFree(std::int64_t change, std::uint32_t last_allocated);
+  DWORD FreePiece(const Fat32Chain& chain, std::size_t index, std::size_t count);
   DWORD ExpectFree(std::uint32_t first, std::size_t count);
   DWORD CopyPiece(const Fat32Chain& chain, std::size_t index, std::size_t count,
                   std::uint32_t target);

@@ -24,14 +24,26 @@ DWORD Fat32Clusters::Move(Fat32Chain chain, std::size_t index, std::size_t count
     if (error == ERROR_SUCCESS) {
       error = index == 0 ? head(target) : table_.Write(chain[index - 1], {&target, 1});
     }
-    const std::uint32_t free = 0;
-    for (std::size_t i = index; i < index + piece && error == ERROR_SUCCESS; ++i) {
-      error = table_.Write(chain[i], {&free, 1});
-      chain[i] = target++;
-    }
+    if (error == ERROR_SUCCESS) error = FreePiece(chain, index, piece);
     if (error != ERROR_SUCCESS) return error;
+    std::iota(chain.begin() + static_cast<std::ptrdiff_t>(index),
+              chain.begin() + static_cast<std::ptrdiff_t>(index + piece), target);
+    target += static_cast<std::uint32_t>(piece);
     index += piece;
     left -= piece;
+  }
+  return ERROR_SUCCESS;
+}
+
+// Neighbours go with one write.
+DWORD Fat32Clusters::FreePiece(const Fat32Chain& chain, std::size_t index, std::size_t count) {
+  const Fat32Chain free(count, 0);
+  for (const std::size_t end = index + count; index < end;) {
+    std::size_t length = 1;
+    while (index + length < end && chain[index + length] == chain[index] + length) ++length;
+    const DWORD error = table_.Write(chain[index], std::span(free).first(length));
+    if (error != ERROR_SUCCESS) return error;
+    index += length;
   }
   return ERROR_SUCCESS;
 }

@@ -1,6 +1,7 @@
 #include "shrink/fat32_free_space.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 #include <limits>
@@ -16,6 +17,7 @@ namespace {
 constexpr unsigned kMibShift = 20;
 constexpr std::uint64_t kByteBits = 8;
 constexpr std::uint64_t kWordBits = 64;
+constexpr std::size_t kBlockWords = 8;
 constexpr std::size_t kBitmapHeaderBytes = offsetof(VOLUME_BITMAP_BUFFER, Buffer);
 // Behind the bits: the header, and zero bytes to spare.
 constexpr std::uint64_t kBufferExtraBytes = 24;
@@ -32,11 +34,30 @@ std::uint64_t WordAt(std::span<const std::byte> bits, std::uint64_t index) {
   return word;
 }
 
+// Whether none of the eight words from the `index`-th on has a bit that is `set`.
+bool BlockHasNone(std::span<const std::byte> bits, std::uint64_t index, bool set) {
+  std::array<std::uint64_t, kBlockWords> words;
+  std::memcpy(words.data(), bits.data() + index * sizeof(std::uint64_t), sizeof words);
+  const std::uint64_t other = set ? 0 : ~std::uint64_t{0};
+  std::uint64_t different = 0;
+  for (const std::uint64_t word : words) different |= word ^ other;
+  return different == 0;
+}
+
+// The first word at or behind the `index`-th that may have a bit that is `set`: long runs are
+// passed by whole blocks.
+std::uint64_t SkipBlocks(std::span<const std::byte> bits, std::uint64_t index, bool set) {
+  const std::uint64_t whole_words = bits.size() / sizeof(std::uint64_t);
+  while (index + kBlockWords <= whole_words && BlockHasNone(bits, index, set)) index += kBlockWords;
+  return index;
+}
+
 // The first bit at or behind `position` that is `set`, or `end`.
 std::uint64_t FindBit(std::span<const std::byte> bits, std::uint64_t position, std::uint64_t end,
                       bool set) {
   std::uint64_t skipped = ~std::uint64_t{0} << position % kWordBits;
-  for (std::uint64_t index = position / kWordBits; index * kWordBits < end; ++index) {
+  for (std::uint64_t index = position / kWordBits; index * kWordBits < end;
+       index = SkipBlocks(bits, index + 1, set)) {
     const std::uint64_t word = WordAt(bits, index);
     const std::uint64_t found = (set ? word : ~word) & skipped;
     if (found != 0) {
