@@ -1,4 +1,5 @@
 // Files and devices of the seam, answered by the current simulated machine.
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -104,6 +105,12 @@ DWORD Seek(HandleObject& object, LONG low, const LONG* high, DWORD method,
   return ERROR_INVALID_PARAMETER;
 }
 
+std::string MoveText(const MOVE_FILE_DATA& request) {
+  return " vcn " + std::to_string(request.StartingVcn.QuadPart) + " lcn " +
+         std::to_string(request.StartingLcn.QuadPart) + " clusters " +
+         std::to_string(request.ClusterCount);
+}
+
 }  // namespace
 
 HANDLE CreateFileA(const char* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES*,
@@ -195,8 +202,13 @@ BOOL DeviceIoControl(HANDLE handle, DWORD code, void* in, DWORD in_size, void* o
   DWORD count = 0;
   if (returned == nullptr) returned = &count;
   *returned = 0;
-  const std::string arguments = Describe(machine, handle) + " in " + std::to_string(in_size) +
-                                " out " + std::to_string(out_size);
+  std::string arguments = Describe(machine, handle) + " in " + std::to_string(in_size) + " out " +
+                          std::to_string(out_size);
+  if (code == FSCTL_MOVE_FILE && in != nullptr && in_size >= sizeof(MOVE_FILE_DATA)) {
+    MOVE_FILE_DATA request;
+    std::memcpy(&request, in, sizeof request);
+    arguments += MoveText(request);
+  }
   if (FailsOnDemand(machine, "DeviceIoControl", CodeName(code), arguments)) return FALSE;
   HandleObject* object = machine.handles().Find(handle);
   if (object == nullptr) return ToResult(ERROR_INVALID_HANDLE);

@@ -20,8 +20,10 @@ class Velkora final : public VelkoraSDK {
   // `size_mib` MiB from its end. Sends status 5 first, also when no such volume exists. Returns
   // false when no record has that offset (logged "CompressPart End", level 1), when its file system
   // cannot be shrunk (the long text, level 1), or when the shrink failed ("Compress ntfs part
-  // fail!", level 3, behind the lines of the failing step). Writes to the volume and the partition
-  // table; undoes nothing on failure.
+  // fail!" or "Compress fat32 part fail!", level 3, behind the lines of the failing step). A FAT32
+  // volume whose partition number cannot be asked gives false too, with the lines of that query
+  // alone. Writes to the volume and the partition table; undoes nothing on failure. What the shrink
+  // of a FAT32 volume throws passes through (see CompressFat32Partition).
   bool CompressPart(std::uint64_t start_offset, std::uint64_t size_mib);
 
   // The caller's record, borrowed from Convert's start to its end.

@@ -59,7 +59,8 @@ struct VolumeInfo {
   // by this value alone: it must equal the partition's first sector times 512 exactly. A volume
   // whose offset is no partition's start is left out of everything that goes by partition.
   std::uint64_t offset;
-  // Allocation unit in bytes; needed for FAT32 only.
+  // Allocation unit in bytes; needed for FAT32 only, and taken as true there: a wrong one leaves
+  // files behind the volume's new end.
   std::uint32_t cluster_size;
   VolumeFileSystem filesystem;
   // Nonzero for the volume that holds the running system.
@@ -132,9 +133,13 @@ class VelkoraSDK {
   // below 128 MiB, a true secondary GPT header, and, after a stop, the letters. docs/host-guide.md
   // tells the rest. The backup ends with the process.
   //
-  // A converter is good for one conversion: a second Convert after a success fails in the backup. A
-  // disk whose metadata takes more than 256 pieces cannot be converted. FAT32 volumes are not
-  // shrunk yet.
+  // A converter is good for one conversion: a second one after a run that took a backup fails. A
+  // disk whose metadata takes more than 256 pieces cannot be converted.
+  //
+  // A FAT32 volume that has to give room has its files and folders moved; all of them lose their
+  // attributes for good, also when the conversion fails later. Not everything is carried over, and
+  // a rollback brings back none of what was written below the root directory: docs/host-guide.md
+  // tells which volumes should not be asked for room.
   virtual std::int32_t Convert(DiskInfo* disk, VelkoraCallback callback) = 0;
 
   // Asks for a stop, from any thread, and returns at once. A tool that runs is not interrupted. The
