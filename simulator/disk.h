@@ -36,6 +36,8 @@ class Disk {
   // failure the Windows error of the read, and nothing is kept.
   DWORD Layout(DiskLayout& layout);
   void Forget() { cached_.reset(); }
+  // Makes the system believe this layout, whatever the disk holds, until Forget.
+  void Believe(DiskLayout layout) { cached_ = std::move(layout); }
 
   // How many more times the disk's volumes are not there yet when somebody asks for one.
   std::uint32_t mount_delay = 0;

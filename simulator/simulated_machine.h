@@ -46,6 +46,8 @@ struct Switches {
   bool create_disk_makes_reserved_partition = false;
   // diskpart refuses `clean` on the disk of the running system.
   bool refuse_clean_of_system_disk = false;
+  // A CreateFile that fails gives null instead of INVALID_HANDLE_VALUE, as other ways to open do.
+  bool failed_open_gives_null = false;
   StoreSwitches store;
 };
 

@@ -62,14 +62,15 @@ HANDLE Open(const char* name, const std::string& path, DWORD access, DWORD share
   const std::string arguments = "access " + HexText(access) + " share " + HexText(share) +
                                 " disposition " + std::to_string(disposition) + " flags " +
                                 HexText(flags);
-  if (FailsOnDemand(machine, name, path, arguments)) return INVALID_HANDLE_VALUE;
+  const HANDLE none = machine.switches().failed_open_gives_null ? nullptr : INVALID_HANDLE_VALUE;
+  if (FailsOnDemand(machine, name, path, arguments)) return none;
   std::unique_ptr<HandleObject> object;
   bool existed = false;
   const DWORD error =
       simulator::OpenPath(machine, {path, access, disposition, flags}, object, existed);
   if (error != ERROR_SUCCESS) {
     SetLastError(error);
-    return INVALID_HANDLE_VALUE;
+    return none;
   }
   const HANDLE handle = machine.handles().Add(std::move(object));
   if (existed && (disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS)) {

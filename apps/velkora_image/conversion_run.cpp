@@ -1,6 +1,7 @@
 #include "apps/velkora_image/conversion_run.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <exception>
 #include <iostream>
@@ -17,7 +18,9 @@ namespace {
 
 constexpr std::size_t kErrorLines = 5;
 constexpr char kUnwrittenBlock[] = "[BackupRestore] Restore offset";
+constexpr char kUnreadMetadata[] = "[BackupRestore] ParseNtfsMftRecord: read ntfs meta error";
 constexpr char kLogsFolder[] = "X:";
+constexpr std::int32_t kFailed = 1;
 
 std::uint64_t RandomSeed() {
   std::random_device random;
@@ -38,6 +41,7 @@ ConversionRun::ConversionRun(simulator::SimulatedMachine& machine, const Convert
                              const std::filesystem::path& logs)
     : machine_(machine),
       options_(options),
+      logs_(logs),
       record_(machine, kImageDiskNumber),
       events_(options.events),
       log_(logs / "velkora-image.log", std::ios::binary | std::ios::app),
@@ -77,7 +81,7 @@ void ConversionRun::Run() {
 // A fault that reaches the application ends the conversion as failed.
 std::int32_t ConversionRun::CallLibrary() {
   const velkora::LogObserver observer{&HearLog, this};
-  std::int32_t result = 1;
+  std::int32_t result = kFailed;
   try {
     sdk_ = InitVelkoraSDK(nullptr, kLogsFolder, &observer, nullptr);
     if (sdk_ != nullptr) result = sdk_->Convert(&record_.disk(), &HearCallback);
@@ -92,6 +96,7 @@ std::int32_t ConversionRun::CallLibrary() {
 
 std::int32_t ConversionRun::HearCallback(std::int32_t kind, std::int32_t value) {
   ConversionRun& run = *current_;
+  run.begun_ = true;
   run.events_.Callback(kind, value);
   if (kind == kVelkoraKindPercent) run.progress_.Percent(value);
   if (kind == kVelkoraKindStatus) run.HearStatus(value);
@@ -115,11 +120,21 @@ void ConversionRun::HearStatus(std::int32_t status) {
   }
 }
 
+void ConversionRun::EndUntouched(const char* error) {
+  events_.Result(kFailed);
+  std::cerr << "velkora-image: " << options_.image.string()
+            << ": a part of a file system could not be read for the backup, so the conversion was "
+               "ended before anything was touched\n  "
+            << error << "\n  logs: " << logs_.string() << "\n";
+  std::_Exit(kFailed);
+}
+
 void ConversionRun::HearLog(void* context, const char* module, int level, const char* text) {
   ConversionRun& run = *static_cast<ConversionRun*>(context);
   run.events_.Log(level, text);
   run.log_ << "[" << level << "] [" << module << "] " << text << "\n" << std::flush;
   if (level != velkora::kLogError) return;
+  if (!run.begun_ && std::string_view(text).starts_with(kUnreadMetadata)) run.EndUntouched(text);
   if (std::string_view(text).starts_with(kUnwrittenBlock)) ++run.unwritten_blocks_;
   // The reason of a failure is not to be pushed out by what follows from it.
   if (run.rolling_back_ && !run.last_errors_.empty()) return;

@@ -20,13 +20,15 @@ namespace velkora_image {
 // The machine has the disk, its letters and the logs drive. One run at a time in a process.
 class ConversionRun {
  public:
-  // Opens the files for events and log. Throws InputError.
+  // Opens the files for events and log, the latter in the folder `logs`. Throws InputError.
   ConversionRun(simulator::SimulatedMachine& machine, const ConvertOptions& options,
                 const std::filesystem::path& logs);
   ~ConversionRun();
   ConversionRun(const ConversionRun&) = delete;
   ConversionRun& operator=(const ConversionRun&) = delete;
 
+  // Ends the process with status 1 when the backup holds zeros in place of what could not be read:
+  // nothing has been touched then, but any failure from there on would write them to the disk.
   void Run();
 
   bool converted() const { return result_ == 0; }
@@ -45,18 +47,21 @@ class ConversionRun {
   static std::int32_t HearCallback(std::int32_t kind, std::int32_t value);
   static void HearLog(void* context, const char* module, int level, const char* text);
   void HearStatus(std::int32_t status);
+  [[noreturn]] void EndUntouched(const char* error);
   std::int32_t CallLibrary();
 
   static ConversionRun* current_;  // the callback has no context
 
   simulator::SimulatedMachine& machine_;
   const ConvertOptions& options_;
+  std::filesystem::path logs_;
   DiskRecord record_;
   EventFile events_;
   std::ofstream log_;
   Progress progress_;
   VelkoraSDK* sdk_ = nullptr;
   std::int32_t result_ = 1;
+  bool begun_ = false;  // a callback has been heard
   std::int32_t last_stage_ = 0;
   bool rolling_back_ = false;
   bool rolled_back_ = false;

@@ -15,6 +15,7 @@
 #include "apps/velkora_image/input_error.h"
 #include "apps/velkora_image/logs_folder.h"
 #include "apps/velkora_image/partition_view.h"
+#include "apps/velkora_image/table_checks.h"
 
 namespace velkora_image {
 namespace {
@@ -34,8 +35,9 @@ void CheckOptions(const ConvertOptions& options) {
   }
 }
 
-void CheckDisk(const ConvertOptions& options, const DiskView& view) {
+void CheckDisk(const ConvertOptions& options, simulator::Disk& disk, const DiskView& view) {
   const std::string image = options.image.string();
+  CheckTable(disk.device(), view, options.system_letter.has_value());
   if (view.style == "raw") throw InputError(image + ": no partition table");
   if (view.style == options.target) {
     throw InputError("--to: " + image + " is " + StyleName(view) + " already");
@@ -95,9 +97,8 @@ bool IsLeftOutOfMbr(const PartitionView& partition) {
 }
 
 // Partitions that should be in the new table and are not. The library reports success with them
-// missing when it could not read the list again, or not to its end, behind a shrink; and when the
-// list of a GPT goes on behind an empty entry, where the library ends it. An entry of no length is
-// no partition.
+// missing when it could not read the list again, or not to its end, behind a shrink. An entry of no
+// length is no partition.
 std::vector<PartitionView> LostPartitions(const DiskView& before, const DiskView& after) {
   std::vector<PartitionView> lost;
   for (const PartitionView& partition : before.partitions) {
@@ -158,7 +159,7 @@ int Convert(const ConvertOptions& options) {
   CheckOptions(options);
   simulator::SimulatedMachine machine;
   simulator::Disk& disk = AttachImage(machine, options.image, simulator::Access::kReadWrite);
-  CheckDisk(options, ReadDiskView(machine, disk));
+  CheckDisk(options, disk, ReadDiskView(machine, disk));
   GiveLetters(machine, disk, options.letters);
   if (options.system_letter) CheckSystemVolume(machine, disk, *options.system_letter);
   LogsFolder logs(options.logs);

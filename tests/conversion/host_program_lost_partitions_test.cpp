@@ -11,7 +11,6 @@
 #include "conversion/host_program.h"
 #include "conversion/image_bytes.h"
 #include "conversion/mbr_disk.h"
-#include "conversion/tools.h"
 #include "conversion/volumes.h"
 
 namespace conversion {
@@ -21,7 +20,6 @@ using nlohmann::json;
 using ::testing::Contains;
 using ::testing::HasSubstr;
 using ::testing::Not;
-using ::testing::StartsWith;
 
 constexpr char kRescan[] = "script: rescan\\r\\n";
 
@@ -83,23 +81,6 @@ TEST_P(CutList, IsToldAsAFailureWithThePartitionsThatAreMissing) {
 }
 
 INSTANTIATE_TEST_SUITE_P(PartitionsRead, CutList, ::testing::Values(0, 1, 2));
-
-// The list of a GPT ends at its first empty entry.
-TEST_F(HostProgram, TellsWhatLiesBehindAnEmptyEntry) {
-  MakeDisk({{2048, 100351, kBasicData},
-            {100352, 200703, kBasicData},
-            {200704, 300031, kEfiSystem},
-            {300032, 400383, kBasicData}});
-  Tool({"sgdisk", "-d", "2", Image().string()});
-  const Outcome outcome = Run(ToMbr({}));
-  EXPECT_EQ(outcome.status, 1);
-  EXPECT_THAT(outcome.err,
-              StartsWith("velkora-image: disk.img: the disk is MBR now, but these partitions are "
-                         "not in the new table:\n"
-                         "  partition 3 (basic data)\n"
-                         "  logs: "));
-  EXPECT_EQ(ShownRows(Shown()), (std::vector<ShownRow>{{2048 * 512, 98304 * 512, "7"}}));
-}
 
 TEST_F(HostProgram, DoesNotMissWhatAnMbrLeavesOut) {
   MakeDisk({{2048, 100351, kEfiSystem},

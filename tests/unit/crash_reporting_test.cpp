@@ -248,6 +248,14 @@ TEST_F(DumpOnce, AnEarlierProcesssFileIsReplaced) {
   EXPECT_LT(LogsFileText(kDump).size(), 100'000U);
 }
 
+TEST_F(DumpOnce, ALogsFolderThatIsNoUtf8HasNoDump) {
+  GetGlobalContext().logs_folder = "X:\\\xFF";
+  std::uint8_t written = 7;
+  EXPECT_EQ(WriteDumpToLogsFolder(&pointers_, &written), -1);
+  EXPECT_EQ(written, 7);
+  EXPECT_EQ(machine_.calls().Count("CreateFileW"), 0U);
+}
+
 TEST_F(DumpOnce, AMissingLogsFolderHasNoDump) {
   GetGlobalContext().logs_folder = "X:\\missing";
   std::uint8_t written = 7;

@@ -118,6 +118,12 @@ TEST_F(Minidump, WithoutTheFileTheLibraryIsFreed) {
   EXPECT_TRUE(machine_.handles().Open().empty());
 }
 
+TEST_F(Minidump, APathThatIsNoUtf8OpensNothing) {
+  EXPECT_EQ(WriteDump(&pointers_, "X:\\logs\\\xFF.dmp", &written_), -1);
+  EXPECT_EQ(CallNames(), (Strings{"LoadLibraryW", "GetProcAddress", "FreeLibrary"}));
+  EXPECT_EQ(written_, 7);
+}
+
 TEST_F(Minidump, EachFailingCallInFrontOfTheWriterGivesTheSame) {
   for (const char* call : {"LoadLibraryW", "GetProcAddress", "CreateFileW"}) {
     machine_.calls().FailOn(call);

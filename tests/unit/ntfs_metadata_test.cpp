@@ -220,6 +220,16 @@ TEST_F(NtfsMetadata, ARunListThatLeavesAListedRecordIsAFault) {
   EXPECT_THROW(Run(), win32::Fault);
 }
 
+// The last record, in clusters of one sector, with a run that lacks the table's last sector.
+TEST_F(NtfsMetadata, ARunThatShortensTheTablesBlockIsReadAgain) {
+  const Bytes start = NtfsStart(32, 1);
+  PutRecord(15, MftRecordBytes().AddRuns(0x80, {0x11, 31, 32}).AddRuns(0x80, {0x11, 1, 100}));
+  EXPECT_EQ(ParseNtfsVolume(handle_, kVolume, std::as_bytes(std::span(start)), blocks_), 0);
+  EXPECT_EQ(Places(blocks_),
+            (PlaceMap{{kVolume, 512}, {kMft, 31 * 512}, {kVolume + 100 * 512, 512}}));
+  EXPECT_EQ(blocks_[kMft], testing_support::ReadBytes(disk_, kMft, 31 * 512));
+}
+
 // The record itself has moved then.
 TEST_F(NtfsMetadata, ARunThatEnlargesTheTablesBlockIsAFaultAtTheNextLook) {
   PutRecord(3, MftRecordBytes().AddRuns(0x80, {0x11, 8, 4}));
