@@ -76,7 +76,10 @@ std::int64_t Machine::Now() const {
   return state_->machine.time();
 }
 
+// A program that is named by its path has to be there.
 std::string Machine::ProgramWithBlank() const {
+  MakeFolder("with blank");
+  std::ofstream(state_->temp.path() / "with blank" / "tool.exe").close();
   return "X:\\with blank\\tool.exe";
 }
 
