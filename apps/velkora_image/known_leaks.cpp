@@ -1,5 +1,6 @@
 // Tells LeakSanitizer what the library leaves allocated on purpose: the partition offsets of a
-// converter that has been destroyed (see DestroyVelkoraSDK).
+// converter that has been destroyed, and the backup of one whose rollback could not open the disk
+// (see DestroyVelkoraSDK).
 
 extern "C" {
 const char* __lsan_default_suppressions();
@@ -7,7 +8,8 @@ const char* __lsan_default_options();
 }
 
 extern "C" const char* __lsan_default_suppressions() {
-  return "leak:velkora::GptPartitionOffsets\nleak:velkora::MbrPartitionOffsets\n";
+  return "leak:velkora::GptPartitionOffsets\nleak:velkora::MbrPartitionOffsets\n"
+         "leak:velkora::FillBackupStorage\n";
 }
 
 // Standard error belongs to the program.

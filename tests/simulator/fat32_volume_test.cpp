@@ -128,7 +128,8 @@ TEST_F(Fat32VolumeTest, OpensFoldersWithBackupSemanticsOnly) {
 }
 
 TEST_F(Fat32VolumeTest, NeitherMakesNorReplacesFilesByOpening) {
-  for (const DWORD disposition : {CREATE_NEW, CREATE_ALWAYS, OPEN_ALWAYS, TRUNCATE_EXISTING}) {
+  for (const DWORD disposition :
+       {DWORD{CREATE_NEW}, DWORD{CREATE_ALWAYS}, DWORD{OPEN_ALWAYS}, DWORD{TRUNCATE_EXISTING}}) {
     EXPECT_EQ(OpenFile("F:\\EMPTY", 0, GENERIC_WRITE, disposition), INVALID_HANDLE_VALUE);
     EXPECT_EQ(win32::GetLastError(), ERROR_NOT_SUPPORTED);
   }

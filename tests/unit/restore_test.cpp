@@ -218,8 +218,8 @@ TEST_F(Restore, APlaceThatIsNotReachedIsNotWritten) {
 }
 
 TEST_F(Restore, ABlockBehindTheDisksEndIsLoggedWithTheLow32BitsOfItsPlace) {
-  const std::uint64_t far = (std::uint64_t{5} << 32) + 0x1200;
-  EXPECT_EQ(Run({{far, Filled(512, 1)}}), 0);
+  const std::uint64_t beyond = (std::uint64_t{5} << 32) + 0x1200;
+  EXPECT_EQ(Run({{beyond, Filled(512, 1)}}), 0);
   EXPECT_EQ(Lines(3), (Strings{"[BackupRestore] Restore offset 0x1200 failed! write 512 bytes, "
                                "ret=0, error=27"}));
 }
