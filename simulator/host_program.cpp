@@ -58,6 +58,7 @@ std::vector<char*> Environment(std::string& language) {
 // Disk tools often live where an ordinary user's PATH does not look.
 bool Spawn(pid_t& child, const Redirections& redirections, std::vector<std::string>& argv) {
   std::vector<char*> arguments;
+  arguments.reserve(argv.size() + 1);
   for (std::string& word : argv) arguments.push_back(word.data());
   arguments.push_back(nullptr);
   std::string language = "LC_ALL=C";

@@ -66,7 +66,7 @@ CommandResult RunChkdsk(SimulatedMachine& machine, const std::vector<std::string
   Disk* disk = machine.FindDisk(extent.disk_number);
   if (disk == nullptr) return NotChecked("The volume lies on no disk.");
   Dismount(*volume);
-  const CommandResult result = ResultOf(RepairNtfs(disk->device(), extent.offset, extent.length));
+  CommandResult result = ResultOf(RepairNtfs(disk->device(), extent.offset, extent.length));
   machine.Mount(*volume);
   return result;
 }
