@@ -16,10 +16,10 @@ function(velkora_add_windows_test name)
   set_tests_properties(${name} PROPERTIES TIMEOUT 300)
 endfunction()
 
-# The library on the simulated machine, compiled for Windows. The machine's own tests run natively
-# alone: here they would take minutes of compilation to say the same again.
+# The library and the simulated machine, compiled for Windows.
 file(GLOB simulated_tests CONFIGURE_DEPENDS
-  ${tests}/support/*.cpp ${tests}/unit/*.cpp ${tests}/windows/conformance/*.cpp)
+  ${tests}/support/*.cpp ${tests}/unit/*.cpp ${tests}/simulator/*.cpp
+  ${tests}/windows/conformance/*.cpp)
 velkora_add_windows_test(velkora_tests ${simulated_tests}
   ${CMAKE_SOURCE_DIR}/apps/velkora_image/disk_record.cpp)
 target_precompile_headers(velkora_tests PRIVATE ${tests}/support/precompiled.h)
