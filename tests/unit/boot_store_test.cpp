@@ -171,7 +171,8 @@ TEST_F(RecoverBcd, ResultLogIsNeverRead) {
   Script(1);
   EXPECT_FALSE(velkora::RecoverBcd("C", "X", true, false));
   machine_.SetCommand("bcdboot", [this](auto&, const Texts&) {
-    std::filesystem::remove(LogsFile("BCDBOOT_result.log"));
+    std::error_code in_use;  // Windows keeps a file that the line's redirection has open
+    std::filesystem::remove(LogsFile("BCDBOOT_result.log"), in_use);
     return simulator::CommandResult{0, ""};
   });
   EXPECT_TRUE(velkora::RecoverBcd("C", "X", true, false));
