@@ -151,7 +151,11 @@ int fseek(std::FILE* file, std::int32_t offset, int origin) {
 
 std::int32_t ftell(std::FILE* file) {
   if (FailsOnDemand(SimulatedMachine::Current(), "ftell")) return -1;
+#ifdef _WIN32
+  const auto position = _ftelli64(file);  // its ftell wraps
+#else
   const auto position = std::ftell(file);
+#endif
   return position > std::numeric_limits<std::int32_t>::max() ? -1
                                                              : static_cast<std::int32_t>(position);
 }
