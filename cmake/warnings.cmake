@@ -17,8 +17,17 @@ if(VELKORA_SANITIZE)
   add_link_options(-fsanitize=${VELKORA_SANITIZE})
 endif()
 
-option(VELKORA_COVERAGE "Instrument for gcovr" OFF)
-if(VELKORA_COVERAGE)
-  add_compile_options(--coverage -fprofile-update=atomic)
-  add_link_options(--coverage)
-endif()
+# Only the library is counted: counters in the tests would only take time.
+option(VELKORA_COVERAGE "Count the library's lines and branches for gcovr" OFF)
+
+# Halves the time that a build takes. One build goes without it, so that each file is seen to include
+# what it needs.
+option(VELKORA_PRECOMPILE "Precompile the standard headers of the library and the machine" OFF)
+function(velkora_precompile target)
+  if(VELKORA_PRECOMPILE)
+    target_precompile_headers(${target} PRIVATE
+      <algorithm> <array> <cstdint> <filesystem> <functional> <limits> <map> <memory> <optional>
+      <span> <string> <string_view> <utility> <vector>
+      ${CMAKE_SOURCE_DIR}/src/platform/win32_types.h)
+  endif()
+endfunction()

@@ -25,9 +25,12 @@ DWORD CallLog::Note(std::string_view name, std::string_view detail, std::string_
     if (failure.remaining > 0) --failure.remaining;
     if ((again || now) && error == ERROR_SUCCESS) error = failure.error;
   }
-  calls_.push_back(
-      {std::string(name), std::string(detail), std::string(arguments), error != ERROR_SUCCESS});
-  if (on_call) on_call(calls_.size());
+  ++noted_;
+  if (keeps_calls) {
+    calls_.push_back(
+        {std::string(name), std::string(detail), std::string(arguments), error != ERROR_SUCCESS});
+  }
+  if (on_call) on_call(noted_);
   return error;
 }
 
@@ -37,7 +40,7 @@ void CallLog::FailOn(std::string_view pattern, std::size_t occurrence, DWORD err
 }
 
 void CallLog::FailNumber(std::size_t number, DWORD error, Repeat repeat) {
-  const std::size_t remaining = number > calls_.size() ? number - calls_.size() : 0;
+  const std::size_t remaining = number > noted_ ? number - noted_ : 0;
   failures_.push_back({std::string(), remaining, error, repeat});
 }
 
@@ -69,6 +72,7 @@ std::vector<std::string> CallLog::Lines() const {
 
 void CallLog::Clear() {
   calls_.clear();
+  noted_ = 0;
 }
 
 }  // namespace simulator

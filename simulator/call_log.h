@@ -59,6 +59,10 @@ class CallLog {
   // After `calls` further calls every call throws CallBudgetSpent.
   void SetBudget(std::size_t calls);
 
+  // Calls are kept to be read unless this is false; they are counted and made to fail in any case.
+  // For runs of very many calls that nobody reads.
+  bool keeps_calls = true;
+
   // Runs when a call has come, in front of what it does or of its failure. `number` is that of
   // FailNumber.
   std::function<void(std::size_t number)> on_call;
@@ -78,6 +82,7 @@ class CallLog {
   };
 
   std::vector<Call> calls_;
+  std::size_t noted_ = 0;  // since Clear()
   std::vector<Failure> failures_;
   std::size_t budget_ = static_cast<std::size_t>(-1);
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdio>
 
 namespace simulator {
@@ -42,10 +43,19 @@ void AppendUtf8(std::string& text, std::uint32_t code) {
   append(0x80 | (code & 0x3F));
 }
 
+// True for what may not stand in a name.
+constexpr std::array<bool, 256> kForbidden = [] {
+  std::array<bool, 256> forbidden{};
+  for (std::size_t control = 0; control < 0x20; ++control) forbidden[control] = true;
+  for (const char character : std::string_view("<>:\"|?*")) {
+    forbidden[static_cast<unsigned char>(character)] = true;
+  }
+  return forbidden;
+}();
+
 bool IsAllowedName(std::string_view name) {
   return std::none_of(name.begin(), name.end(), [](char character) {
-    const bool is_control = static_cast<unsigned char>(character) < 0x20;
-    return is_control || std::string_view("<>:\"|?*").find(character) != std::string_view::npos;
+    return kForbidden[static_cast<unsigned char>(character)];
   });
 }
 
@@ -74,6 +84,12 @@ bool StartsWithIgnoringCase(std::string_view text, std::string_view prefix) {
 std::string Utf16ToUtf8(const WCHAR* text) {
   std::string result;
   if (text == nullptr) return result;
+  const WCHAR* ascii_end = text;
+  while (*ascii_end != 0 && static_cast<std::uint16_t>(*ascii_end) < 0x80) ++ascii_end;
+  result.resize(static_cast<std::size_t>(ascii_end - text));
+  std::transform(text, ascii_end, result.begin(),
+                 [](WCHAR unit) { return static_cast<char>(unit); });
+  text = ascii_end;
   while (*text != 0) {
     std::uint32_t code = static_cast<std::uint16_t>(*text++);
     const std::uint32_t next = static_cast<std::uint16_t>(*text);
@@ -89,9 +105,9 @@ std::string Utf16ToUtf8(const WCHAR* text) {
 }
 
 std::string HexText(std::uint64_t value) {
-  std::array<char, 24> buffer{};
-  std::snprintf(buffer.data(), buffer.size(), "0x%llx", static_cast<unsigned long long>(value));
-  return buffer.data();
+  std::array<char, 18> buffer{'0', 'x'};
+  const auto end = std::to_chars(buffer.data() + 2, buffer.data() + buffer.size(), value, 16).ptr;
+  return {buffer.data(), end};
 }
 
 std::string_view FileNameOf(std::string_view path) {
@@ -101,6 +117,7 @@ std::string_view FileNameOf(std::string_view path) {
 
 std::optional<std::vector<std::string_view>> SplitPath(std::string_view path) {
   std::vector<std::string_view> names;
+  names.reserve(8);
   while (!path.empty()) {
     const std::string_view name = path.substr(0, path.find_first_of(kSeparators));
     path.remove_prefix(std::min(path.size(), name.size() + 1));

@@ -67,6 +67,7 @@ void ConversionRun::Run() {
     events_.Shell(route, line);
   };
   machine_.MakeCurrent();
+  machine_.calls().keeps_calls = !options_.failures.empty();
   for (const FailRequest& failure : options_.failures) {
     machine_.calls().FailOn(failure.call, failure.occurrence, failure.error);
   }

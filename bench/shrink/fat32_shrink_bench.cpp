@@ -103,6 +103,7 @@ void Shrink(const fs::path& image, std::uint64_t size_mib) {
   simulator::SimulatedMachine machine;
   machine.MapFolder('X', folder.path());
   simulator::Disk& disk = machine.AttachDisk(1, image);
+  machine.calls().keeps_calls = false;
   machine.MakeCurrent();
   velkora::GetGlobalContext().logs_folder = "X:";
   velkora::GetGlobalContext().is_system = 1;

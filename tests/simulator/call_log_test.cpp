@@ -26,6 +26,18 @@ TEST(CallLog, CountsByNameAndByDetail) {
   EXPECT_EQ(log.Count("DeviceIoControl/C"), 0u);
 }
 
+TEST(CallLog, CallsThatAreNotKeptAreCountedAndFail) {
+  CallLog log;
+  log.keeps_calls = false;
+  std::size_t last = 0;
+  log.on_call = [&last](std::size_t number) { last = number; };
+  log.FailNumber(2, ERROR_READ_FAULT);
+  EXPECT_EQ(log.Note("ReadFile"), ERROR_SUCCESS);
+  EXPECT_EQ(log.Note("ReadFile"), ERROR_READ_FAULT);
+  EXPECT_EQ(last, 2u);
+  EXPECT_TRUE(log.calls().empty());
+}
+
 TEST(CallLog, ADetailMayHoldASlash) {
   CallLog log;
   log.Note("CreateFileA", "X:/a");

@@ -11,3 +11,6 @@
 #include <span>
 #include <string>
 #include <vector>
+
+#include "platform/win32.h"
+#include "simulator/simulated_machine.h"
