@@ -61,6 +61,16 @@ TEST_F(Win32VolumesTest, WalksAllVolumesInTheOrderOfTheirArrival) {
   EXPECT_TRUE(machine_.handles().Open().empty());
 }
 
+TEST_F(Win32VolumesTest, AVolumeThatChangedItsNameAnswersByTheNewOneAlone) {
+  AttachGpt(1, {GptRow(kMegabyte, kMegabyte, 1)});
+  machine_.FindVolumeAt(1, kMegabyte)->path = GptVolumePath(2);
+  EXPECT_EQ(Walk(), std::vector<std::string>{Root(2)});
+  EXPECT_NE(Open(GptVolumePath(2)), INVALID_HANDLE_VALUE);
+  EXPECT_EQ(PathNames(Root(2)), std::string("C:\\\0\0", 5));
+  EXPECT_EQ(Open(GptVolumePath(1)), INVALID_HANDLE_VALUE);
+  EXPECT_EQ(win32::GetLastError(), ERROR_FILE_NOT_FOUND);
+}
+
 TEST_F(Win32VolumesTest, AWalkWithoutVolumesIsAtItsEnd) {
   std::array<char, MAX_PATH> name{};
   EXPECT_EQ(win32::FindFirstVolumeA(name.data(), MAX_PATH), INVALID_HANDLE_VALUE);

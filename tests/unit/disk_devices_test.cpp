@@ -72,6 +72,16 @@ TEST_F(GetDiskDevicePaths, ShorterPathBehindALongerOneHasNoTail) {
   EXPECT_EQ(paths, (Texts{"\\\\?\\a much longer path", "\\\\?\\second"}));
 }
 
+// Of the 2048 bytes of the detail four stand in front of the path and one ends it.
+TEST_F(GetDiskDevicePaths, PathThatDoesNotFitTheDetailIsLoggedAndLeftOut) {
+  first_.identity.interface_path = std::string(2044, 'p');
+  second_.identity.interface_path = std::string(2043, 'q');
+  Texts paths;
+  EXPECT_TRUE(velkora::GetDiskDevicePaths(paths));
+  EXPECT_EQ(paths, Texts{std::string(2043, 'q')});
+  EXPECT_EQ(log_, (Log{{3, "SetupDiGetDeviceInterfaceDetailA error 122"}}));
+}
+
 TEST_F(GetDiskDevicePaths, SetThatCannotBeOpenedIsLogged) {
   machine_.calls().FailOn("SetupDiGetClassDevsW", 1, 13);
   Texts paths;

@@ -102,6 +102,16 @@ TEST_F(CompressNtfsWithDiskpart, VolumeWithoutAPartitionNumberIsAFailureWithoutA
                        {3, "GetDeviceIndex Failed!"}}));
 }
 
+TEST_F(CompressNtfsWithDiskpart, VolumeThatCannotBeOpenedIsAFailureWithoutACode) {
+  machine_.calls().FailOn("CreateFileA", 1, ERROR_ACCESS_DENIED);
+  EXPECT_FALSE(Shrink(300));
+  EXPECT_EQ(error_code_, kUntouched);
+  EXPECT_EQ(runs_, Texts{});
+  EXPECT_EQ(log_, (Log{kBegin,
+                       {3, "open device failed, device_id: " + path_ + ", error_code: 5"},
+                       {3, "GetDeviceIndex Failed!"}}));
+}
+
 TEST_F(CompressNtfsWithDiskpart, LargestNumbersStandInPlainDecimal) {
   EXPECT_TRUE(velkora::CompressNtfsWithDiskpart(0xFFFFFFFF, 0xFFFFFFFF, path_, &error_code_, true));
   EXPECT_EQ(LogsFileText("DISKPART_compress_cmd.log"),
@@ -131,6 +141,14 @@ TEST_F(CompressNtfsWithDiskpart, RefusedElevationIsReportedWithStatusZero) {
   EXPECT_EQ(error_code_, 1416U);
   EXPECT_EQ(log_,
             (Log{kBegin, {3, "ShellExecuteExW fail"}, {3, "Compress Ntfs Partition Error! 0"}}));
+}
+
+TEST_F(CompressNtfsWithDiskpart, ExitStatusThatCannotBeHadIsReportedAsZero) {
+  machine_.calls().FailOn("GetExitCodeProcess");
+  EXPECT_FALSE(Shrink(300));
+  EXPECT_EQ(error_code_, 1416U);
+  EXPECT_EQ(runs_, Texts{"diskpart"});
+  EXPECT_EQ(log_, (Log{kBegin, {3, "Compress Ntfs Partition Error! 0"}}));
 }
 
 TEST_F(CompressNtfsWithDiskpart, TooSmallASizeIsTriedOnceMoreWithOneMiBMore) {
@@ -219,6 +237,30 @@ TEST_F(CompressNtfsWithDiskpart, StatusOneOfChkdskIsARepair) {
                        Ended(1),
                        {1, "CHKDSK Success!"},
                        kSuccess}));
+}
+
+TEST_F(CompressNtfsWithDiskpart, StatusZeroOfChkdskIsARepairToo) {
+  diskpart_ = {kDamaged};
+  chkdsk_ = {0};
+  EXPECT_TRUE(Shrink(300));
+  EXPECT_EQ(runs_, (Texts{"diskpart", "chkdsk", "diskpart"}));
+}
+
+// Damage that is still there does not start another repair.
+TEST_F(CompressNtfsWithDiskpart, VolumeIsRepairedOnce) {
+  diskpart_ = {kDamaged, kDamaged};
+  EXPECT_FALSE(Shrink(300));
+  EXPECT_EQ(error_code_, 1416U);
+  EXPECT_EQ(runs_, (Texts{"diskpart", "chkdsk", "diskpart"}));
+}
+
+// Nor does a size that is too small behind a repair start a retry.
+TEST_F(CompressNtfsWithDiskpart, TooSmallASizeBehindARepairIsNotTriedAgain) {
+  diskpart_ = {kDamaged, kTooSmall};
+  EXPECT_FALSE(Shrink(300));
+  EXPECT_EQ(error_code_, 1416U);
+  EXPECT_EQ(runs_, (Texts{"diskpart", "chkdsk", "diskpart"}));
+  EXPECT_EQ(log_.back(), (LogLine{3, "Compress Ntfs Partition Error! 0"}));
 }
 
 TEST_F(CompressNtfsWithDiskpart, AnyOtherStatusOfChkdskEndsTheRun) {

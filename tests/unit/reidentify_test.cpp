@@ -15,7 +15,6 @@ namespace {
 using testing_support::CallerRecord;
 using testing_support::LogLine;
 using testing_support::MachineTest;
-using testing_support::MbrEntry;
 using testing_support::SetText;
 using Log = std::vector<LogLine>;
 using Texts = std::vector<std::string>;
@@ -162,6 +161,17 @@ TEST_F(CheckAndUpdateVolumeId, LostPathIsFoundByItsPlaceAndReplacedWhole) {
   EXPECT_EQ(std::string(volume().volume_id, sizeof volume().volume_id), expected);
 }
 
+// With another signature on its disk a volume has another name.
+TEST_F(CheckAndUpdateVolumeId, VolumeThatChangedItsNameIsFound) {
+  SetText(volume().volume_id, PathAt(kSecondOffset));
+  testing_support::WriteMbr(disk_, {{7, 2048, 30720}, {7, 34816, 30720}}, {}, 2048, 0x5EC0DD15);
+  machine_.UpdateProperties(disk_);
+  ASSERT_NE(PathAt(kSecondOffset), StoredPath());
+  EXPECT_TRUE(Check());
+  EXPECT_EQ(StoredPath(), PathAt(kSecondOffset));
+  EXPECT_EQ(machine_.handles().Open(), Texts{});
+}
+
 TEST_F(CheckAndUpdateVolumeId, InvalidHandleErrorStartsTheSearchToo) {
   machine_.calls().FailOn("CreateFileA", 1, ERROR_INVALID_HANDLE);
   EXPECT_TRUE(Check());
@@ -282,101 +292,6 @@ TEST_F(LogDiskSerials, ListOfDisksThatFailsIsLogged) {
   EXPECT_FALSE(velkora::LogDiskSerials());
   EXPECT_EQ(log_, (Log{{3, "SetupDiGetClassDevs or SetupDiEnumDeviceInterfaces error 13"},
                        {3, "GetDiskDevicePaths Fail"}}));
-}
-
-constexpr char kGetLayout[] = "DeviceIoControl/IOCTL_DISK_GET_DRIVE_LAYOUT_EX";
-constexpr char kSetLayout[] = "DeviceIoControl/IOCTL_DISK_SET_DRIVE_LAYOUT_EX";
-
-// A disk of 64 MiB as number 1.
-class RenumberPartitions : public MachineTest {
- protected:
-  RenumberPartitions() : disk_(NewDisk(1, 64 * kMiB)) {}
-
-  bool Renumber(const std::vector<MbrEntry>& entries) {
-    testing_support::WriteMbr(disk_, entries);
-    machine_.UpdateProperties(disk_);
-    handle_ = velkora::GetDeviceHandleById("\\\\.\\PhysicalDrive1");
-    machine_.calls().Clear();
-    return velkora::RenumberPartitions(handle_);
-  }
-  // The first sectors of the table's four rows.
-  std::vector<std::uint32_t> FirstSectors() {
-    const testing_support::Sector sector = testing_support::ReadSector(disk_, 0);
-    std::vector<std::uint32_t> sectors(4);
-    for (std::size_t i = 0; i < 4; ++i) std::memcpy(&sectors[i], &sector[446 + 16 * i + 8], 4);
-    return sectors;
-  }
-
-  simulator::Disk& disk_;
-  HANDLE handle_ = INVALID_HANDLE_VALUE;
-};
-
-std::string RowText(const char* when, int number, std::uint64_t first_sector,
-                    std::uint64_t sector_count) {
-  return std::string(when) + " part number: " + std::to_string(number) +
-         ", start: " + std::to_string(first_sector * 512) +
-         ", length: " + std::to_string(sector_count * 512);
-}
-
-TEST_F(RenumberPartitions, NumbersFollowTheStarts) {
-  EXPECT_TRUE(Renumber({{7, 40960, 2048}, {7, 2048, 4096}, {7, 20480, 8192}}));
-  EXPECT_EQ(log_, (Log{{1, RowText("before", 1, 40960, 2048)},
-                       {1, RowText("before", 2, 2048, 4096)},
-                       {1, RowText("before", 3, 20480, 8192)},
-                       {1, RowText("now", 3, 40960, 2048)},
-                       {1, RowText("now", 1, 2048, 4096)},
-                       {1, RowText("now", 2, 20480, 8192)}}));
-}
-
-TEST_F(RenumberPartitions, WholeBufferGoesBothWays) {
-  EXPECT_TRUE(Renumber({{7, 2048, 4096}}));
-  EXPECT_EQ(machine_.calls().Lines(), (Texts{std::string(kGetLayout) + " disk 1 in 0 out 18624",
-                                             std::string(kSetLayout) + " disk 1 in 18624 out 0"}));
-}
-
-// A write is what tells that the rows were marked: the machine leaves unmarked ones as they are on
-// the disk, where somebody has cleared the table behind the system's back.
-TEST_F(RenumberPartitions, NumbersInOrderAreMarkedAndWrittenAllTheSame) {
-  testing_support::WriteMbr(disk_, {{7, 2048, 4096}, {7, 20480, 8192}});
-  machine_.UpdateProperties(disk_);
-  handle_ = velkora::GetDeviceHandleById("\\\\.\\PhysicalDrive1");
-  testing_support::Sector sector = testing_support::ReadSector(disk_, 0);
-  std::fill(sector.begin() + 446, sector.begin() + 510, std::uint8_t{0});
-  testing_support::WriteSector(disk_, 0, sector);
-  machine_.calls().Clear();
-  EXPECT_TRUE(velkora::RenumberPartitions(handle_));
-  EXPECT_EQ(machine_.calls().Count(kSetLayout), 1U);
-  EXPECT_EQ(FirstSectors(), (std::vector<std::uint32_t>{2048, 20480, 0, 0}));
-}
-
-TEST_F(RenumberPartitions, RowsWithoutANumberTakeNoPart) {
-  EXPECT_TRUE(Renumber({{0, 0, 0}, {7, 2048, 4096}, {5, 20480, 8192}}));
-  EXPECT_EQ(log_, (Log{{1, RowText("before", 1, 2048, 4096)}, {1, RowText("now", 1, 2048, 4096)}}));
-}
-
-TEST_F(RenumberPartitions, RowsWithTheSameStartGetTheSameNumber) {
-  EXPECT_TRUE(Renumber({{7, 20480, 8192}, {7, 2048, 4096}, {7, 2048, 2048}}));
-  EXPECT_EQ(log_[3], (LogLine{1, RowText("now", 2, 20480, 8192)}));
-  EXPECT_EQ(log_[4], (LogLine{1, RowText("now", 1, 2048, 4096)}));
-  EXPECT_EQ(log_[5], (LogLine{1, RowText("now", 1, 2048, 2048)}));
-}
-
-TEST_F(RenumberPartitions, LayoutThatCannotBeReadIsLogged) {
-  machine_.calls().FailOn(kGetLayout, 1, 21);
-  EXPECT_FALSE(Renumber({{7, 2048, 4096}}));
-  EXPECT_EQ(log_, (Log{{3, "IOCTL_DISK_GET_DRIVE_LAYOUT_EX Error: 21"}}));
-}
-
-TEST_F(RenumberPartitions, LayoutThatCannotBeWrittenIsLogged) {
-  machine_.calls().FailOn(kSetLayout, 1, 5);
-  EXPECT_FALSE(Renumber({{7, 2048, 4096}}));
-  EXPECT_EQ(log_.back(), (LogLine{3, "IOCTL_DISK_SET_DRIVE_LAYOUT_EX Error: 5"}));
-}
-
-TEST_F(RenumberPartitions, EmptyTableIsWrittenBackEmpty) {
-  EXPECT_TRUE(Renumber({}));
-  EXPECT_EQ(machine_.calls().Count(kSetLayout), 1U);
-  EXPECT_EQ(log_, Log{});
 }
 
 }  // namespace

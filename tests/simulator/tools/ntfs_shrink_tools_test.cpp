@@ -170,6 +170,29 @@ TEST_F(NtfsShrinkTools, SizeThatDoesNotFitChangesNothing) {
   EXPECT_TRUE(FileBytes(image_) == before_);
 }
 
+// The builder lets the first run end so; the second one is carried out, with one MiB more.
+TEST_F(NtfsShrinkTools, SizeThatIsTooSmallIsEnlargedAndShrunk) {
+  MakeDisk("dos");
+  AttachVolume();
+  machine_.calls().FailOn("command/diskpart", 1, 0x80070057);
+  EXPECT_TRUE(Shrink(20)) << LogsFileText("DISKPART_compress_result.log");
+  EXPECT_EQ(LogsFileText("DISKPART_compress_cmd.log"),
+            "sel disk 1\r\nsel partition 2\r\nshrink desired=21\r");
+  ExpectSoundVolume(79 * kMiB);
+  ExpectTable(79 * kMiB);
+}
+
+TEST_F(NtfsShrinkTools, RepairThatEndsAsTheBuilderWantsEndsTheRun) {
+  MakeDisk("dos");
+  RunOrFail({"ntfsfix", Volume()});  // leaves it scheduled
+  AttachVolume();
+  machine_.calls().FailOn("command/chkdsk", 1, 3);
+  EXPECT_FALSE(Shrink(20));
+  EXPECT_EQ(error_code_, 1425U);
+  EXPECT_EQ(machine_.calls().Count("command/diskpart"), 1U);
+  EXPECT_TRUE(FileBytes(image_) == before_);
+}
+
 TEST_F(NtfsShrinkTools, VolumeThatIsScheduledForACheckIsRepairedFirst) {
   MakeDisk("dos");
   RunOrFail({"ntfsfix", Volume()});  // leaves it scheduled
