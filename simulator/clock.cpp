@@ -1,6 +1,7 @@
 #include "simulator/clock.h"
 
 #include <algorithm>
+#include <condition_variable>
 #include <exception>
 #include <thread>
 #include <tuple>

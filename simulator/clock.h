@@ -6,7 +6,6 @@
 // same order each time, however long it takes.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <limits>

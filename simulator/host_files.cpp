@@ -1,8 +1,5 @@
 #include "simulator/host_files.h"
 
-#include <string>
-#include <vector>
-
 #include "simulator/text.h"
 
 namespace simulator {

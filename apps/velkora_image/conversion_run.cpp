@@ -1,7 +1,6 @@
 #include "apps/velkora_image/conversion_run.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <exception>
 #include <iostream>

@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <system_error>
 
 #include "apps/velkora_image/input_error.h"
 

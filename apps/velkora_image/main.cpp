@@ -1,4 +1,3 @@
-#include <cstdio>
 #include <exception>
 #include <iostream>
 #include <variant>

@@ -1,7 +1,6 @@
 #include "simulator/commands/shell.h"
 
 #include <fstream>
-#include <optional>
 #include <string>
 #include <vector>
 

@@ -1,7 +1,6 @@
 #include "simulator/storage/gpt_store.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <vector>
 

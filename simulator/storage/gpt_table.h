@@ -1,7 +1,6 @@
 // One copy of a GPT: a header and the entry array that it names.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <vector>

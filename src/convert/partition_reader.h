@@ -15,7 +15,8 @@ namespace velkora {
 bool ReadGptPartitions(HANDLE disk, GptPartitionList& rows);
 
 // Walks the chains of extended boot records (types 5 and 15). A record whose second row is neither
-// a link nor empty is read again without end.
+// a link nor empty is read again without end; a chain that comes back to one of its own records
+// throws std::bad_alloc.
 bool ReadMbrPartitions(HANDLE disk, MbrPartitionList& rows);
 
 }  // namespace velkora

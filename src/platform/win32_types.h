@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <ctime>
 #include <string>
 
 #ifdef _WIN32
@@ -35,7 +34,6 @@ using LONG = std::int32_t;
 using DWORD = std::uint32_t;
 using UINT = std::uint32_t;
 using LONGLONG = std::int64_t;
-using ULONGLONG = std::uint64_t;
 using DWORD64 = std::uint64_t;
 using HRESULT = std::int32_t;
 using errno_t = int;
@@ -134,7 +132,6 @@ inline constexpr UINT CP_ACP = 0;
 inline constexpr UINT CP_UTF8 = 65001;
 inline constexpr DWORD MB_ERR_INVALID_CHARS = 8;
 inline constexpr DWORD WC_ERR_INVALID_CHARS = 0x80;
-inline constexpr DWORD WC_NO_BEST_FIT_CHARS = 0x400;
 
 inline constexpr DWORD SEE_MASK_NOCLOSEPROCESS = 0x40;
 inline constexpr int SW_HIDE = 0;

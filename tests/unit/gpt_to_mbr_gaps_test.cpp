@@ -182,6 +182,7 @@ TEST_F(LogicalGaps, FailWhenTheListCannotBeReadAnew) {
   Begin(WithDistance(4, 2, 1));
   machine_.calls().FailOn("ReadFile", 2, 23);  // the first is that of the volume's boot sector
   EXPECT_FALSE(Ensure());
+  EXPECT_TRUE(rows_.empty());
   const Strings read_lines = {"3 Read Error: 23", "3 Get partitions Error!"};
   EXPECT_EQ(AllLines(), kShrinkLines + kRescanLines + read_lines);
 }

@@ -1,5 +1,10 @@
 // Conversions of GPT disks that hold the running system: the repair of the boot behind the table.
 #include <algorithm>
+#include <gtest/gtest.h>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
 
 #include "convert/gpt_to_mbr.h"
 #include "frame/global_context.h"
@@ -58,6 +63,13 @@ class SystemGptToMbr : public GptDiskTest {
 TEST_F(SystemGptToMbr, SendsPercentBeforeStatus) {
   EXPECT_TRUE(Run());
   EXPECT_EQ(Events(), kAll);
+}
+
+TEST_F(SystemGptToMbr, CallbackRunsOnTheThreadOfTheCaller) {
+  std::set<std::thread::id> threads;
+  testing_support::EventHook() = [&threads](Event) { threads.insert(std::this_thread::get_id()); };
+  EXPECT_TRUE(Run());
+  EXPECT_EQ(threads, std::set<std::thread::id>{std::this_thread::get_id()});
 }
 
 TEST_F(SystemGptToMbr, LogsTheRepairInOrder) {
@@ -137,6 +149,13 @@ TEST_F(SystemGptToMbr, AVolumeThatNeverAnswersIsPassedOver) {
 
 TEST_F(SystemGptToMbr, RecordWithoutASystemVolumeFails) {
   record_.volume(0).is_system = 0;
+  ExpectFailedRepair("3 system volume not found!");
+  EXPECT_TRUE(ToolLines().empty());
+  EXPECT_FALSE(ActiveRan());
+}
+
+TEST_F(SystemGptToMbr, RecordWithoutVolumesHasNoSystemVolume) {
+  record_.disk().volume_count = 0;
   ExpectFailedRepair("3 system volume not found!");
   EXPECT_TRUE(ToolLines().empty());
   EXPECT_FALSE(ActiveRan());

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "convert/partition_types.h"
+#include "disk/device_handle.h"
 #include "frame/global_context.h"
 #include "logging/log.h"
 #include "platform/win32.h"
@@ -23,7 +24,9 @@ using testing_support::MachineTest;
 using testing_support::MakeGptRow;
 using testing_support::ReadSector;
 using testing_support::Sector;
+using testing_support::WriteFat32BootSector;
 using testing_support::WriteGpt;
+using testing_support::WriteMbr;
 using testing_support::WriteSector;
 
 using Strings = std::vector<std::string>;
@@ -162,6 +165,36 @@ TEST_F(ReadGpt, AnArrayBehindTheDiskFailsTheRead) {
   WriteSector(disk_, 1, header);
   EXPECT_FALSE(Read());
   EXPECT_EQ(AllLines(), (Strings{"3 Read Error: 27"}));
+}
+
+TEST_F(ReadGpt, AnArrayAtANegativePositionFailsTheSeek) {
+  Sector header{};
+  header[78] = 0x40;  // sector 2^54, whose byte offset is the lowest negative number
+  WriteSector(disk_, 1, header);
+  EXPECT_FALSE(Read());
+  EXPECT_EQ(AllLines(), (Strings{"3 SetFilePointer Error: 131"}));
+  EXPECT_EQ(machine_.calls().Count("ReadFile"), 1U);
+}
+
+// A volume's handle answers a read behind the volume's end with no bytes, and with success.
+TEST_F(ReadGpt, ASectorOfWhichNothingIsReadCountsAsZeros) {
+  constexpr std::uint64_t kStart = 2048;
+  constexpr std::uint64_t kLength = 30720;
+  WriteMbr(disk_, {{12, kStart, kLength}});
+  WriteFat32BootSector(disk_, kStart, kLength);
+  Sector header{};
+  constexpr std::uint64_t kLastSector = kLength - 1;
+  std::memcpy(&header.at(72), &kLastSector, sizeof kLastSector);
+  WriteSector(disk_, kStart + 1, header);
+  Sector array{};
+  for (std::size_t i = 0; i < 4; ++i) Put(array, 128 * i, MakeGptRow(Entries(4)[i]));
+  WriteSector(disk_, kStart + kLastSector, array);
+  machine_.UpdateProperties(disk_);
+  HANDLE volume = GetDeviceHandleById(machine_.FindVolumeAt(1, kStart * 512)->path.c_str());
+  EXPECT_TRUE(ReadGptPartitions(volume, rows_));
+  CloseDeviceHandle(volume);
+  EXPECT_EQ(FirstSectors(), (Sectors{2048, 2049, 2050, 2051}));
+  EXPECT_TRUE(log_.empty());
 }
 
 // ---- Failures -----------------------------------------------------------------------------------

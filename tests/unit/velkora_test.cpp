@@ -125,6 +125,14 @@ TEST_F(Convert, TakesOverIsSystem) {
   EXPECT_EQ(GetGlobalContext().is_system, 0);
 }
 
+TEST_F(Convert, TakesOverIsSystemBeforeTheStyleIsCompared) {
+  MakeMbrDisk();
+  CallerRecord record(DiskType::kGpt);
+  record.disk().is_system = 1;
+  EXPECT_EQ(Run(record), 1);
+  EXPECT_EQ(GetGlobalContext().is_system, 1);
+}
+
 TEST_F(Convert, RefusesAGptRecordOfAnMbrDisk) {
   MakeMbrDisk();
   CallerRecord record(DiskType::kGpt);

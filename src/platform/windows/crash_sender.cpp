@@ -1,7 +1,6 @@
 // The crash sender: the vendor's own where its library is installed, otherwise one that keeps what
 // it was given.
 #include <cstddef>
-#include <string>
 #include <vector>
 
 #include "platform/crash_services.h"
