@@ -15,16 +15,13 @@
 #include "shrink/fat32_files.h"
 #include "shrink/fat32_free_space.h"
 #include "shrink/fat32_volume.h"
+#include "shrink/shortened_layout.h"
 #include "tools/diskpart.h"
 
 namespace velkora {
 namespace {
 
 constexpr std::uint32_t kBootSectorBytes = sizeof(Fat32BootSector);
-constexpr unsigned kMibShift = 20;
-constexpr std::uint64_t kSectorBytes = 512;
-// A disk with more rows than this cannot be shrunk: the layout does not fit the buffer.
-constexpr std::size_t kLayoutRows = 129;
 
 bool Fail(const char* message) {
   LogEx(kLogModule, kLogError, "%s", message);
@@ -36,29 +33,6 @@ bool FailWithError(const char* message) {
   LogEx(kLogModule, kLogError, "%s error_code: %d", message,
         static_cast<int>(win32::GetLastError()));
   return false;
-}
-
-bool GetLayout(HANDLE disk, LayoutBuffer& layout) {
-  DWORD returned = 0;
-  return win32::DeviceIoControl(disk, IOCTL_DISK_GET_DRIVE_LAYOUT_EX, nullptr, 0, layout.data(),
-                                layout.size(), &returned, nullptr) != FALSE;
-}
-
-// Shortens the partition in the layout. Its new sector count, or 0 if there is no such partition.
-std::uint64_t ShortenRow(LayoutBuffer& layout, std::uint32_t partition_number,
-                         std::uint64_t size_mib) {
-  std::uint64_t sectors = 0;
-  for (DWORD i = 0; i < layout.header().PartitionCount; ++i) {
-    PARTITION_INFORMATION_EX row = layout.row(i);
-    if (row.PartitionNumber != partition_number) continue;
-    const std::uint64_t length =
-        static_cast<std::uint64_t>(row.PartitionLength.QuadPart) - (size_mib << kMibShift);
-    row.PartitionLength.QuadPart = static_cast<LONGLONG>(length);
-    row.RewritePartition = TRUE;
-    layout.SetRow(i, row);
-    sectors = length / kSectorBytes;
-  }
-  return sectors;
 }
 
 bool SetTotalSectors(HANDLE volume, std::uint64_t sectors) {
@@ -80,9 +54,11 @@ bool SetTotalSectors(HANDLE volume, std::uint64_t sectors) {
 // partition holds, and never more.
 bool ShortenVolumeAndPartition(HANDLE disk, HANDLE volume, std::uint32_t partition_number,
                                std::uint64_t size_mib) {
-  LayoutBuffer layout(kLayoutRows);
+  LayoutBuffer layout(kShrinkLayoutRows);
   if (!GetLayout(disk, layout)) return FailWithError("Get Drive Layout Failed!");
-  if (!SetTotalSectors(volume, ShortenRow(layout, partition_number, size_mib))) return false;
+  // 0 for a partition that the layout does not have: written as it is.
+  const std::uint64_t sectors = ShortenPartition(layout, partition_number, size_mib);
+  if (!SetTotalSectors(volume, sectors)) return false;
   if (!ControlDisk(disk, IOCTL_DISK_SET_DRIVE_LAYOUT_EX, layout.data(), layout.size())) {
     return FailWithError("Set Drive Layout Failed!");
   }

@@ -4,10 +4,12 @@
 #include <cstring>
 
 #include "disk/device_handle.h"
+#include "disk/disk_control.h"
 #include "disk/drive_layout.h"
 #include "disk/raw_transfer.h"
 #include "logging/log.h"
 #include "platform/win32.h"
+#include "shrink/shortened_layout.h"
 
 namespace velkora {
 namespace {
@@ -16,22 +18,11 @@ constexpr std::uint32_t kBootSectorBytes = 512;
 constexpr std::size_t kTotalSectorsOffset = 40;  // 8 bytes, little-endian
 constexpr unsigned kMibShift = 20;
 constexpr unsigned kSectorShift = 9;
-// A disk with more rows than this cannot be shrunk: the layout does not fit the buffer.
-constexpr std::size_t kLayoutRows = 129;
 
 // Logs the last error of the step that failed.
 bool Fail(const char* step) {
   LogEx(kLogModule, kLogError, "%s: %d", step, static_cast<int>(win32::GetLastError()));
   return false;
-}
-
-bool Dismount(HANDLE volume) {
-  DWORD returned = 0;
-  if (win32::DeviceIoControl(volume, FSCTL_DISMOUNT_VOLUME, nullptr, 0, nullptr, 0, &returned,
-                             nullptr)) {
-    return true;
-  }
-  return Fail("FSCTL_DISMOUNT_VOLUME Error");
 }
 
 bool ShortenBootSector(HANDLE volume, std::uint64_t size_mib) {
@@ -52,37 +43,27 @@ bool ShortenBootSector(HANDLE volume, std::uint64_t size_mib) {
   return true;
 }
 
-bool ShortenPartition(HANDLE disk, std::uint32_t partition_number, std::uint64_t size_mib) {
-  LayoutBuffer layout(kLayoutRows);
-  DWORD returned = 0;
-  if (!win32::DeviceIoControl(disk, IOCTL_DISK_GET_DRIVE_LAYOUT_EX, nullptr, 0, layout.data(),
-                              layout.size(), &returned, nullptr)) {
-    return Fail("IOCTL_DISK_GET_DRIVE_LAYOUT_EX Error");
-  }
-  for (DWORD i = 0; i < layout.header().PartitionCount; ++i) {
-    PARTITION_INFORMATION_EX row = layout.row(i);
-    if (row.PartitionNumber != partition_number) continue;
-    row.PartitionLength.QuadPart = static_cast<LONGLONG>(
-        static_cast<std::uint64_t>(row.PartitionLength.QuadPart) - (size_mib << kMibShift));
-    row.RewritePartition = TRUE;
-    layout.SetRow(i, row);
-  }
+bool ShortenPartitionOnDisk(HANDLE disk, std::uint32_t partition_number, std::uint64_t size_mib) {
+  LayoutBuffer layout(kShrinkLayoutRows);
+  if (!GetLayout(disk, layout)) return Fail("IOCTL_DISK_GET_DRIVE_LAYOUT_EX Error");
+  ShortenPartition(layout, partition_number, size_mib);
   // The whole buffer goes back, whatever the number of rows in it.
-  if (!win32::DeviceIoControl(disk, IOCTL_DISK_SET_DRIVE_LAYOUT_EX, layout.data(), layout.size(),
-                              nullptr, 0, &returned, nullptr)) {
+  if (!ControlDisk(disk, IOCTL_DISK_SET_DRIVE_LAYOUT_EX, layout.data(), layout.size())) {
     return Fail("IOCTL_DISK_SET_DRIVE_LAYOUT_EX Error");
   }
   return true;
 }
 
 bool ShrinkOpenVolume(HANDLE disk, HANDLE volume, std::uint64_t size_mib) {
-  if (!Dismount(volume)) return false;
+  if (!ControlDisk(volume, FSCTL_DISMOUNT_VOLUME, nullptr, 0)) {
+    return Fail("FSCTL_DISMOUNT_VOLUME Error");
+  }
   if (!ShortenBootSector(volume, size_mib)) return false;
   std::uint32_t partition_number = 0;
   if (!GetDeviceIndexByHandle(volume, &partition_number, /*want_device=*/false)) {
     return Fail("GetDeviceIndexByHandle error");
   }
-  return ShortenPartition(disk, partition_number, size_mib);
+  return ShortenPartitionOnDisk(disk, partition_number, size_mib);
 }
 
 }  // namespace

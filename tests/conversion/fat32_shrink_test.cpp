@@ -174,6 +174,54 @@ TEST_P(Fat32Shrink, LongNamesStay) {
 INSTANTIATE_TEST_SUITE_P(Sizes, Fat32Shrink,
                          ::testing::Values(Sizes{48, 512, 5}, Sizes{400, 1024, 302}));
 
+// Each cluster size that a volume can have, by 5 MiB.
+class Fat32ClusterSizes : public Fat32VolumeTest,
+                          public ::testing::WithParamInterface<std::uint32_t> {
+ protected:
+  static constexpr std::uint64_t kTakenOff = 5;
+
+  // More clusters than the 65525 that FAT32 needs, also behind the shrink.
+  Fat32ClusterSizes() { MakeVolume(std::uint64_t{80'000} * GetParam() / kMib + 1, GetParam()); }
+
+  std::uint64_t Boundary() const { return Fat32VolumeTest::Boundary(kTakenOff); }
+  void ShrinkSoundly() {
+    EXPECT_TRUE(Shrink(kTakenOff));
+    EXPECT_EQ(errors(), std::vector<std::string>());
+    ExpectSound();
+  }
+};
+
+TEST_P(Fat32ClusterSizes, FilesMoveAndFoldersInFrontStay) {
+  AddFolder("folder");
+  AddFile("in front", 3 * cluster_bytes() + 1);
+  GoOnAt(Boundary() - 9);
+  AddFile("straddling", 30 * cluster_bytes());
+  AddFile("folder/behind", 7 * cluster_bytes() - 1);
+  AddFile("small", 1);
+  ShrinkSoundly();
+  EXPECT_EQ(MovedClusters(), 20U + 7 + 1);
+  EXPECT_EQ(RawWrites(), LastWrites());
+}
+
+// In clusters of 64 KiB no folder can move.
+class Fat32FolderClusterSizes : public Fat32ClusterSizes {};
+
+TEST_P(Fat32FolderClusterSizes, FoldersBehindTheNewEndMove) {
+  GoOnAt(Boundary() + 10);
+  AddFolder("folder");
+  AddFolder("folder/sub");
+  AddFile("folder/sub/file", 2 * cluster_bytes());
+  ShrinkSoundly();
+  EXPECT_EQ(MovedClusters(), 2U);
+  EXPECT_LE(FirstClusterOf("folder"), Boundary());
+  EXPECT_LE(FirstClusterOf("folder/sub"), Boundary());
+}
+
+INSTANTIATE_TEST_SUITE_P(From512BytesTo64Kib, Fat32ClusterSizes,
+                         ::testing::Values(512, 1024, 2048, 4096, 8192, 16384, 32768, 65536));
+INSTANTIATE_TEST_SUITE_P(From512BytesTo32Kib, Fat32FolderClusterSizes,
+                         ::testing::Values(512, 1024, 2048, 4096, 8192, 16384, 32768));
+
 class Fat32LargeShrink : public Fat32VolumeTest {};
 
 // In 168 folders, half of them behind the new end.

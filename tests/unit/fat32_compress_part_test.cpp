@@ -46,6 +46,16 @@ TEST_F(CompressFat32Part, ShrinksTheVolumeByItsPartitionNumber) {
   EXPECT_EQ(machine_.handles().Open(), Texts{});
 }
 
+TEST_F(CompressFat32Part, PartitionIsNotFoundByTheNumberOfTheDisk) {
+  constexpr std::uint64_t kOther = 43 * 2048 * 512;
+  testing_support::WriteMbr(disk_, {{7, 43 * 2048, 10 * 2048}, {12, 2048, kSectors}});
+  machine_.UpdateProperties(disk_);
+  ASSERT_EQ(Path(), volume_.volume_id);
+  EXPECT_TRUE(Compress());
+  EXPECT_EQ(machine_.FindVolumeAt(1, kStart)->extents.front().length, (kSectors - 2048) * 512);
+  EXPECT_EQ(machine_.FindVolumeAt(1, kOther)->extents.front().length, 10 * kMib);
+}
+
 TEST_F(CompressFat32Part, VolumeThatCannotBeOpenedForItsNumberEndsItWithoutAMessageOfItsOwn) {
   machine_.calls().FailOn("CreateFileA", 1, 32);
   EXPECT_FALSE(Compress());
@@ -72,6 +82,26 @@ TEST_F(CompressFat32Part, FullVolumeHasNoOtherMessage) {
   Add("\\filler", TotalClusters() - 1);
   EXPECT_FALSE(Compress());
   EXPECT_EQ(Lines(3), Texts{"Compress fat32 part fail!"});
+}
+
+TEST_F(CompressFat32Part, FreeClustersAmongTheFirstEightAreNoRoom) {
+  Add("\\low", 3);
+  Add("\\filler", TotalClusters() - 4);
+  ASSERT_LT(Chain("\\low").back(), 10U);
+  Remove("\\low");
+  EXPECT_FALSE(Compress());
+  EXPECT_EQ(Lines(3), Texts{"Compress fat32 part fail!"});
+  EXPECT_EQ(machine_.calls().Count("FindFirstFileW"), 0U);
+}
+
+// By the record a cluster has 2 MiB, so that one MiB is none: the file behind the new end stays.
+TEST_F(CompressFat32Part, ClusterSizeIsTheRecordsAndNotTheBootSectors) {
+  FillUpTo(TotalClusters() - 100);
+  Add("\\high", 50, 'h');
+  Remove("\\filler");
+  volume_.cluster_size = 2 * kMib;
+  EXPECT_TRUE(Compress());
+  EXPECT_EQ(machine_.calls().Count("DeviceIoControl/FSCTL_MOVE_FILE"), 0U);
 }
 
 }  // namespace

@@ -1,16 +1,16 @@
-// The walk over a mounted volume, and what it asks of the file system.
+// The walk over a mounted volume, and what is asked of the file system for the files it finds.
+#include "fat32_file_walk.h"
+
 #include <algorithm>
 #include <filesystem>
+#include <system_error>
 
-#include "fat32_mounted_volume.h"
 #include "platform/win32.h"
-#include "shrink/fat32_files.h"
-#include "shrink/narrow_path.h"
 
 namespace velkora {
 namespace {
 
-using testing_support::Fat32MountedVolume;
+using testing_support::FileWalk;
 using testing_support::LogLine;
 using Texts = std::vector<std::string>;
 using Log = std::vector<LogLine>;
@@ -19,25 +19,6 @@ using Pieces = std::vector<FileExtent>;
 
 constexpr char kSetAttributes[] = "SetFileAttributesW";
 constexpr char kGetPointers[] = "DeviceIoControl/FSCTL_GET_RETRIEVAL_POINTERS";
-
-class FileWalk : public Fat32MountedVolume {
- protected:
-  bool Enum() { return EnumFilePath(Path(), files_, directories_); }
-
-  // Behind the volume's path.
-  Texts Names(const std::vector<DirectoryEntry>& entries) {
-    Texts names;
-    for (const DirectoryEntry& entry : entries) {
-      const std::string path = NarrowPath(entry.path);
-      EXPECT_TRUE(path.starts_with(Path() + '\\')) << path;
-      names.push_back(path.substr(Path().size()));
-    }
-    return names;
-  }
-
-  std::vector<DirectoryEntry> files_;
-  std::vector<DirectoryEntry> directories_;
-};
 
 // ---- EnumFilePath ------------------------------------------------------------------------------
 
@@ -76,6 +57,12 @@ TEST_F(EnumFilePathTest, AttributesAreGoneForGood) {
   EXPECT_EQ(Files().SetAttributes("\\folder", kMarks), ERROR_SUCCESS);
   ASSERT_EQ(AttributesOf("\\folder\\file") & kMarks, kMarks);
   EXPECT_TRUE(Enum());
+  for (const simulator::Call& call : machine_.calls().calls()) {
+    if (call.name == kSetAttributes) {
+      EXPECT_EQ(call.arguments, "attributes 0x80");
+    }
+  }
+  EXPECT_EQ(machine_.calls().Count(kSetAttributes), 2U);
   constexpr DWORD kAll = kMarks | FILE_ATTRIBUTE_ARCHIVE;
   EXPECT_EQ(AttributesOf("\\folder\\file") & kAll, 0U);
   EXPECT_EQ(AttributesOf("\\folder") & kAll, 0U);
@@ -90,6 +77,12 @@ TEST_F(EnumFilePathTest, SystemVolumeInformationIsSkippedWithEverythingUnderIt) 
   EXPECT_EQ(Names(directories_), (Texts{"\\a", "\\a\\b"}));
   EXPECT_EQ(Names(files_), Texts{"\\a\\System Volume Information"}) << "a file of that name counts";
   EXPECT_EQ(machine_.calls().Count(kSetAttributes), 3U);
+}
+
+TEST_F(EnumFilePathTest, SystemVolumeInformationInOtherCaseIsAFolderLikeAnyOther) {
+  MakeFolder("\\SYSTEM VOLUME INFORMATION");
+  EXPECT_TRUE(Enum());
+  EXPECT_EQ(Names(directories_), Texts{"\\SYSTEM VOLUME INFORMATION"});
 }
 
 TEST_F(EnumFilePathTest, EntryThatVanishesIsSkippedSilently) {
@@ -147,6 +140,26 @@ TEST_F(EnumFilePathTest, FolderThatCannotBeListedThrowsAndLeavesTheListingsAbove
   const std::string text = ErrorText([this] { Enum(); }, ERROR_PATH_NOT_FOUND);
   EXPECT_NE(text.find("directory_iterator::directory_iterator"), std::string::npos) << text;
   EXPECT_EQ(machine_.handles().Open().size(), 1U);
+}
+
+TEST_F(EnumFilePathTest, FolderWhosePathTheCodePageLacksThrowsBeforeItIsTouched) {
+  Add("\\folder\\file", 1);
+  machine_.calls().FailOn("WideCharToMultiByte", 1, ERROR_NO_UNICODE_TRANSLATION);
+  try {
+    Enum();
+    FAIL() << "nothing has been thrown";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code().value(), ERROR_NO_UNICODE_TRANSLATION);
+  }
+  EXPECT_EQ(machine_.calls().Count(kSetAttributes), 0U);
+}
+
+TEST_F(EnumFilePathTest, PathsOfFilesAreNotMadeNarrow) {
+  Add("\\file", 1);
+  machine_.calls().Clear();
+  machine_.calls().FailOn("WideCharToMultiByte", 1, ERROR_NO_UNICODE_TRANSLATION);
+  EXPECT_TRUE(Enum());
+  EXPECT_EQ(files_.size(), 1U);
 }
 
 TEST_F(EnumFilePathTest, EachFolderIsListedWhenItIsReached) {
@@ -300,6 +313,15 @@ TEST_F(MoveFileDebrisTest, FileSystemMovesTheDataToTheFreeRuns) {
   EXPECT_EQ(Content("\\high"), std::string(20 * 512, 'h'));
 }
 
+TEST_F(MoveFileDebrisTest, RequestNamesTheLcnAndHasNoAnswer) {
+  machine_.calls().Clear();
+  Runs runs = {{100, 50}};
+  EXPECT_TRUE(MoveFileDebris(volume_, runs, debris_, kBoundary));
+  ASSERT_EQ(machine_.calls().calls().size(), 1U);
+  EXPECT_EQ(machine_.calls().calls()[0].arguments,
+            "volume " + Path() + " in 32 out 0 vcn 0 lcn 98 clusters 20");
+}
+
 TEST_F(MoveFileDebrisTest, FailedRequestIsLoggedAndWhatHasMovedStaysMoved) {
   Runs runs = {{100, 15}, {200, 1000}};
   machine_.calls().FailOn("DeviceIoControl/FSCTL_MOVE_FILE", 2, 1117);
@@ -315,60 +337,6 @@ TEST_F(MoveFileDebrisTest, RequestOfNoClustersIsRefusedByTheFileSystem) {
   EXPECT_FALSE(MoveFileDebris(volume_, runs, debris_, kBoundary));
   EXPECT_EQ(log_, (Log{{3, "Move File Failed! error_code: 87"}}));
   EXPECT_EQ(Chain("\\high").back(), 119U);
-}
-
-// ---- GetDirectoryDebris ------------------------------------------------------------------------
-
-class GetDirectoryDebrisTest : public FileWalk {
- protected:
-  bool Get() {
-    EXPECT_TRUE(Enum());
-    machine_.calls().Clear();
-    return GetDirectoryDebris(directories_, debris_);
-  }
-
-  std::vector<DirectoryDebris> debris_;
-};
-
-TEST_F(GetDirectoryDebrisTest, EachDirectoryHasARowForEachExtent) {
-  MakeFolder("\\small");
-  MakeFolder("\\large");
-  Add("\\wedge", 1);
-  // Names of two slots each: 14 entries fill a cluster.
-  for (int i = 0; i < 10; ++i) Add("\\large\\file number " + std::to_string(i), 0);
-  ASSERT_TRUE(Get());
-  const std::uint64_t small = Chain("\\small").front();
-  const simulator::Fat32Chain large = Chain("\\large");
-  ASSERT_EQ(large.size(), 2U);
-  ASSERT_NE(large[1], large[0] + 1);
-  EXPECT_EQ(debris_, (std::vector<DirectoryDebris>{{0, small, 0, 1, 0},
-                                                   {0, large[0], 0, 1, large[1]},
-                                                   {large[0], large[1], 1, 1, 0}}));
-  EXPECT_EQ(machine_.handles().Open(), Texts{});
-}
-
-TEST_F(GetDirectoryDebrisTest, DirectoriesAreOpenedPastTheCache) {
-  MakeFolder("\\folder");
-  ASSERT_TRUE(Get());
-  EXPECT_EQ(machine_.calls().calls()[0].arguments,
-            "access 0xc0000000 share 0x3 disposition 3 flags 0xa2000000");
-}
-
-TEST_F(GetDirectoryDebrisTest, DirectoryThatCannotBeOpenedFails) {
-  MakeFolder("\\folder");
-  EXPECT_TRUE(Enum());
-  machine_.calls().FailOn("CreateFileW", 1, 32);
-  EXPECT_FALSE(GetDirectoryDebris(directories_, debris_));
-  EXPECT_EQ(log_, Log{});
-}
-
-TEST_F(GetDirectoryDebrisTest, FailedQueryClosesTheHandleAndFails) {
-  MakeFolder("\\folder");
-  EXPECT_TRUE(Enum());
-  machine_.calls().FailOn(kGetPointers, 1, ERROR_HANDLE_EOF);
-  EXPECT_FALSE(GetDirectoryDebris(directories_, debris_));
-  EXPECT_EQ(machine_.handles().Open(), Texts{});
-  EXPECT_EQ(log_, Log{});
 }
 
 }  // namespace

@@ -98,19 +98,26 @@ TEST(AppendFreeRuns, NeedsNoMoreThanTheBytesOfTheClusters) {
   }
 }
 
+// Bytes alike for a while make whole words and blocks of words of one kind, single bytes of any
+// kind the edges; the while is short in some rounds and long in others.
+Bytes RandomBitmap(std::mt19937_64& random, std::uint64_t clusters) {
+  Bytes bitmap(clusters / 8 + 9);
+  const std::uint64_t changes = std::uint64_t{4} << random() % 8;
+  for (std::size_t i = 0; i < bitmap.size(); ++i) {
+    const std::uint64_t kind = i == 0 ? 2 : random() % changes;
+    bitmap[i] = kind == 0   ? static_cast<std::byte>(random())
+                : kind == 1 ? std::byte{0}
+                : kind == 2 ? std::byte{0xFF}
+                            : bitmap[i - 1];
+  }
+  return bitmap;
+}
+
 TEST(AppendFreeRuns, EqualsAPlainWalkOnRandomBitmaps) {
   std::mt19937_64 random(20261121);
   for (int round = 0; round < 3000; ++round) {
-    const std::uint64_t clusters = random() % 700;
-    Bytes bitmap(clusters / 8 + 9);
-    // Runs of bytes alike make whole words of one kind; single bits make the edges.
-    for (std::size_t i = 0; i < bitmap.size(); ++i) {
-      const auto kind = random() % 8;
-      bitmap[i] = kind == 0             ? static_cast<std::byte>(random())
-                  : kind == 1           ? std::byte{0}
-                  : kind == 2 || i == 0 ? std::byte{0xFF}
-                                        : bitmap[i - 1];
-    }
+    const std::uint64_t clusters = random() % 4000;
+    const Bytes bitmap = RandomBitmap(random, clusters);
     ASSERT_EQ(FreeRuns(bitmap, clusters), PlainFreeRuns(bitmap, clusters)) << round;
   }
 }
