@@ -1,4 +1,5 @@
 # The tests of the Windows build. They run through Wine, and need no other program.
+set(INSTALL_GTEST OFF CACHE BOOL "The package is of the library alone" FORCE)
 add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
 
 set(tests ${CMAKE_SOURCE_DIR}/tests)

@@ -6,9 +6,9 @@
 // that name, "DeviceIoControl/IOCTL_DISK_CREATE_DISK" those with that detail, "command/diskpart"
 // the runs of a tool. What only tells a number (GetLastError, GetCurrentThreadId) is not recorded.
 //
-// A call that fails on demand has no effect, but for fclose, which still closes. Its error becomes
-// the last error; _wfopen_s also returns it as its errno value, fopen leaves it in errno: EACCES
-// for ERROR_GEN_FAILURE.
+// A call that fails on demand has no effect, but for fclose, which still closes, and Sleep, which
+// cannot fail and waits. Its error becomes the last error; _wfopen_s also returns it as its errno
+// value, fopen leaves it in errno: EACCES for ERROR_GEN_FAILURE.
 #pragma once
 
 #include <cstddef>
@@ -71,6 +71,7 @@ class CallLog {
   std::size_t Count(std::string_view pattern) const;
   // "Name/detail arguments", one for each call.
   std::vector<std::string> Lines() const;
+  // Forgets the calls, and numbers the next one 1. Failures that were asked for stay.
   void Clear();
 
  private:

@@ -19,7 +19,8 @@ class Clock {
   static constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
 
   // A thread's place in virtual time. A thread that was not started here gets one at its first use
-  // of the clock.
+  // of the clock, and keeps it: nobody notices its end, and after it the others would wait for
+  // their turn for ever. So a thread that ends before the clock does is started here.
   struct Participant;
 
   Clock();

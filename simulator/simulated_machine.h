@@ -8,8 +8,12 @@
 //   machine.AttachDisk(1, "disk.img");
 //   machine.MakeCurrent();
 //
-// One machine is current at a time; all operations of platform/win32.h go to it. Calls may come
-// from several threads, one at a time.
+// One machine is current at a time; everything that the library asks of Windows goes to it. Calls
+// may come from several threads, one at a time; a thread of the application's own is started
+// through clock(). Nothing outlives the machine but its images, the folders mapped into it, and
+// what the library itself remembers until the process ends (a stop, its crash dump).
+//
+// docs/simulator-guide.md shows it at work.
 #pragma once
 
 #include <cstdint>
@@ -65,6 +69,7 @@ class SimulatedMachine {
 
   // ---- Setting up ------------------------------------------------------------------------------
 
+  // Looked at whenever they matter; automount already when a disk is attached.
   Switches& switches() { return switches_; }
 
   // Attaches an image as `\\.\PhysicalDrive<number>`; its volumes arrive and get letters as on a
@@ -88,6 +93,7 @@ class SimulatedMachine {
   // Gives `letter` to the volume that starts at `offset` of the disk, taking away what either had
   // before. Throws std::invalid_argument when there is no such volume.
   void SetLetter(std::uint32_t disk, std::uint64_t offset, char letter);
+  // Takes the letter from whoever has it, and forgets for whom it was.
   void RemoveLetter(char letter);
 
   // Puts a file on the volume that starts at `offset` of the disk: into the image of a FAT32
@@ -101,15 +107,21 @@ class SimulatedMachine {
   void SetSystemDisk(std::uint32_t number) { system_disk_ = number; }
   std::uint32_t system_disk() const { return system_disk_; }
 
-  // Replaces or adds a tool, found by `name` without ".exe" and without regard to case.
+  // Replaces or adds a tool, found by `name` without ".exe" and without regard to case. bcdboot,
+  // bcdedit, bootrec, bootsect, chkdsk and diskpart are there from the start.
   void SetCommand(std::string_view name, Command command);
   // What the shell runs, or null. `name` is a bare name, a name with ".exe", or a path to it, which
   // in a mapped folder needs a file of that name there; what the file holds does not matter.
   const Command* FindCommand(std::string_view name) const;
 
+  // The calendar's time in seconds since 1970, which stands still; clock() has the time that waits
+  // and tools take.
   void SetTime(std::int64_t seconds) { time_ = seconds; }
+  // Where the row of GUIDs begins that the machine makes up; machines make up the same row unless
+  // told otherwise.
   void SetGuidSeed(std::uint64_t seed) { guid_state_ = seed; }
 
+  // How long each tool takes.
   std::uint64_t command_milliseconds = 200;
 
   // How many runs of diskpart's `detail volume` on a disk fail after each change of its layout, as
@@ -129,6 +141,7 @@ class SimulatedMachine {
 
   // ---- Looking at it ---------------------------------------------------------------------------
 
+  // Every call, and the way to make calls fail.
   CallLog& calls() { return calls_; }
   // What the crash sender was told, and a way to play its vendor.
   CrashSender crash_sender;
@@ -136,11 +149,13 @@ class SimulatedMachine {
   std::set<std::FILE*> text_streams;
   // Virtual time: every tool takes `command_milliseconds` of it.
   Clock& clock() { return clock_; }
+  // What is still open: handles().Open().
   HandleTable& handles() { return handles_; }
   MountManager& mount_manager() { return mount_manager_; }
   char current_drive() const { return current_drive_; }
   std::int64_t time() const { return time_; }
 
+  // Null where there is no such disk or volume, here and below. A letter goes in either case.
   Disk* FindDisk(std::uint32_t number);
   std::list<Disk>& disks() { return disks_; }
   // All volumes in the order in which they arrived. A volume's address is good until it leaves.
@@ -156,6 +171,8 @@ class SimulatedMachine {
   }
 
   // ---- What the system does --------------------------------------------------------------------
+
+  // Also for a test that wants something done to a disk behind the application's back.
 
   // The kernel's answers to the disk control codes; each returns a Windows error. CreateDisk and
   // SetLayout write the table and let volumes leave and arrive accordingly: a partition whose start

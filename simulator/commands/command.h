@@ -13,8 +13,8 @@ namespace simulator {
 class SimulatedMachine;
 
 struct CommandResult {
-  DWORD exit_status = 0;
-  std::string output;  // console text, lines ending in CR LF
+  DWORD exit_status = 0;  // the tool's, all 32 bits of it
+  std::string output;     // console text, lines ending in CR LF; goes where the line redirects it
 };
 
 // `arguments` are the words behind the tool's name, without their quotes.
