@@ -20,18 +20,33 @@ endfunction()
 # The library and the simulated machine, compiled for Windows.
 file(GLOB simulated_tests CONFIGURE_DEPENDS
   ${tests}/support/*.cpp ${tests}/unit/*.cpp ${tests}/simulator/*.cpp
-  ${tests}/windows/conformance/*.cpp)
+  ${tests}/windows/conformance/*.cpp ${tests}/windows/conformance/disk/*.cpp
+  ${tests}/windows/conformance/program/*.cpp)
 velkora_add_windows_test(velkora_tests ${simulated_tests}
   ${CMAKE_SOURCE_DIR}/apps/velkora_image/disk_record.cpp)
 target_precompile_headers(velkora_tests PRIVATE ${tests}/support/precompiled.h)
 target_link_libraries(velkora_tests PRIVATE velkora_core velkora_simulator)
 
-# The same suite of the seam against Windows.
-file(GLOB conformance_tests CONFIGURE_DEPENDS
-  ${tests}/windows/conformance/*_test.cpp ${tests}/windows/conformance/windows/*.cpp)
-velkora_add_windows_test(velkora_conformance ${conformance_tests}
+# The same suite of the seam against Windows: a program to copy to a machine that has one. Here it
+# runs without a disk to wipe.
+set(conformance ${tests}/windows/conformance)
+file(GLOB conformance_sources CONFIGURE_DEPENDS
+  ${conformance}/*_test.cpp ${conformance}/disk/*.cpp
+  ${conformance}/program/*.cpp ${conformance}/windows/*.cpp)
+list(FILTER conformance_sources EXCLUDE REGEX "/program/[a-z_]*_test.cpp$")
+velkora_add_windows_test(velkora_conformance ${conformance_sources}
   ${tests}/support/temp_folder.cpp)
 target_link_libraries(velkora_conformance PRIVATE velkora_windows)
+target_link_options(velkora_conformance PRIVATE -s)
+set_target_properties(velkora_conformance PROPERTIES OUTPUT_NAME velkora-conformance)
+
+# What keeps a disk from being wiped by mistake.
+function(velkora_add_refusal_test name message)
+  add_test(NAME velkora_conformance_${name} COMMAND velkora_conformance ${ARGN})
+  set_tests_properties(velkora_conformance_${name} PROPERTIES PASS_REGULAR_EXPRESSION "${message}")
+endfunction()
+velkora_add_refusal_test(asks_for_erase "--disk 0: everything on that disk would be lost" --disk 0)
+velkora_add_refusal_test(finds_no_disk "--disk 97: there is no such disk" --disk 97 --erase)
 
 # The DLL, found beside the program.
 velkora_add_windows_test(dll_test ${tests}/windows/dll_test.cpp ${tests}/support/temp_folder.cpp)

@@ -59,6 +59,13 @@ TEST_F(SeamOpen, TruncateExistingWantsAFile) {
   EXPECT_EQ(ReadText("file"), "");
 }
 
+TEST_F(SeamOpen, FolderThatIsOpenedAsAFileIsError5) {
+  machine_.MakeFolder("folder");
+  const File folder(Open(Path("folder"), GENERIC_READ, OPEN_EXISTING));
+  EXPECT_FALSE(folder.is_open());
+  EXPECT_EQ(win32::GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+}
+
 TEST_F(SeamOpen, SuccessLeavesTheLastError) {
   WriteText("file", "text");
   win32::SetLastError(kUntouched);
