@@ -1,11 +1,13 @@
 #include "simulator/clock.h"
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <exception>
-#include <thread>
+#include <mutex>
 #include <tuple>
 #include <utility>
+#include <vector>
 
 namespace simulator {
 
@@ -22,10 +24,40 @@ struct Clock::Participant {
   std::exception_ptr error;
 };
 
-Clock::Clock() = default;
+// Outlives the clock, for threads that end after it.
+struct Clock::Life {
+  std::mutex mutex;
+  std::atomic<Clock*> clock;  // null behind its end; changed and used under the mutex
+};
+
+// The clocks in which a thread has a place without having been started there.
+struct Clock::Places {
+  ~Places() {
+    for (const auto& life : lives) {
+      const Lock lock(life->mutex);
+      if (life->clock != nullptr) life->clock.load()->Leave(std::this_thread::get_id());
+    }
+  }
+
+  void Add(const std::shared_ptr<Life>& added) {
+    std::erase_if(lives, [](const auto& life) { return life->clock == nullptr; });
+    lives.push_back(added);
+  }
+
+  std::vector<std::shared_ptr<Life>> lives;
+};
+
+Clock::Clock() : life_(std::make_shared<Life>()) {
+  life_->clock = this;
+}
 
 Clock::~Clock() {
-  Lock lock(mutex_);
+  Lock lock(life_->mutex);
+  // Other threads that were not started here are done with the clock, though they may hold the
+  // turn.
+  const auto is_guest = [](const Participant& place) { return !place.thread.joinable(); };
+  if (running_ != nullptr && is_guest(*running_)) running_ = nullptr;
+  participants_.remove_if(is_guest);
   Participant& self = Self(lock);
   closing_ = true;
   for (Participant& participant : participants_) {
@@ -38,21 +70,23 @@ Clock::~Clock() {
   for (Participant& participant : participants_) {
     if (participant.thread.joinable()) participant.thread.join();
   }
+  lock.lock();
+  life_->clock = nullptr;
 }
 
 std::uint64_t Clock::now() {
-  const Lock lock(mutex_);
+  const Lock lock(life_->mutex);
   return now_;
 }
 
 void Clock::Sleep(std::uint64_t milliseconds) {
-  Lock lock(mutex_);
+  Lock lock(life_->mutex);
   Participant& self = Self(lock);
   Block(lock, self, nullptr, now_ + milliseconds);
 }
 
 Clock::Participant* Clock::Start(std::function<void()> body) {
-  Lock lock(mutex_);
+  Lock lock(life_->mutex);
   Participant& self = Self(lock);
   Participant& started = participants_.emplace_back();
   MakeReady(started, /*timed_out=*/false);
@@ -63,7 +97,7 @@ Clock::Participant* Clock::Start(std::function<void()> body) {
 }
 
 void Clock::Join(Participant* participant) {
-  Lock lock(mutex_);
+  Lock lock(life_->mutex);
   Participant& self = Self(lock);
   while (!participant->done) Block(lock, self, participant, kNever);
   lock.unlock();
@@ -76,14 +110,14 @@ void Clock::Join(Participant* participant) {
 }
 
 bool Clock::WaitFor(const void* address, std::uint64_t deadline) {
-  Lock lock(mutex_);
+  Lock lock(life_->mutex);
   Participant& self = Self(lock);
   Block(lock, self, address, deadline);
   return !self.timed_out;
 }
 
 void Clock::Wake(const void* address) {
-  const Lock lock(mutex_);
+  const Lock lock(life_->mutex);
   for (Participant& participant : participants_) {
     if (!participant.ready && participant.address == address) MakeReady(participant, false);
   }
@@ -95,6 +129,8 @@ Clock::Participant& Clock::Self(Lock& lock) {
   for (Participant& place : participants_) {
     if (place.id == id && !place.done) return place;
   }
+  thread_local Places places;
+  places.Add(life_);
   Participant& place = participants_.emplace_back();
   place.id = id;
   place.order = ++order_;
@@ -161,7 +197,7 @@ void Clock::MakeReady(Participant& participant, bool timed_out) {
 
 void Clock::RunThread(Participant& self, const std::function<void()>& body) {
   {
-    Lock lock(mutex_);
+    Lock lock(life_->mutex);
     self.id = std::this_thread::get_id();
     TakeTurn(lock, self);
   }
@@ -170,13 +206,23 @@ void Clock::RunThread(Participant& self, const std::function<void()>& body) {
   } catch (...) {
     self.error = std::current_exception();
   }
-  const Lock lock(mutex_);
+  const Lock lock(life_->mutex);
   self.done = true;
   for (Participant& place : participants_) {
     if (!place.ready && place.address == &self) MakeReady(place, false);
   }
   running_ = nullptr;
   GiveTurn();
+}
+
+void Clock::Leave(std::thread::id id) {
+  const auto place = std::find_if(participants_.begin(), participants_.end(), [&](const auto& one) {
+    return one.id == id && !one.thread.joinable();
+  });
+  if (place == participants_.end()) return;
+  if (running_ == &*place) running_ = nullptr;
+  participants_.erase(place);
+  if (running_ == nullptr) GiveTurn();
 }
 
 }  // namespace simulator

@@ -10,7 +10,9 @@
 #include <functional>
 #include <limits>
 #include <list>
+#include <memory>
 #include <mutex>
+#include <thread>
 
 namespace simulator {
 
@@ -19,13 +21,14 @@ class Clock {
   static constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
 
   // A thread's place in virtual time. A thread that was not started here gets one at its first use
-  // of the clock, and keeps it: nobody notices its end, and after it the others would wait for
-  // their turn for ever. So a thread that ends before the clock does is started here.
+  // of the clock, and keeps it and its turn until it ends: while it waits for another thread by
+  // other means than the clock's, that one does not go on. So a thread that another one joins is
+  // best started and joined here.
   struct Participant;
 
   Clock();
-  // Ends every wait that is left, as if its deadline had come, and returns when the threads have
-  // ended.
+  // Ends every wait that is left, as if its deadline had come, and returns when the threads that
+  // were started here have ended. No other thread uses the clock any more.
   ~Clock();
   Clock(const Clock&) = delete;
   Clock& operator=(const Clock&) = delete;
@@ -45,6 +48,8 @@ class Clock {
 
  private:
   using Lock = std::unique_lock<std::mutex>;
+  struct Life;
+  struct Places;
 
   // The place of the calling thread.
   Participant& Self(Lock& lock);
@@ -55,8 +60,10 @@ class Clock {
   void GiveTurn();
   void MakeReady(Participant& participant, bool timed_out);
   void RunThread(Participant& self, const std::function<void()>& body);
+  // A thread that was not started here has ended. The caller holds the lock.
+  void Leave(std::thread::id id);
 
-  std::mutex mutex_;
+  const std::shared_ptr<Life> life_;  // its lock guards what follows
   std::list<Participant> participants_;
   Participant* running_ = nullptr;
   std::uint64_t now_ = 0;

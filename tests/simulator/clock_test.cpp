@@ -1,8 +1,10 @@
 #include "simulator/clock.h"
 
+#include <future>
 #include <gtest/gtest.h>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace simulator {
@@ -30,6 +32,33 @@ TEST(Clock, AStartedThreadRunsUntilItWaitsBeforeItsCreatorGoesOn) {
   events.push_back("creator");
   clock.Join(thread);
   EXPECT_EQ(events, (Events{"thread", "creator", "thread again"}));
+}
+
+TEST(Clock, AThreadThatWasNotStartedHereLeavesItsTurnBehindWhenItEnds) {
+  Clock clock;
+  std::thread([&] { clock.Sleep(5); }).join();
+  std::thread([&] { clock.Sleep(6); }).join();
+  clock.Sleep(7);
+  EXPECT_EQ(clock.now(), 18U);
+}
+
+TEST(Clock, AThreadMayEndAfterTheClock) {
+  std::promise<void> used;
+  std::promise<void> gone;
+  std::thread thread;
+  {
+    Clock clock;
+    thread = std::thread([&] {
+      clock.Join(clock.Start([] {}));
+      Clock own;
+      own.Sleep(1);
+      used.set_value();
+      gone.get_future().wait();
+    });
+    used.get_future().wait();
+  }
+  gone.set_value();
+  thread.join();
 }
 
 TEST(Clock, TheEarliestDeadlineGoesFirst) {
