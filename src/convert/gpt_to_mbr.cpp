@@ -154,7 +154,7 @@ bool EnsureLogicalGaps(Velkora& converter, GptPartitionList& rows) {
   bool shrunk = false;
   // In table order, not yet sorted: rows that are neighbours in the table are compared, and where
   // the two orders differ a shrink may be asked for that the disk does not need.
-  for (std::size_t i = kFirstCheckedRow; i < rows.size(); ++i) {
+  for (std::size_t i = kFirstCheckedRow;; ++i) {
     // The last pass has no row behind it and only looks at the flag.
     if (StopRequested()) return false;
     if (i + 1 == rows.size()) break;
