@@ -34,7 +34,8 @@ bool OnCrashEvent(std::uint32_t code, void* first, void* second);
 void AddLogFilesToReport();
 
 // The filter of every guard of the library: one dump in the life of the process. A failed dump is
-// tried again at the next fault. Returns EXCEPTION_EXECUTE_HANDLER whatever came of it.
+// tried again at the next fault. Returns EXCEPTION_EXECUTE_HANDLER whatever came of it; only for
+// lack of memory does it throw std::bad_alloc, which ends in the guard.
 LONG DumpOnceFilter(EXCEPTION_POINTERS* pointers);
 
 // WriteDump to the file of this version in the logs folder, in place of an earlier process's.

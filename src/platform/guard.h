@@ -20,7 +20,8 @@ struct Fault {
 [[noreturn]] void RaiseFault(DWORD code);
 
 // Looks at a fault before the guard takes it. It returns EXCEPTION_EXECUTE_HANDLER, always; the
-// pointers are good until it returns.
+// pointers are good until it returns. A C++ exception that leaves it, as for lack of memory, ends
+// in the guard, which takes the fault all the same.
 using GuardFilter = LONG (*)(EXCEPTION_POINTERS* pointers);
 
 // Calls `body` with `argument`. When a structured exception or any C++ exception leaves it, calls

@@ -60,6 +60,25 @@ TEST_F(GuardTest, TheInnerGuardTakesItAndTheOuterGoesOn) {
   EXPECT_EQ(codes.size(), 1u);
 }
 
+TEST_F(GuardTest, AFilterThatThrowsTakesItAllTheSame) {
+  const win32::GuardFilter filter = [](EXCEPTION_POINTERS* pointers) -> LONG {
+    Filter(pointers);
+    throw std::bad_alloc();
+  };
+  EXPECT_FALSE(win32::Guarded([] { win32::RaiseFault(EXCEPTION_ACCESS_VIOLATION); }, filter));
+  EXPECT_FALSE(win32::Guarded([] { throw 5; }, filter));
+  EXPECT_EQ(codes, (std::vector<DWORD>{EXCEPTION_ACCESS_VIOLATION, kCxxThrow}));
+}
+
+TEST_F(GuardTest, TheEndOfTheCallBudgetPassesTheFilterToo) {
+  machine_.calls().SetBudget(0);
+  const win32::GuardFilter filter = [](EXCEPTION_POINTERS*) -> LONG {
+    win32::GetLogicalDrives();
+    return EXCEPTION_EXECUTE_HANDLER;
+  };
+  EXPECT_THROW(win32::Guarded([] { throw 5; }, filter), simulator::CallBudgetSpent);
+}
+
 TEST_F(GuardTest, TheEndOfTheCallBudgetPasses) {
   machine_.calls().SetBudget(3);
   auto walk_for_ever = [] {

@@ -1,6 +1,7 @@
 #include "backup/backup_file.h"
 
 #include <cstdio>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>

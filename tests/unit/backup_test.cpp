@@ -1,6 +1,7 @@
 // The two entry points that take a backup.
 #include "backup/backup.h"
 
+#include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
@@ -130,6 +131,24 @@ TEST_F(Backup, TheDiskIsOpenedOnceWithoutBufferingAndClosed) {
   EXPECT_TRUE(machine_.handles().Open().empty());
 }
 
+TEST_F(Backup, TheDiskIsClosedBeforeTheFileIsWritten) {
+  Settle();
+  EXPECT_EQ(BackupDiskPartition(kDevice, {}, kPath), 0);
+  Strings names;
+  for (const simulator::Call& call : machine_.calls().calls()) {
+    if (names.empty() || names.back() != call.name) names.push_back(call.name);
+  }
+  EXPECT_EQ(names,
+            (Strings{"CreateFileA", "fopen", "ReadFile", "CloseHandle", "fwrite", "fclose"}));
+}
+
+TEST_F(Backup, TheDiskIsClosedBeforeTheBlocksAreStored) {
+  EXPECT_EQ(ToStorage(PutChain(128)), -18) << "there is one too many";
+  EXPECT_TRUE(machine_.handles().Open().empty());
+  EXPECT_EQ(ReleaseBackupData(storage_), 0);
+  storage_ = nullptr;
+}
+
 TEST_F(Backup, ABackupWritesNothingToTheDisk) {
   WriteGpt(disk_, {{kBasicDataGuid, 2048, 4095, 1}});
   const std::uint64_t written = disk_.device().bytes_written();
@@ -234,6 +253,23 @@ TEST_F(Backup, AReleasedStorageEndsInTheGuard) {
   EXPECT_EQ(ToStorage(), -18);
   EXPECT_EQ(Lines(3), (Strings{"[BackupRestore] [E] BackupDiskPartitionToStorage crash!"}));
   storage_ = nullptr;
+}
+
+// ---- A crash ------------------------------------------------------------------------------------
+
+TEST_F(Backup, ACrashAbandonsTheDiskAndTheFile) {
+  WriteMbr(disk_, {{7, 2048, 8192}});
+  testing_support::WriteBytes(disk_, kMiB, testing_support::Fat32Start({}));
+  testing_support::Bytes table(512);
+  testing_support::PutNumber(table, 8, 2, 4);  // the root folder leads to itself
+  testing_support::WriteBytes(disk_, kMiB + 4 * 512, table);
+  EXPECT_EQ(ToStorage({kMiB}), -18);
+  EXPECT_EQ(machine_.handles().Open(), (Strings{"disk 1"}));
+  EXPECT_EQ(storage_, nullptr);
+  EXPECT_EQ(BackupDiskPartition(kDevice, {kMiB}, kPath), -18);
+  EXPECT_EQ(machine_.handles().Open(), (Strings{"disk 1", "disk 1"}));
+  EXPECT_EQ(machine_.calls().Count("fopen"), 1U);
+  EXPECT_EQ(machine_.calls().Count("fclose"), 0U);
 }
 
 // ---- A disk or a file that cannot be opened -----------------------------------------------------

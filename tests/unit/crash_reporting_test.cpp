@@ -1,7 +1,9 @@
 #include "frame/crash_reporting.h"
 
 #include <algorithm>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -236,6 +238,25 @@ TEST_F(DumpOnce, AFaultAfterADumpThatNeverBeganTriesAgain) {
   EXPECT_EQ(Dumps(), 0U);
   EXPECT_EQ(DumpOnceFilter(&pointers_), 1);
   EXPECT_EQ(dump_written, 1);
+  EXPECT_TRUE(log_.empty());
+}
+
+// Wherever it runs out, up to the writing itself.
+TEST_F(DumpOnce, LackOfMemoryIsAFailedDumpAndTheGuardsHandlerRuns) {
+  for (std::size_t call = 1; call <= 4; ++call) {
+    SCOPED_TRACE(call);
+    dump_written = 0;
+    machine_.calls().Clear();
+    machine_.calls().on_call = [call](std::size_t number) {
+      if (number == call) throw std::bad_alloc();
+    };
+    auto body = [] { win32::RaiseFault(EXCEPTION_ACCESS_VIOLATION); };
+    EXPECT_FALSE(win32::Guarded(body, DumpOnceFilter));
+    EXPECT_EQ(dump_written, 0);
+    machine_.calls().on_call = nullptr;
+    EXPECT_FALSE(win32::Guarded(body, DumpOnceFilter)) << "the next fault tries again";
+    EXPECT_EQ(dump_written, 1);
+  }
   EXPECT_TRUE(log_.empty());
 }
 

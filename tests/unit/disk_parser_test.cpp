@@ -2,6 +2,8 @@
 #include "backup/disk_parser.h"
 
 #include <gtest/gtest.h>
+#include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -88,6 +90,34 @@ TEST_F(MbrParser, AnUnreadableFirstSectorIsLoggedWithItsCount) {
   machine_.calls().FailOn("ReadFile", 1, 23);
   EXPECT_EQ(Run(), -10);
   EXPECT_EQ(AllLines(), (Strings{"3 [BackupRestore] Parse read mbr failed. ret=0, error=23"}));
+  EXPECT_TRUE(blocks_.empty());
+}
+
+// A device that gives half of what is asked for and calls it a success.
+class HalvingDevice : public simulator::HandleObject {
+ public:
+  std::string Describe() const override { return "halving device"; }
+  DWORD Read(std::span<std::byte> buffer, DWORD& done) override {
+    done = static_cast<DWORD>(buffer.size() / 2);
+    return ERROR_SUCCESS;
+  }
+  DWORD Seek(std::int64_t distance, DWORD, std::uint64_t& position) override {
+    position = static_cast<std::uint64_t>(distance);
+    return ERROR_SUCCESS;
+  }
+};
+
+TEST_F(MbrParser, HalfOfAReadIsNone) {
+  HANDLE device = machine_.handles().Add(std::make_unique<HalvingDevice>());
+  win32::SetLastError(9);
+  EXPECT_EQ(Parse(device, {}, blocks_), -10);
+  EXPECT_EQ(ParseMBR(device, {}, blocks_), -10);
+  EXPECT_EQ(ParseGPT(device, {}, blocks_), -12);
+  EXPECT_EQ(ParseFileSystem(device, kMiB, blocks_), -13);
+  EXPECT_EQ(AllLines(), (Strings{"3 [BackupRestore] Parse read mbr failed. ret=256, error=9",
+                                 "3 [BackupRestore] ParseMBR read offs 0x0 error:9",
+                                 "3 [BackupRestore] ParseGPT: read header error 9",
+                                 "3 [BackupRestore] ParseFileSystem read offs 0x100000 error:9"}));
   EXPECT_TRUE(blocks_.empty());
 }
 
@@ -245,6 +275,23 @@ TEST_F(MbrParser, AVolumeThatStartsWithTheDisksLastSectorsIsUnreadable) {
   EXPECT_EQ(Run({kDiskSize - 3 * 512}), -13);
   EXPECT_EQ(AllLines(),
             (Strings{"3 [BackupRestore] ParseFileSystem read offs 0x3fffa00 error:27"}));
+}
+
+// In 32 bits of bytes both would lie on the disk.
+TEST_F(MbrParser, PlacesOf4GibAndMoreDoNotWrap) {
+  constexpr std::uint32_t k4GibSectors = 0x800000;
+  PutRecord(0, {{7, k4GibSectors + 2048}});
+  EXPECT_EQ(ParseMBR(handle_, {kMiB}, blocks_), 0);
+  EXPECT_EQ(Places(blocks_), (PlaceMap{{0, 512}}));
+  EXPECT_EQ(ParseMBR(handle_, {(std::uint64_t{k4GibSectors} + 2048) * 512}, blocks_), -13);
+  PutRecord(0, {{5, k4GibSectors + 4096}});
+  EXPECT_EQ(ParseMBR(handle_, {}, blocks_), -10);
+  PutRecord(0, {{5, 4096}});
+  PutRecord(4096, {{5, k4GibSectors}});
+  EXPECT_EQ(ParseMBR(handle_, {}, blocks_), -10);
+  EXPECT_EQ(AllLines(), (Strings{"3 [BackupRestore] ParseFileSystem read offs 0x100000 error:27",
+                                 "3 [BackupRestore] ParseMBR read offs 0x200000 error:27",
+                                 "3 [BackupRestore] ParseMBR read offs 0x200000 error:27"}));
 }
 
 TEST_F(MbrParser, AVolumeWhosePlaceIsNotReachedIsUnreadable) {

@@ -239,6 +239,11 @@ TEST_F(EnsureEfiRoom, FirstOfTwoGapsIsUsed) {
   ExpectEfiAtItsPlace(3, 200 * kMiB);
 }
 
+TEST_F(EnsureEfiRoom, GapBehind4GiBIsUsed) {
+  SetUpRows({Between(1, 5000), {7, 5300 * kMiB + 1, 100 * kMiB}});
+  ExpectEfiAtItsPlace(2, 5000 * kMiB);
+}
+
 TEST_F(EnsureEfiRoom, PositionIsNotRounded) {
   SetUpRows({{7, 2048, 12345}, Between(500, 600)});
   ExpectEfiAtItsPlace(2, 2048 + 12345);
@@ -263,6 +268,12 @@ TEST_F(EnsureEfiRoom, OneByteMoreAtTheEndIsEnough) {
   SetUpRows({Between(1, 100)});
   record_.disk().size = (400ULL << 20) + 1;  // 33 sectors behind it are not asked for
   ExpectEfiAtItsPlace(2, 100 * kMiB);
+}
+
+TEST_F(EnsureEfiRoom, EndOfTheDiskBehind4GiBIsUsed) {
+  SetUpRows({Between(1, 5000)});
+  record_.disk().size = (5300ULL << 20) + 1;
+  ExpectEfiAtItsPlace(2, 5000 * kMiB);
 }
 
 // The end is a sum of 32 bits: the row seems to end at 2 MiB, and the EFI row is put there.
@@ -319,6 +330,14 @@ TEST_F(EnsureEfiRoom, RowOfOneSectorMoreIsShrunk) {
   EXPECT_EQ(efi_position_, 2U);
   EXPECT_EQ(PlacesOf(rows_)[0], (RowPlace{kMiB, gib + 1 - 302 * kMiB}));
   EXPECT_EQ(PlacesOf(rows_)[1], (RowPlace{kMiB + gib + 1 - kEfiSectors, kEfiSectors}));
+}
+
+TEST_F(EnsureEfiRoom, RowOf4GiBAndAHalfIsLongEnough) {
+  SetUpRows({Between(1, 4609)}, false);
+  record_.disk().size = 4609ULL << 20;
+  EXPECT_FALSE(Run());
+  EXPECT_EQ(Events(), (std::vector<Event>{{0, 5}}));
+  EXPECT_EQ(LastLine(), "3 CompressPart fail!");
 }
 
 TEST_F(EnsureEfiRoom, FailedShrinkIsAFailure) {

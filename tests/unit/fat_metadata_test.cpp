@@ -287,6 +287,15 @@ TEST_F(Fat32Metadata, ARootClusterWhosePlaceIsNotReachedFails) {
   EXPECT_EQ(AllLines(), (Strings{"3 [BackupRestore] ParseFat32Volume: read root error 131"}));
 }
 
+// Its number times 512 needs more than 32 bits, and without the upper ones lies in the data.
+TEST_F(Fat32Metadata, ARootClusterBehind4GibIsNotTakenForOneInFront) {
+  FatFields fields = Root(0x800002);
+  fields.fats = 1;
+  fields.sectors_per_fat = 0x10001;
+  EXPECT_EQ(Run(fields, {0x0FFFFFFF}), -15);
+  EXPECT_EQ(AllLines(), (Strings{"3 [BackupRestore] ParseFat32Volume: read root error 27"}));
+}
+
 TEST_F(Fat32Metadata, ARootClusterBehindTheDiskFails) {
   FatFields fields = Root(1000);
   fields.sectors_per_cluster = 255;

@@ -1,6 +1,7 @@
 #include "frame/minidump.h"
 
 #include <cstring>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>

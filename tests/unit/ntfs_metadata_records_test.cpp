@@ -147,6 +147,15 @@ TEST_F(MftRecords, ARunOfExactlyTheCapAndALongerOneGiveTheCap) {
                                        {kVolume + 4 * kCluster, kCap}}));
 }
 
+TEST_F(MftRecords, LengthAndPlaceOf4GibAndMoreDoNotWrap) {
+  MftRecordBytes record;
+  record.AddRuns(0x80, {0x13, 1, 0, 0x10, 1}).AddRuns(0x80, {0x31, 1, 10, 0, 0x10});
+  EXPECT_EQ(Run(record), -16);
+  EXPECT_EQ(Places(blocks_),
+            (PlaceMap{{kVolume + kCluster, kCap}, {kVolume + 0x10000A * kCluster, kCluster}}));
+  EXPECT_EQ(AllLines(), (Strings{"3 [BackupRestore] ParseNtfsMftRecord: read ntfs meta error 27"}));
+}
+
 // Compared without a sign, a negative length is a long one.
 TEST_F(MftRecords, ANegativeLengthIsCapped) {
   EXPECT_EQ(Run(MftRecordBytes().AddRuns(0x80, {0x14, 0xFF, 0xFF, 0xFF, 0xFF, 1})), 0);

@@ -150,6 +150,19 @@ TEST_F(NtfsMetadata, ATableBehindTheDiskFailsTheVolume) {
   EXPECT_EQ(AllLines(), (Strings{"3 [BackupRestore] ParseNtfsVolume: read ntfs mft error 27"}));
 }
 
+// In 32 bits of bytes both would lie where the table and its records are.
+TEST_F(NtfsMetadata, ATableBehind4GibIsNotTakenForOneInFront) {
+  const Bytes start = NtfsStart(0x100004);
+  EXPECT_EQ(ParseNtfsVolume(handle_, kVolume, std::as_bytes(std::span(start)), blocks_), -16);
+  EXPECT_EQ(AllLines(), (Strings{"3 [BackupRestore] ParseNtfsVolume: read ntfs mft error 27"}));
+}
+
+TEST_F(NtfsMetadata, AListedRecordBehind4GibIsNotTakenForOneInFront) {
+  PutRecord(11, MftRecordBytes().AddIndexRoot({{0x400014, 16}}));
+  EXPECT_EQ(Run(), -16);
+  EXPECT_EQ(AllLines(), (Strings{"3 [BackupRestore] ParseNtfsVolume: read ntfs tmp error 27"}));
+}
+
 TEST_F(NtfsMetadata, AnUnreadableListedRecordFailsTheVolumeAndTheNextAreNotTried) {
   PutRecord(11, MftRecordBytes().AddIndexRoot({{20, 16}, {21, 16}, {22, 16}}));
   machine_.calls().FailOn("ReadFile", 3, 23);

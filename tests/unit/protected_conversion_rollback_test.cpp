@@ -1,6 +1,8 @@
 // The way back: its order, its three tries, and faults in front of it and within it.
 #include <gtest/gtest.h>
+#include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "backup/restore.h"
@@ -214,6 +216,26 @@ TEST_F(FaultInGpt, AFaultInTheConversionIsRolledBackAfterOneDump) {
   EXPECT_EQ(dump_written, 1);
   EXPECT_EQ(ReadBytes(disk_, 512, 33 * 512), before);
   EXPECT_TRUE(Lines(3).empty()) << "the guard itself says nothing";
+}
+
+TEST_F(FaultInGpt, AFaultWhoseDumpFindsNoMemoryIsRolledBackAllTheSame) {
+  const std::vector<std::byte> before = ReadBytes(disk_, 512, 33 * 512);
+  bool out_of_memory = false;
+  machine_.calls().on_call = [&out_of_memory](std::size_t) {
+    if (std::exchange(out_of_memory, false)) throw std::bad_alloc();
+  };
+  EventHook() = [&out_of_memory](Event event) {
+    if (event != Event{0, 4}) return;
+    out_of_memory = true;
+    win32::RaiseFault(EXCEPTION_ACCESS_VIOLATION);
+  };
+  EXPECT_FALSE(ConvertGptToMbr(converter_));
+  machine_.calls().on_call = nullptr;
+  EXPECT_EQ(Events(), Joined({{1, 0}, {0, 1}, {1, 20}, {0, 2}, {1, 40}, {0, 3}, {1, 60}, {0, 4}},
+                             kRolledBack));
+  EXPECT_EQ(Dumps(), 0U);
+  EXPECT_EQ(dump_written, 0);
+  EXPECT_EQ(ReadBytes(disk_, 512, 33 * 512), before);
 }
 
 TEST_F(FaultInGpt, AFaultInTheRollbackOfAFailureStartsItAgain) {

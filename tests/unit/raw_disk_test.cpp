@@ -3,6 +3,9 @@
 
 #include <array>
 #include <gtest/gtest.h>
+#include <memory>
+#include <span>
+#include <string>
 
 #include "platform/win32.h"
 #include "support/machine_test.h"
@@ -36,6 +39,74 @@ TEST_F(RawDisk, PlaceThatIsNotReachedTakesNothing) {
   machine_.calls().FailOn("SetFilePointerEx");
   EXPECT_EQ(WriteAt(handle_, 1024, sector), 0u);
   EXPECT_EQ(machine_.calls().Count("WriteFile"), 0u);
+}
+
+// A device that moves everything and reports a failure.
+class ComplainingDevice : public simulator::HandleObject {
+ public:
+  std::string Describe() const override { return "complaining device"; }
+  DWORD Read(std::span<std::byte> buffer, DWORD& done) override {
+    done = static_cast<DWORD>(buffer.size());
+    return 1117;
+  }
+  DWORD Write(std::span<const std::byte> data, DWORD& done) override {
+    done = static_cast<DWORD>(data.size());
+    return 1117;
+  }
+  DWORD Seek(std::int64_t distance, DWORD, std::uint64_t& position) override {
+    position = static_cast<std::uint64_t>(distance);
+    return ERROR_SUCCESS;
+  }
+};
+
+// A device whose position comes out one sector further on.
+class DriftingDevice : public ComplainingDevice {
+ public:
+  DWORD Seek(std::int64_t distance, DWORD, std::uint64_t& position) override {
+    position = static_cast<std::uint64_t>(distance) + 512;
+    return ERROR_SUCCESS;
+  }
+};
+
+// A device that moves half of what is asked for and calls it a success.
+class HalvingDevice : public ComplainingDevice {
+ public:
+  DWORD Read(std::span<std::byte> buffer, DWORD& done) override {
+    done = static_cast<DWORD>(buffer.size() / 2);
+    return ERROR_SUCCESS;
+  }
+  DWORD Write(std::span<const std::byte> data, DWORD& done) override {
+    done = static_cast<DWORD>(data.size() / 2);
+    return ERROR_SUCCESS;
+  }
+};
+
+TEST_F(RawDisk, HalfIsCountedAndIsNotAll) {
+  HANDLE device = machine_.handles().Add(std::make_unique<HalvingDevice>());
+  std::array<std::byte, 512> sector{};
+  EXPECT_EQ(ReadAt(device, 1024, sector), 256u);
+  EXPECT_FALSE(ReadAllAt(device, 1024, sector));
+  EXPECT_EQ(WriteAt(device, 1024, sector), 256u);
+}
+
+TEST_F(RawDisk, CountDecidesWhateverTheCallSays) {
+  HANDLE device = machine_.handles().Add(std::make_unique<ComplainingDevice>());
+  std::array<std::byte, 512> sector{};
+  EXPECT_EQ(ReadHere(device, sector), 512u);
+  EXPECT_EQ(ReadAt(device, 1024, sector), 512u);
+  EXPECT_TRUE(ReadAllAt(device, 1024, sector));
+  EXPECT_EQ(WriteAt(device, 1024, sector), 512u);
+}
+
+TEST_F(RawDisk, OtherPlaceThanAskedForTakesNothing) {
+  HANDLE device = machine_.handles().Add(std::make_unique<DriftingDevice>());
+  std::array<std::byte, 512> sector{};
+  machine_.calls().Clear();
+  EXPECT_EQ(ReadAt(device, 1024, sector), 0u);
+  EXPECT_FALSE(ReadAllAt(device, 1024, sector));
+  EXPECT_EQ(WriteAt(device, 1024, sector), 0u);
+  EXPECT_EQ(machine_.calls().Count("SetFilePointerEx"), 3u);
+  EXPECT_EQ(machine_.calls().calls().size(), 3u);
 }
 
 #ifndef _WIN32

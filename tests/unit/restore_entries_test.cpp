@@ -1,4 +1,5 @@
 // The three entry points of the way back: what they return, and what becomes of the backup.
+#include <fstream>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -207,6 +208,14 @@ TEST_F(RestoreEntry, ADamagedFileIsNamedAfterItsEntryPoint) {
   EXPECT_EQ(RestoreDiskPartition(kPath), -18);
   EXPECT_EQ(Lines(3), (Strings{"[BackupRestore] [E] RestoreDiskPartition crash!"}));
   EXPECT_EQ(dump_written, 1);
+}
+
+TEST_F(RestoreEntry, ADamagedFileStaysOpen) {
+  std::ofstream(folder_.path() / "disk.backup") << "x";
+  machine_.calls().Clear();
+  EXPECT_EQ(RestoreDiskPartition(kPath), -18);
+  EXPECT_EQ(machine_.calls().Count("fopen"), 1U);
+  EXPECT_EQ(machine_.calls().Count("fclose"), 0U);
 }
 
 // ---- The end of a backup ------------------------------------------------------------------------

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/guard.h"
 #include "platform/win32.h"
 #include "support/backup_disk_test.h"
 
@@ -229,6 +230,21 @@ TEST_F(Restore, ABlockAtTheEndOfTheNumbersIsLogged) {
   EXPECT_EQ(Run({{std::uint64_t{0} - 16384, Filled(16384, 1)}}), 0);
   EXPECT_EQ(Lines(3).size(), 1U);
   EXPECT_EQ(Count("WriteFile"), 0U);
+}
+
+// In front of the write, with the volume dismounted.
+TEST_F(Restore, ACrashAbandonsDiskVolumeAndBackup) {
+  PutTwoVolumes();
+  BackupStorage* storage = nullptr;
+  FillBackupStorage(&storage, kDevice, {{kMiB, Filled(512, 1)}});
+  machine_.calls().on_call = [](std::size_t number) {
+    if (number == 6) win32::RaiseFault(EXCEPTION_ACCESS_VIOLATION);
+  };
+  EXPECT_EQ(RestoreDiskPartitionFromStorage(storage), -18);
+  machine_.calls().on_call = nullptr;
+  EXPECT_EQ(Lines(3), (Strings{"[BackupRestore] [E] RestoreDiskPartitionFromStorage crash!"}));
+  EXPECT_EQ(machine_.handles().Open(), (Strings{"disk 1", std::string("volume ") + kFirstVolume}));
+  EXPECT_EQ(ReleaseBackupData(storage), 0);
 }
 
 }  // namespace

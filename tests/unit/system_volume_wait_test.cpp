@@ -313,6 +313,25 @@ TEST_F(WaitForSystemVolumeMount, ExceptionLeavesTheTimerToEndAtItsLimit) {
   EXPECT_EQ(log_, (Log{kStart, kTimeOut}));
 }
 
+// Its limit falls into the later wait, 60 seconds after that one's start.
+TEST_F(WaitForSystemVolumeMount, AbandonedTimerLeavesALaterWaitAlone) {
+#ifdef __SANITIZE_ADDRESS__
+  const __lsan::ScopedDisabler leaks_on_purpose;
+#endif
+  during_run_ = [](std::size_t) { throw std::bad_alloc(); };
+  EXPECT_THROW(Wait(), std::bad_alloc);
+  during_run_ = nullptr;
+  machine_.clock().Sleep(59800);
+  runs_.clear();
+  log_.clear();
+  answers_ = [](const std::string&, std::size_t run) { return run == 20 * 3 + 1; };
+  EXPECT_TRUE(Wait());
+  EXPECT_EQ(elapsed_, 20U * 3600U + 400U);
+  EXPECT_EQ(std::count(log_.begin(), log_.end(), kTimeOut), 1);
+  EXPECT_EQ(std::count(log_.begin(), log_.end(), kRetry), 20);
+  EXPECT_EQ(log_.back(), kEnd);
+}
+
 // ---- Failing tools ------------------------------------------------------------------------------
 
 TEST_F(WaitForSystemVolumeMount, ShellThatCannotBeStartedCountsAsNoAnswer) {

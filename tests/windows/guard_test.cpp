@@ -158,6 +158,20 @@ TEST_F(Guard, FaultBehindAnInnerGuardGoesToTheOuter) {
   EXPECT_EQ(seen[1].code, DWORD{EXCEPTION_ACCESS_VIOLATION});
 }
 
+TEST_F(Guard, FilterThatThrowsTakesItAllTheSame) {
+  const win32::GuardFilter filter = [](EXCEPTION_POINTERS* pointers) -> LONG {
+    Filter(pointers);
+    throw std::bad_alloc();
+  };
+  for (int i = 0; i < 1000; ++i) {
+    ASSERT_FALSE(win32::Guarded([] { ReadAt(BadAddress()); }, filter));
+    ASSERT_FALSE(win32::Guarded([] { throw std::runtime_error("text"); }, filter));
+  }
+  ASSERT_EQ(seen.size(), 2000u);
+  EXPECT_EQ(seen[1998].code, DWORD{EXCEPTION_ACCESS_VIOLATION});
+  EXPECT_EQ(seen[1999].code, kCxxThrow);
+}
+
 TEST_F(Guard, TakesFaultsAgainAndAgain) {
   for (int i = 0; i < 1000; ++i) {
     ASSERT_FALSE(win32::Guarded([] { ReadAt(BadAddress()); }, &Filter));

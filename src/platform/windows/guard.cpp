@@ -8,6 +8,7 @@ namespace {
 struct GuardedCall {
   void (*body)(void* argument);
   void* argument;
+  GuardFilter filter;
 };
 
 // A C++ exception ends here: on its way through the structured guard the unwinder would never come
@@ -22,11 +23,20 @@ bool RunAndTellOfThrow(void* guarded_call) {
   }
 }
 
+LONG AskFilter(void* guarded_call, EXCEPTION_POINTERS* pointers) {
+  const auto& call = *static_cast<const GuardedCall*>(guarded_call);
+  try {
+    return call.filter(pointers);
+  } catch (...) {
+    return EXCEPTION_EXECUTE_HANDLER;
+  }
+}
+
 }  // namespace
 
 bool RunGuarded(void (*body)(void* argument), void* argument, GuardFilter filter) {
-  GuardedCall call{body, argument};
-  return velkora_RunStructured(&RunAndTellOfThrow, &call, filter);
+  GuardedCall call{body, argument, filter};
+  return velkora_RunStructured(&RunAndTellOfThrow, &AskFilter, &call);
 }
 
 }  // namespace win32

@@ -5,11 +5,12 @@ static constexpr DWORD kCxxThrow = 0x20474343;
 
 // The stand-in for a throw is raised in this very frame: no frame of GCC's, whose runtime would
 // take the code for an exception of its own, lies between it and the handler.
-extern "C" bool velkora_RunStructured(bool (*body)(void* argument), void* argument,
-                                      LONG (*filter)(EXCEPTION_POINTERS* pointers)) {
+extern "C" bool velkora_RunStructured(bool (*body)(void* argument),
+                                      LONG (*filter)(void* argument, EXCEPTION_POINTERS* pointers),
+                                      void* argument) {
   __try {
     if (body(argument)) RaiseException(kCxxThrow, EXCEPTION_NONCONTINUABLE, 0, nullptr);
-  } __except (filter(GetExceptionInformation())) {
+  } __except (filter(argument, GetExceptionInformation())) {
     return false;
   }
   return true;

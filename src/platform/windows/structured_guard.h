@@ -7,7 +7,8 @@
 // clang-format on
 
 // Calls `body` under a structured guard. When it returns true, raises the exception that stands for
-// a C++ throw. True when nothing was raised; otherwise `filter` has been called, and said
-// EXCEPTION_EXECUTE_HANDLER.
-extern "C" bool velkora_RunStructured(bool (*body)(void* argument), void* argument,
-                                      LONG (*filter)(EXCEPTION_POINTERS* pointers));
+// a C++ throw. True when nothing was raised; otherwise `filter` has been called with the same
+// argument, and said EXCEPTION_EXECUTE_HANDLER. No C++ exception may leave either.
+extern "C" bool velkora_RunStructured(bool (*body)(void* argument),
+                                      LONG (*filter)(void* argument, EXCEPTION_POINTERS* pointers),
+                                      void* argument);
