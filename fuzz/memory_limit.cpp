@@ -1,5 +1,5 @@
-// A machine with little memory, so that a block of gigabytes, which the described behaviour asks
-// for where a boot sector says so, ends in std::bad_alloc and not in the fuzzer's own limit.
+// A machine with little memory, so that a block of gigabytes, which the library asks for where a
+// boot sector says so, ends in std::bad_alloc and not in the fuzzer's own limit.
 #include <atomic>
 #include <cstddef>
 #include <cstdlib>

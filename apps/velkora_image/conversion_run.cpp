@@ -55,6 +55,7 @@ ConversionRun::ConversionRun(simulator::SimulatedMachine& machine, const Convert
 ConversionRun::~ConversionRun() {
   machine_.on_script = nullptr;
   machine_.on_shell_line = nullptr;
+  velkora::InitLogEx(nullptr, velkora::kLogModule, /*observer=*/nullptr, nullptr);
   current_ = nullptr;
 }
 

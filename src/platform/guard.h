@@ -14,8 +14,7 @@ struct Fault {
 };
 
 // Raises a structured exception with `code` (an EXCEPTION_ value) at the place of the call. The
-// library calls it where the described behaviour would leave a buffer or use a released object, so
-// that nothing undefined happens and a guard further up sees the fault at that very point. The
+// library calls it where its rules would lead out of a buffer or to a released object, so that nothing undefined happens and a guard further up sees the fault at that very point. The
 // simulated machine throws `Fault` instead.
 [[noreturn]] void RaiseFault(DWORD code);
 
