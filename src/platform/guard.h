@@ -14,8 +14,9 @@ struct Fault {
 };
 
 // Raises a structured exception with `code` (an EXCEPTION_ value) at the place of the call. The
-// library calls it where its rules would lead out of a buffer or to a released object, so that nothing undefined happens and a guard further up sees the fault at that very point. The
-// simulated machine throws `Fault` instead.
+// library calls it where its rules would lead out of a buffer or to a released object, so that
+// nothing undefined happens and a guard further up sees the fault at that very point. The simulated
+// machine throws `Fault` instead.
 [[noreturn]] void RaiseFault(DWORD code);
 
 // Looks at a fault before the guard takes it. It returns EXCEPTION_EXECUTE_HANDLER, always; the
