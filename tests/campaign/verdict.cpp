@@ -8,20 +8,21 @@
 #include <utility>
 
 #include "campaign/tables.h"
+#include "conversion/control_calls.h"
 
 namespace campaign {
 namespace {
 
 using enum Step;
 using enum Verdict;
+using conversion::kCreateDisk;
+using conversion::kDeviceNumber;
+using conversion::kDismount;
+using conversion::kGetLayout;
+using conversion::kGetStyle;
+using conversion::kSetLayout;
+using conversion::kUpdate;
 
-constexpr char kGetStyle[] = "DeviceIoControl/IOCTL_DISK_GET_PARTITION_INFO_EX";
-constexpr char kGetLayout[] = "DeviceIoControl/IOCTL_DISK_GET_DRIVE_LAYOUT_EX";
-constexpr char kSetLayout[] = "DeviceIoControl/IOCTL_DISK_SET_DRIVE_LAYOUT_EX";
-constexpr char kCreateDisk[] = "DeviceIoControl/IOCTL_DISK_CREATE_DISK";
-constexpr char kUpdate[] = "DeviceIoControl/IOCTL_DISK_UPDATE_PROPERTIES";
-constexpr char kDeviceNumber[] = "DeviceIoControl/IOCTL_STORAGE_GET_DEVICE_NUMBER";
-constexpr char kDismount[] = "DeviceIoControl/FSCTL_DISMOUNT_VOLUME";
 
 struct Rule {
   Step step;

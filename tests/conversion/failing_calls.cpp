@@ -5,20 +5,13 @@
 #include <iterator>
 #include <string_view>
 
+#include "conversion/control_calls.h"
+
 namespace conversion {
 namespace {
 
 using enum Step;
 using enum LeftBehind;
-
-constexpr char kGetStyle[] = "DeviceIoControl/IOCTL_DISK_GET_PARTITION_INFO_EX";
-constexpr char kGetLayout[] = "DeviceIoControl/IOCTL_DISK_GET_DRIVE_LAYOUT_EX";
-constexpr char kSetLayout[] = "DeviceIoControl/IOCTL_DISK_SET_DRIVE_LAYOUT_EX";
-constexpr char kCreateDisk[] = "DeviceIoControl/IOCTL_DISK_CREATE_DISK";
-constexpr char kUpdate[] = "DeviceIoControl/IOCTL_DISK_UPDATE_PROPERTIES";
-constexpr char kDeviceNumber[] = "DeviceIoControl/IOCTL_STORAGE_GET_DEVICE_NUMBER";
-constexpr char kExtents[] = "DeviceIoControl/IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS";
-constexpr char kDismount[] = "DeviceIoControl/FSCTL_DISMOUNT_VOLUME";
 
 constexpr char kUpdateError[] = "DeviceIoControl with IOCTL_DISK_UPDATE_PROPERTIES error 31";
 constexpr char kScriptError[] = "File not open: X:\\logs\\DISKPART_cmd.log";

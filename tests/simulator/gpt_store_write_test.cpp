@@ -1,61 +1,31 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
-#include <zlib.h>
 
 #include "simulator/storage/gpt_store.h"
+#include "simulator/gpt_disk_fixture.h"
 #include "simulator/storage/gpt_table.h"
-#include "simulator/storage_disk.h"
 
 namespace simulator {
 namespace {
 
+using storage_testing::Crc;
 using storage_testing::GptLayout;
 using storage_testing::GptRequest;
 using storage_testing::GptRow;
+using storage_testing::Header;
+using storage_testing::kDiskSize;
 using storage_testing::kMiB;
+using storage_testing::kSectors;
 using storage_testing::MakeGuid;
 using storage_testing::MbrRequest;
+using storage_testing::ReadBack;
 using storage_testing::SameGuid;
+using storage_testing::Seal;
 using storage_testing::StorageDisk;
 using storage_testing::Write;
 
-constexpr std::uint64_t kDiskSize = 64 * kMiB;
-constexpr std::uint64_t kSectors = kDiskSize / 512;
-
-DiskLayout ReadBack(StorageDisk& disk) {
-  DiskLayout layout;
-  EXPECT_EQ(ReadLayout(disk.device(), layout), ERROR_SUCCESS);
-  EXPECT_EQ(layout.header.PartitionCount, layout.rows.size());
-  return layout;
-}
-
-std::uint32_t Crc(const std::vector<std::byte>& bytes, std::size_t length) {
-  return static_cast<std::uint32_t>(
-      crc32_z(0, reinterpret_cast<const Bytef*>(bytes.data()), length));
-}
-
-// Gives a header its right checksum after a change.
-void Seal(StorageDisk& disk, std::uint64_t sector, GptHeader header) {
-  header.header_crc = 0u;
-  std::vector<std::byte> bytes = disk.Sector(sector);
-  Store(header, bytes);
-  header.header_crc = Crc(bytes, header.header_size);
-  ASSERT_TRUE(disk.Put(sector, header));
-}
-
-GptHeader Header(StorageDisk& disk, std::uint64_t sector) {
-  return Load<GptHeader>(disk.Sector(sector));
-}
-
-class GptStoreWriteTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_EQ(CreateDisk(disk_.device(), GptRequest(1, 128)), ERROR_SUCCESS);
-  }
-
-  StorageDisk disk_{kDiskSize};
-};
+class GptStoreWriteTest : public storage_testing::GptDiskFixture {};
 
 // ---- SET layout ---------------------------------------------------------------------------------
 

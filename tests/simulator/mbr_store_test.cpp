@@ -11,27 +11,15 @@ namespace {
 
 using storage_testing::ChainLayout;
 using storage_testing::kMiB;
-using storage_testing::MbrLayout;
+using storage_testing::kSignature;
 using storage_testing::MbrRequest;
 using storage_testing::MbrRow;
+using storage_testing::OnePartition;
 using storage_testing::RawRequest;
+using storage_testing::ReadBack;
 using storage_testing::StorageDisk;
-using storage_testing::UnusedRow;
 using storage_testing::Write;
 
-constexpr DWORD kSignature = 0x1A2B3C4D;
-
-DiskLayout ReadBack(StorageDisk& disk) {
-  DiskLayout layout;
-  EXPECT_EQ(ReadLayout(disk.device(), layout), ERROR_SUCCESS);
-  EXPECT_EQ(layout.header.PartitionCount, layout.rows.size());
-  return layout;
-}
-
-DiskLayout OnePartition(BYTE type = 0x07) {
-  return MbrLayout(kSignature,
-                   {MbrRow(type, kMiB, 10 * kMiB), UnusedRow(), UnusedRow(), UnusedRow()});
-}
 
 // ---- CREATE_DISK --------------------------------------------------------------------------------
 

@@ -10,26 +10,16 @@ namespace {
 
 using storage_testing::ChainLayout;
 using storage_testing::kMiB;
+using storage_testing::kSignature;
 using storage_testing::MbrLayout;
 using storage_testing::MbrRow;
+using storage_testing::OnePartition;
+using storage_testing::ReadBack;
 using storage_testing::StorageDisk;
 using storage_testing::UnusedRow;
 using storage_testing::Write;
 
-constexpr DWORD kSignature = 0x1A2B3C4D;
 constexpr std::uint64_t kTiB = std::uint64_t{1} << 40;
-
-DiskLayout ReadBack(StorageDisk& disk) {
-  DiskLayout layout;
-  EXPECT_EQ(ReadLayout(disk.device(), layout), ERROR_SUCCESS);
-  EXPECT_EQ(layout.header.PartitionCount, layout.rows.size());
-  return layout;
-}
-
-DiskLayout OnePartition(BYTE type = 0x07) {
-  return MbrLayout(kSignature,
-                   {MbrRow(type, kMiB, 10 * kMiB), UnusedRow(), UnusedRow(), UnusedRow()});
-}
 
 // ---- SET layout ---------------------------------------------------------------------------------
 

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -89,6 +90,13 @@ inline simulator::DiskLayout MbrLayout(DWORD signature,
   return layout;
 }
 
+inline constexpr DWORD kSignature = 0x1A2B3C4D;
+
+inline simulator::DiskLayout OnePartition(BYTE type = 0x07) {
+  return MbrLayout(kSignature,
+                   {MbrRow(type, kMiB, 10 * kMiB), UnusedRow(), UnusedRow(), UnusedRow()});
+}
+
 // A container of `count` logical partitions of 1 MiB, each with its boot record 1 MiB in front of
 // it. The container starts at 1 MiB.
 inline simulator::DiskLayout ChainLayout(DWORD signature, std::uint64_t count) {
@@ -163,6 +171,14 @@ inline CREATE_DISK RawRequest() {
 inline DWORD Write(StorageDisk& disk, simulator::DiskLayout layout,
                    const simulator::StoreSwitches& switches = {}) {
   return simulator::WriteLayout(disk.device(), layout, switches);
+}
+
+// What the store reads of the disk now.
+inline simulator::DiskLayout ReadBack(StorageDisk& disk) {
+  simulator::DiskLayout layout;
+  EXPECT_EQ(simulator::ReadLayout(disk.device(), layout), ERROR_SUCCESS);
+  EXPECT_EQ(layout.header.PartitionCount, layout.rows.size());
+  return layout;
 }
 
 }  // namespace storage_testing

@@ -6,6 +6,7 @@
 
 #include "convert/gpt_to_mbr.h"
 #include "frame/global_context.h"
+#include "support/expected_events.h"
 #include "support/gpt_disk_test.h"
 
 namespace velkora {
@@ -15,16 +16,14 @@ using testing_support::Event;
 using testing_support::Events;
 using testing_support::GptDiskTest;
 using testing_support::GptEntry;
+using testing_support::kDataDiskEvents;
+using testing_support::kUpToChecking;
+using testing_support::kUpToClearing;
+using testing_support::kUpToCreating;
+using testing_support::kUpToWriting;
 
 using Strings = std::vector<std::string>;
 
-const std::vector<Event> kUpToChecking = {{1, 0}, {0, 1}};
-const std::vector<Event> kUpToClearing = {{1, 0}, {0, 1}, {1, 20}, {0, 2}};
-const std::vector<Event> kUpToCreating = {{1, 0}, {0, 1}, {1, 20}, {0, 2}, {1, 40}, {0, 3}};
-const std::vector<Event> kUpToWriting = {{1, 0},  {0, 1}, {1, 20}, {0, 2},
-                                         {1, 40}, {0, 3}, {1, 60}, {0, 4}};
-const std::vector<Event> kAll = {{1, 0}, {0, 1},  {1, 20}, {0, 2},   {1, 40},
-                                 {0, 3}, {1, 60}, {0, 4},  {1, 100}, {0, 7}};
 
 class FailingGptToMbr : public GptDiskTest {
  protected:
@@ -95,7 +94,7 @@ TEST_F(FailingGptToMbr, TheFirstFailedUpdateOfPropertiesIsPassedOver) {
   SetUpDisk(SpacedEntries(2));
   FailControl("IOCTL_DISK_UPDATE_PROPERTIES", 1, 1117);
   EXPECT_TRUE(Run());
-  EXPECT_EQ(Events(), kAll);
+  EXPECT_EQ(Events(), kDataDiskEvents);
   EXPECT_EQ(Lines(3), (Strings{"DeviceIoControl with IOCTL_DISK_UPDATE_PROPERTIES error 1117"}));
 }
 
@@ -104,7 +103,7 @@ TEST_F(FailingGptToMbr, BothFailedUpdatesOfPropertiesArePassedOver) {
   machine_.calls().FailOn("DeviceIoControl/IOCTL_DISK_UPDATE_PROPERTIES", 1, 1117,
                           simulator::Repeat::kFromThenOn);
   EXPECT_TRUE(Run());
-  EXPECT_EQ(Events(), kAll);
+  EXPECT_EQ(Events(), kDataDiskEvents);
   EXPECT_EQ(Lines(3), Strings(2, "DeviceIoControl with IOCTL_DISK_UPDATE_PROPERTIES error 1117"));
 }
 
@@ -112,7 +111,7 @@ TEST_F(FailingGptToMbr, FailedRescansArePassedOver) {
   SetUpDisk(SpacedEntries(2));
   machine_.calls().FailOn("command/diskpart", 2, 1, simulator::Repeat::kFromThenOn);
   EXPECT_TRUE(Run());
-  EXPECT_EQ(Events(), kAll);
+  EXPECT_EQ(Events(), kDataDiskEvents);
   const Strings errors = Lines(3);
   EXPECT_EQ(std::count(errors.begin(), errors.end(), "DISKPART_Rescan Failed!"), 2);
 }
@@ -121,7 +120,7 @@ TEST_F(FailingGptToMbr, FailedLettersArePassedOver) {
   SetUpDisk(SpacedEntries(2));
   machine_.calls().FailOn("FindFirstVolumeA", 1, 8);
   EXPECT_TRUE(Run());
-  EXPECT_EQ(Events(), kAll);
+  EXPECT_EQ(Events(), kDataDiskEvents);
   EXPECT_EQ(Lines(3), (Strings{"FindFirstVolumeA error 8", "RestoreVolumeInfos Error: 8"}));
   EXPECT_EQ(LastLine(), "1 GPT2MBR end");
 }
@@ -130,7 +129,7 @@ TEST_F(FailingGptToMbr, FailedPartitionIdsArePassedOver) {
   SetUpDisk(SpacedEntries(2));
   machine_.calls().FailOn("CoCreateGuid", 1, 14, simulator::Repeat::kFromThenOn);
   EXPECT_TRUE(Run());
-  EXPECT_EQ(Events(), kAll);
+  EXPECT_EQ(Events(), kDataDiskEvents);
   EXPECT_EQ(Lines(3), Strings(4, "CoCreateGuid Error: 14"));
 }
 
@@ -197,7 +196,7 @@ TEST_F(FailingGptToMbr, AStopAtTheEndIsNotSeen) {
   SetUpDisk(SpacedEntries(1));
   StopAt({1, 100});
   EXPECT_TRUE(Run());
-  EXPECT_EQ(Events(), kAll);
+  EXPECT_EQ(Events(), kDataDiskEvents);
 }
 
 TEST_F(FailingGptToMbr, TheListHandedInStaysAsItIs) {

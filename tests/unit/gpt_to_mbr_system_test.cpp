@@ -8,6 +8,7 @@
 
 #include "convert/gpt_to_mbr.h"
 #include "frame/global_context.h"
+#include "support/expected_events.h"
 #include "support/gpt_disk_test.h"
 
 namespace velkora {
@@ -18,17 +19,14 @@ using testing_support::Events;
 using testing_support::GptDiskTest;
 using testing_support::GptEntry;
 using testing_support::kEfiSystemGuid;
+using testing_support::kSystemDiskEvents;
+using testing_support::kUpToRepairing;
+using testing_support::kUpToWriting;
 using testing_support::ReadSector;
 using testing_support::SetText;
 
 using Strings = std::vector<std::string>;
 
-const std::vector<Event> kUpToWriting = {{1, 0},  {0, 1}, {1, 20}, {0, 2},
-                                         {1, 40}, {0, 3}, {1, 60}, {0, 4}};
-const std::vector<Event> kUpToRepairing = {{1, 0}, {0, 1},  {1, 20}, {0, 2},  {1, 40},
-                                           {0, 3}, {1, 60}, {0, 4},  {1, 80}, {0, 6}};
-const std::vector<Event> kAll = {{1, 0},  {0, 1}, {1, 20}, {0, 2}, {1, 40},  {0, 3},
-                                 {1, 60}, {0, 4}, {1, 80}, {0, 6}, {1, 100}, {0, 7}};
 const std::string kBootsect = "bootsect /nt60 C: /force /mbr >> \"X:\\logs\\BOOTSECT_result.log\"";
 const std::string kBcdboot =
     "bcdboot /v C:\\Windows /s C: /f bios >> \"X:\\logs\\BCDBOOT_result.log\"";
@@ -62,7 +60,7 @@ class SystemGptToMbr : public GptDiskTest {
 
 TEST_F(SystemGptToMbr, SendsPercentBeforeStatus) {
   EXPECT_TRUE(Run());
-  EXPECT_EQ(Events(), kAll);
+  EXPECT_EQ(Events(), kSystemDiskEvents);
 }
 
 TEST_F(SystemGptToMbr, CallbackRunsOnTheThreadOfTheCaller) {
@@ -124,7 +122,7 @@ TEST_F(SystemGptToMbr, LetterIsCutToItsFirstCharacter) {
 TEST_F(SystemGptToMbr, EmptyLetterSkipsTheToolsButNotTheActivation) {
   SetText(record_.volume(0).letter, "");
   EXPECT_TRUE(Run());
-  EXPECT_EQ(Events(), kAll);
+  EXPECT_EQ(Events(), kSystemDiskEvents);
   EXPECT_TRUE(ToolLines().empty());
   EXPECT_TRUE(ActiveRan());
 }
@@ -141,7 +139,7 @@ TEST_F(SystemGptToMbr, AVolumeThatNeverAnswersIsPassedOver) {
   machine_.calls().FailOn("command/diskpart", 4, 1);
   machine_.calls().FailOn("command/diskpart", 5, 1);
   EXPECT_TRUE(Run());
-  EXPECT_EQ(Events(), kAll);
+  EXPECT_EQ(Events(), kSystemDiskEvents);
   EXPECT_EQ(Lines(2).front(), "WaitForSystemVolumeMount Timer out, seconds is 120");
 }
 
@@ -194,7 +192,7 @@ TEST_F(SystemGptToMbr, FailedActivationFails) {
 TEST_F(SystemGptToMbr, FailedRescanOfTheRepairIsPassedOver) {
   machine_.calls().FailOn("command/diskpart", 6, 1);
   EXPECT_TRUE(Run());
-  EXPECT_EQ(Events(), kAll);
+  EXPECT_EQ(Events(), kSystemDiskEvents);
   EXPECT_EQ(Lines(3), Strings{"DISKPART_Rescan Failed!"});
 }
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "frame/global_context.h"
+#include "support/expected_events.h"
 #include "support/gpt_disk_test.h"
 
 namespace velkora {
@@ -18,7 +19,9 @@ using testing_support::Event;
 using testing_support::Events;
 using testing_support::GptDiskTest;
 using testing_support::GptEntry;
+using testing_support::kDataDiskEvents;
 using testing_support::kEfiSystemGuid;
+using testing_support::kEmptyListEvents;
 using testing_support::kHiddenGuid;
 using testing_support::kMicrosoftReservedGuid;
 using testing_support::kRecoveryGuid;
@@ -29,10 +32,6 @@ using testing_support::WriteSector;
 
 using Strings = std::vector<std::string>;
 
-const std::vector<Event> kDataDiskEvents = {{1, 0}, {0, 1},  {1, 20}, {0, 2},   {1, 40},
-                                            {0, 3}, {1, 60}, {0, 4},  {1, 100}, {0, 7}};
-const std::vector<Event> kEmptyListEvents = {{1, 0},  {0, 1}, {1, 20},  {0, 2},
-                                             {1, 40}, {0, 3}, {1, 100}, {0, 7}};
 
 // A row of a boot record as it lies on the disk.
 struct TableRow {

@@ -3,6 +3,7 @@
 
 #include "convert/mbr_to_gpt.h"
 #include "frame/global_context.h"
+#include "support/expected_events.h"
 #include "support/mbr_disk_test.h"
 
 namespace velkora {
@@ -10,6 +11,13 @@ namespace {
 
 using testing_support::Event;
 using testing_support::Events;
+using testing_support::kDataDiskEvents;
+using testing_support::kSystemDiskEvents;
+using testing_support::kUpToChecking;
+using testing_support::kUpToClearing;
+using testing_support::kUpToCreating;
+using testing_support::kUpToRepairing;
+using testing_support::kUpToWriting;
 using testing_support::MbrDiskTest;
 using testing_support::PlacesOf;
 using testing_support::RowPlace;
@@ -17,17 +25,6 @@ using testing_support::SetText;
 
 using Strings = std::vector<std::string>;
 
-const std::vector<Event> kUpToChecking = {{1, 0}, {0, 1}};
-const std::vector<Event> kUpToClearing = {{1, 0}, {0, 1}, {1, 20}, {0, 2}};
-const std::vector<Event> kUpToCreating = {{1, 0}, {0, 1}, {1, 20}, {0, 2}, {1, 40}, {0, 3}};
-const std::vector<Event> kUpToWriting = {{1, 0},  {0, 1}, {1, 20}, {0, 2},
-                                         {1, 40}, {0, 3}, {1, 60}, {0, 4}};
-const std::vector<Event> kUpToRepairing = {{1, 0}, {0, 1},  {1, 20}, {0, 2},  {1, 40},
-                                           {0, 3}, {1, 60}, {0, 4},  {1, 80}, {0, 6}};
-const std::vector<Event> kAll = {{1, 0}, {0, 1},  {1, 20}, {0, 2},   {1, 40},
-                                 {0, 3}, {1, 60}, {0, 4},  {1, 100}, {0, 7}};
-const std::vector<Event> kAllOfASystemDisk = {{1, 0},  {0, 1}, {1, 20}, {0, 2}, {1, 40},  {0, 3},
-                                              {1, 60}, {0, 4}, {1, 80}, {0, 6}, {1, 100}, {0, 7}};
 
 class FailingMbrToGpt : public MbrDiskTest {
  protected:
@@ -87,7 +84,7 @@ TEST_F(FailingMbrToGpt, AListCutBehindTheTailShrinkOfADataDiskIsConvertedAsFarAs
     armed = true;
   };
   EXPECT_TRUE(Run());
-  std::vector<Event> expected = kAll;
+  std::vector<Event> expected = kDataDiskEvents;
   expected.insert(expected.begin() + 2, {0, 5});
   EXPECT_EQ(Events(), expected);
   EXPECT_EQ(Lines(3), (Strings{"Read Error: 23", "Get partitions fail!"}));
@@ -154,7 +151,7 @@ TEST_F(FailingMbrToGpt, FailedUpdatesOfPropertiesArePassedOver) {
   machine_.calls().FailOn("DeviceIoControl/IOCTL_DISK_UPDATE_PROPERTIES", 1, 1117,
                           simulator::Repeat::kFromThenOn);
   EXPECT_TRUE(Run());
-  EXPECT_EQ(Events(), kAll);
+  EXPECT_EQ(Events(), kDataDiskEvents);
   EXPECT_EQ(Lines(3), Strings(2, "IOCTL_DISK_UPDATE_PROPERTIES Error: 1117"));
 }
 
@@ -162,7 +159,7 @@ TEST_F(FailingMbrToGpt, FailedRescansArePassedOver) {
   SetUpDisk(SpacedEntries(2));
   machine_.calls().FailOn("command/diskpart", 2, 1, simulator::Repeat::kFromThenOn);
   EXPECT_TRUE(Run());
-  EXPECT_EQ(Events(), kAll);
+  EXPECT_EQ(Events(), kDataDiskEvents);
   const Strings errors = Lines(3);
   EXPECT_EQ(std::count(errors.begin(), errors.end(), "DISKPART_Rescan Failed!"), 2);
 }
@@ -171,7 +168,7 @@ TEST_F(FailingMbrToGpt, FailedLettersArePassedOver) {
   SetUpDisk(SpacedEntries(2));
   machine_.calls().FailOn("FindFirstVolumeA", 1, 8);
   EXPECT_TRUE(Run());
-  EXPECT_EQ(Events(), kAll);
+  EXPECT_EQ(Events(), kDataDiskEvents);
   EXPECT_EQ(Lines(3), (Strings{"FindFirstVolumeA error 8", "RestoreVolumeInfos error: 8"}));
   EXPECT_EQ(LastLine(), "1 MBR2GPT end");
 }
@@ -201,7 +198,7 @@ TEST_F(FailingMbrToGpt, AStopWhileWritingIsNotSeen) {
   record_.volume(0).part_number = 77;
   StopAt({0, 4});
   EXPECT_TRUE(Run());
-  EXPECT_EQ(Events(), kAll);
+  EXPECT_EQ(Events(), kDataDiskEvents);
   EXPECT_EQ(record_.volume(0).part_number, 1);
   const Strings errors = Lines(3);
   ASSERT_EQ(errors.size(), 1U);
@@ -289,7 +286,7 @@ TEST_F(FailingSystemMbrToGpt, RescansOfTheRepairArePassedOver) {
   FailDiskpart(7);
   FailDiskpart(10);
   EXPECT_TRUE(Run());
-  EXPECT_EQ(Events(), kAllOfASystemDisk);
+  EXPECT_EQ(Events(), kSystemDiskEvents);
   EXPECT_EQ(Lines(3), Strings(2, "DISKPART_Rescan Failed!"));
 }
 
@@ -347,7 +344,7 @@ TEST_F(FailingSystemMbrToGpt, AVolumeThatNeverAnswersIsPassedOver) {
   FailDiskpart(5);
   FailDiskpart(6);
   EXPECT_TRUE(Run());
-  EXPECT_EQ(Events(), kAllOfASystemDisk);
+  EXPECT_EQ(Events(), kSystemDiskEvents);
   EXPECT_EQ(Lines(3), Strings{"System Volume Not Mounted! Retry..."});
   EXPECT_EQ(Lines(2).front(), "WaitForSystemVolumeMount Timer out, seconds is 120");
 }

@@ -4,6 +4,7 @@
 
 #include "convert/mbr_to_gpt.h"
 #include "frame/global_context.h"
+#include "support/expected_events.h"
 #include "support/mbr_disk_test.h"
 
 namespace velkora {
@@ -13,6 +14,7 @@ using testing_support::Event;
 using testing_support::Events;
 using testing_support::kBasicDataGuid;
 using testing_support::kEfiSystemGuid;
+using testing_support::kSystemDiskEvents;
 using testing_support::MbrDiskTest;
 using testing_support::MbrEntry;
 using testing_support::PlacesOf;
@@ -22,8 +24,6 @@ using testing_support::SetText;
 using Strings = std::vector<std::string>;
 using Places = std::vector<RowPlace>;
 
-const std::vector<Event> kSystemDiskEvents = {{1, 0},  {0, 1}, {1, 20}, {0, 2}, {1, 40},  {0, 3},
-                                              {1, 60}, {0, 4}, {1, 80}, {0, 6}, {1, 100}, {0, 7}};
 constexpr std::uint64_t kEfiSectors = 614400;
 
 // ---- System disks -------------------------------------------------------------------------------

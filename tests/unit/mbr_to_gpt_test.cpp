@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "support/expected_events.h"
 #include "support/layout_bytes.h"
 #include "support/mbr_disk_test.h"
 
@@ -13,6 +14,8 @@ namespace {
 using testing_support::Event;
 using testing_support::Events;
 using testing_support::kBasicDataGuid;
+using testing_support::kDataDiskEvents;
+using testing_support::kEmptyListEvents;
 using testing_support::kHiddenGuid;
 using testing_support::MbrDiskTest;
 using testing_support::MbrEntry;
@@ -23,10 +26,6 @@ using testing_support::SetText;
 using Strings = std::vector<std::string>;
 using Places = std::vector<RowPlace>;
 
-const std::vector<Event> kDataDiskEvents = {{1, 0}, {0, 1},  {1, 20}, {0, 2},   {1, 40},
-                                            {0, 3}, {1, 60}, {0, 4},  {1, 100}, {0, 7}};
-const std::vector<Event> kEmptyListEvents = {{1, 0},  {0, 1}, {1, 20},  {0, 2},
-                                             {1, 40}, {0, 3}, {1, 100}, {0, 7}};
 
 class MbrToGpt : public MbrDiskTest {
  protected:

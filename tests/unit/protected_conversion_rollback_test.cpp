@@ -12,6 +12,7 @@
 #include "frame/crash_reporting.h"
 #include "frame/global_context.h"
 #include "platform/guard.h"
+#include "support/expected_events.h"
 #include "support/gpt_disk_test.h"
 #include "support/mbr_disk_test.h"
 
@@ -20,23 +21,19 @@ namespace {
 
 using testing_support::Event;
 using testing_support::EventHook;
+using testing_support::EventList;
 using testing_support::Events;
 using testing_support::GptDiskTest;
+using testing_support::Joined;
+using testing_support::kNotRolledBack;
+using testing_support::kRolledBack;
 using testing_support::MbrDiskTest;
 using testing_support::ReadBytes;
 
-using EventList = std::vector<Event>;
 using Strings = std::vector<std::string>;
 
 constexpr char kOpen[] = "CreateFileA/\\\\.\\PhysicalDrive1";
 constexpr char kCrash[] = "[BackupRestore] [E] RestoreDiskPartitionFromStorage crash!";
-const EventList kRolledBack = {{0, 9}, {1, 100}, {0, 10}};
-const EventList kNotRolledBack = {{0, 9}, {1, 100}, {0, 11}};
-
-EventList Joined(EventList first, const EventList& second) {
-  first.insert(first.end(), second.begin(), second.end());
-  return first;
-}
 
 std::string FailLine(int attempt, int code) {
   return "RestoreDiskPartitionFromStorage fail " + std::to_string(attempt) +

@@ -13,6 +13,7 @@
 #include "frame/global_context.h"
 #include "platform/guard.h"
 #include "platform/win32.h"
+#include "support/expected_events.h"
 #include "support/gpt_disk_test.h"
 #include "support/mbr_disk_test.h"
 
@@ -21,22 +22,18 @@ namespace {
 
 using testing_support::Event;
 using testing_support::EventHook;
+using testing_support::EventList;
 using testing_support::Events;
 using testing_support::GptDiskTest;
+using testing_support::Joined;
+using testing_support::kRolledBack;
 using testing_support::MbrDiskTest;
 using testing_support::ReadBytes;
 using testing_support::RecordEvent;
 
-using EventList = std::vector<Event>;
 using Strings = std::vector<std::string>;
 
 constexpr char kOpen[] = "CreateFileA/\\\\.\\PhysicalDrive1";
-const EventList kRolledBack = {{0, 9}, {1, 100}, {0, 10}};
-
-EventList Joined(EventList first, const EventList& second) {
-  first.insert(first.end(), second.begin(), second.end());
-  return first;
-}
 
 class ProtectedGpt : public GptDiskTest {
  protected:

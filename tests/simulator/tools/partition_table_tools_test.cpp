@@ -33,11 +33,6 @@ bool Contains(const std::string& text, const std::string& part) {
   return text.find(part) != std::string::npos;
 }
 
-DiskLayout ReadBack(StorageDisk& disk) {
-  DiskLayout layout;
-  EXPECT_EQ(ReadLayout(disk.device(), layout), ERROR_SUCCESS);
-  return layout;
-}
 
 // sfdisk, and parted (which lists one line a partition), find nothing to complain of.
 void ExpectAccepted(StorageDisk& disk, std::size_t partitions) {
