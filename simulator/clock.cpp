@@ -37,15 +37,24 @@ struct Clock::Places {
       const Lock lock(life->mutex);
       if (life->clock != nullptr) life->clock.load()->Leave(std::this_thread::get_id());
     }
+    ended = true;
   }
 
-  void Add(const std::shared_ptr<Life>& added) {
+  // For the calling thread. One that uses a clock even while its own variables end, as at the end
+  // of the process, keeps its place.
+  static void Add(const std::shared_ptr<Life>& added) {
+    if (ended) return;
+    thread_local Places places;
+    auto& lives = places.lives;
     std::erase_if(lives, [](const auto& life) { return life->clock == nullptr; });
     lives.push_back(added);
   }
 
+  static thread_local bool ended;
   std::vector<std::shared_ptr<Life>> lives;
 };
+
+thread_local bool Clock::Places::ended = false;
 
 Clock::Clock() : life_(std::make_shared<Life>()) {
   life_->clock = this;
@@ -129,8 +138,7 @@ Clock::Participant& Clock::Self(Lock& lock) {
   for (Participant& place : participants_) {
     if (place.id == id && !place.done) return place;
   }
-  thread_local Places places;
-  places.Add(life_);
+  Places::Add(life_);
   Participant& place = participants_.emplace_back();
   place.id = id;
   place.order = ++order_;

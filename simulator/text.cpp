@@ -8,12 +8,15 @@
 namespace simulator {
 namespace {
 
-constexpr std::string_view kSeparators = "\\/";
 constexpr std::uint32_t kReplacementCharacter = 0xFFFD;
 
 char ToLowerAscii(char character) {
   const bool upper = character >= 'A' && character <= 'Z';
   return upper ? static_cast<char>(character - 'A' + 'a') : character;
+}
+
+bool IsSeparator(char character) {
+  return character == '\\' || character == '/';
 }
 
 bool IsHighSurrogate(std::uint32_t unit) {
@@ -73,7 +76,9 @@ char ToUpperAscii(char character) {
 }
 
 bool EqualsIgnoringCase(std::string_view left, std::string_view right) {
-  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+  // Most texts that are equal at all are wholly equal.
+  return left == right ||
+         std::equal(left.begin(), left.end(), right.begin(), right.end(),
                     [](char one, char other) { return ToLowerAscii(one) == ToLowerAscii(other); });
 }
 
@@ -111,15 +116,15 @@ std::string HexText(std::uint64_t value) {
 }
 
 std::string_view FileNameOf(std::string_view path) {
-  const std::size_t separator = path.find_last_of(kSeparators);
-  return separator == std::string_view::npos ? path : path.substr(separator + 1);
+  const auto name = std::find_if(path.rbegin(), path.rend(), IsSeparator).base();
+  return {name, path.end()};
 }
 
 std::optional<std::vector<std::string_view>> SplitPath(std::string_view path) {
   std::vector<std::string_view> names;
   names.reserve(8);
   while (!path.empty()) {
-    const std::string_view name = path.substr(0, path.find_first_of(kSeparators));
+    const std::string_view name(path.begin(), std::find_if(path.begin(), path.end(), IsSeparator));
     path.remove_prefix(std::min(path.size(), name.size() + 1));
     if (name.empty() || name == ".") continue;
     if (!IsAllowedName(name)) return std::nullopt;

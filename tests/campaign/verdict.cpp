@@ -23,7 +23,6 @@ using conversion::kGetStyle;
 using conversion::kSetLayout;
 using conversion::kUpdate;
 
-
 struct Rule {
   Step step;
   std::string_view call;

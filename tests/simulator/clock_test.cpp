@@ -61,6 +61,16 @@ TEST(Clock, AThreadMayEndAfterTheClock) {
   thread.join();
 }
 
+TEST(Clock, MayEndWhenItsThreadHasAlreadyLeftIt) {
+  std::uint64_t now = 0;
+  std::thread([&] {
+    thread_local Clock clock;  // made before the thread gets a place in it, so it ends after that
+    clock.Sleep(5);
+    now = clock.now();
+  }).join();
+  EXPECT_EQ(now, 5U);
+}
+
 TEST(Clock, TheEarliestDeadlineGoesFirst) {
   Clock clock;
   Events events;

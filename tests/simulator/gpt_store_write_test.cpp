@@ -2,8 +2,8 @@
 #include <string>
 #include <vector>
 
-#include "simulator/storage/gpt_store.h"
 #include "simulator/gpt_disk_fixture.h"
+#include "simulator/storage/gpt_store.h"
 #include "simulator/storage/gpt_table.h"
 
 namespace simulator {

@@ -20,7 +20,6 @@ using storage_testing::ReadBack;
 using storage_testing::StorageDisk;
 using storage_testing::Write;
 
-
 // ---- CREATE_DISK --------------------------------------------------------------------------------
 
 TEST(CreateMbrDisk, KeepsBootCodeAndReservedBytesAndClearsEntries) {

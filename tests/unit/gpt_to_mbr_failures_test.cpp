@@ -24,7 +24,6 @@ using testing_support::kUpToWriting;
 
 using Strings = std::vector<std::string>;
 
-
 class FailingGptToMbr : public GptDiskTest {
  protected:
   bool Run() { return ConvertUnprotected(); }

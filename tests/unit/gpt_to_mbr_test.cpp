@@ -32,7 +32,6 @@ using testing_support::WriteSector;
 
 using Strings = std::vector<std::string>;
 
-
 // A row of a boot record as it lies on the disk.
 struct TableRow {
   int active = 0;

@@ -25,7 +25,6 @@ using testing_support::SetText;
 
 using Strings = std::vector<std::string>;
 
-
 class FailingMbrToGpt : public MbrDiskTest {
  protected:
   FailingMbrToGpt() : MbrDiskTest(1024) {}

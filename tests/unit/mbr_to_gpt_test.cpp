@@ -26,7 +26,6 @@ using testing_support::SetText;
 using Strings = std::vector<std::string>;
 using Places = std::vector<RowPlace>;
 
-
 class MbrToGpt : public MbrDiskTest {
  protected:
   MbrToGpt() : MbrDiskTest(1024) {}

@@ -33,7 +33,6 @@ bool Contains(const std::string& text, const std::string& part) {
   return text.find(part) != std::string::npos;
 }
 
-
 // sfdisk, and parted (which lists one line a partition), find nothing to complain of.
 void ExpectAccepted(StorageDisk& disk, std::size_t partitions) {
   const ToolResult verified = RunTool({"sfdisk", "--verify", disk.image().string()});
