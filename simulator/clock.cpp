@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <exception>
 #include <mutex>
+#include <pthread.h>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -30,31 +31,40 @@ struct Clock::Life {
   std::atomic<Clock*> clock;  // null behind its end; changed and used under the mutex
 };
 
-// The clocks in which a thread has a place without having been started there.
+// The clocks in which a thread has a place without having been started there. Kept under a key of
+// the thread: g++ for Windows frees a thread's own variables before it calls their destructors.
 struct Clock::Places {
   ~Places() {
     for (const auto& life : lives) {
       const Lock lock(life->mutex);
       if (life->clock != nullptr) life->clock.load()->Leave(std::this_thread::get_id());
     }
-    ended = true;
   }
 
-  // For the calling thread. One that uses a clock even while its own variables end, as at the end
-  // of the process, keeps its place.
-  static void Add(const std::shared_ptr<Life>& added) {
-    if (ended) return;
-    thread_local Places places;
-    auto& lives = places.lives;
+  static Places& OfThisThread() {
+    static const pthread_key_t key = NewKey();
+    auto* places = static_cast<Places*>(pthread_getspecific(key));
+    if (places == nullptr) {
+      places = new Places;
+      pthread_setspecific(key, places);
+    }
+    return *places;
+  }
+
+  void Add(const std::shared_ptr<Life>& added) {
     std::erase_if(lives, [](const auto& life) { return life->clock == nullptr; });
     lives.push_back(added);
   }
 
-  static thread_local bool ended;
   std::vector<std::shared_ptr<Life>> lives;
-};
 
-thread_local bool Clock::Places::ended = false;
+ private:
+  static pthread_key_t NewKey() {
+    pthread_key_t key{};
+    pthread_key_create(&key, [](void* places) { delete static_cast<Places*>(places); });
+    return key;
+  }
+};
 
 Clock::Clock() : life_(std::make_shared<Life>()) {
   life_->clock = this;
@@ -138,7 +148,7 @@ Clock::Participant& Clock::Self(Lock& lock) {
   for (Participant& place : participants_) {
     if (place.id == id && !place.done) return place;
   }
-  Places::Add(life_);
+  Places::OfThisThread().Add(life_);
   Participant& place = participants_.emplace_back();
   place.id = id;
   place.order = ++order_;
