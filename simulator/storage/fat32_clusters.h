@@ -82,6 +82,7 @@ class Fat32Clusters {
   BlockDevice& device_;
   std::uint64_t volume_offset_;
   Fat32Table table_;
+  std::vector<std::byte> moved_;  // the data of a piece that is moved; kept for the next one
   Fat32BootSector boot_{};
   std::uint64_t data_offset_ = 0;  // of the first cluster, from the start of the disk
   std::uint32_t root_ = 0;

@@ -63,7 +63,8 @@ DWORD Fat32Clusters::ExpectFree(std::uint32_t first, std::size_t count) {
 // leads to them yet.
 DWORD Fat32Clusters::CopyPiece(const Fat32Chain& chain, std::size_t index, std::size_t count,
                                std::uint32_t target) {
-  std::vector<std::byte> data(count * cluster_bytes_);
+  if (moved_.size() < count * cluster_bytes_) moved_.resize(count * cluster_bytes_);
+  const auto data = std::span(moved_).first(count * cluster_bytes_);
   DWORD error = ReadPart(chain, std::uint64_t{index} * cluster_bytes_, data);
   if (error != ERROR_SUCCESS) return error;
   Fat32Chain clusters(count);
