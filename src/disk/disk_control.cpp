@@ -4,9 +4,9 @@
 
 namespace velkora {
 
-bool ControlDisk(HANDLE disk, DWORD code, void* in, DWORD in_size) {
+bool ControlDisk(HANDLE device, DWORD code, void* in, DWORD in_size) {
   DWORD returned = 0;
-  return win32::DeviceIoControl(disk, code, in, in_size, nullptr, 0, &returned, nullptr) != FALSE;
+  return win32::DeviceIoControl(device, code, in, in_size, nullptr, 0, &returned, nullptr) != FALSE;
 }
 
 }  // namespace velkora

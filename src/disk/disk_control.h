@@ -1,4 +1,4 @@
-// Control codes on the open disk.
+// Control codes on an open disk or volume.
 #pragma once
 
 #include "platform/win32_types.h"
@@ -6,6 +6,6 @@
 namespace velkora {
 
 // Sends a code with input and without output. The reason of a failure is left in the last error.
-bool ControlDisk(HANDLE disk, DWORD code, void* in, DWORD in_size);
+bool ControlDisk(HANDLE device, DWORD code, void* in, DWORD in_size);
 
 }  // namespace velkora

@@ -49,6 +49,16 @@ class DiskLetter : public DiskTest {
     const bool taken = win32::DeleteVolumeMountPointA(LetterPath(letter).c_str()) != FALSE;
     return taken ? DWORD{ERROR_SUCCESS} : win32::GetLastError();
   }
+  // The letter that was given to a volume on a disk that has been cleaned since.
+  char CleanVolumeWithALetter() const {
+    const std::string root = MakeVolume(signature_);
+    EXPECT_EQ(Take(WaitForLetter(root)), DWORD{ERROR_SUCCESS});
+    const char letter = FreeLetter();
+    EXPECT_EQ(Give(letter, root), DWORD{ERROR_SUCCESS});
+    EXPECT_EQ(Diskpart("clean\r\n"), 0u);
+    WaitUntilGone(kMiB);
+    return letter;
+  }
   static bool IsUsed(char letter) { return (win32::GetLogicalDrives() >> (letter - 'A') & 1) != 0; }
 
   const DWORD signature_ = NewIdentity().Data1;
@@ -121,23 +131,13 @@ TEST_F(DiskLetter, TakingALetterThatNobodyHasIsError2) {
 }
 
 TEST_F(DiskLetter, LetterComesBackWithTheSameSignatureAndOffset) {
-  const std::string root = MakeVolume(signature_);
-  ASSERT_EQ(Take(WaitForLetter(root)), DWORD{ERROR_SUCCESS});
-  const char letter = FreeLetter();
-  ASSERT_EQ(Give(letter, root), DWORD{ERROR_SUCCESS});
-  ASSERT_EQ(Diskpart("clean\r\n"), 0u);
-  WaitUntilGone(kMiB);
+  const char letter = CleanVolumeWithALetter();
   EXPECT_FALSE(IsUsed(letter));
   EXPECT_EQ(WaitForLetter(MakeVolume(signature_)), letter);
 }
 
 TEST_F(DiskLetter, NewSignatureLosesTheLetter) {
-  const std::string root = MakeVolume(signature_);
-  ASSERT_EQ(Take(WaitForLetter(root)), DWORD{ERROR_SUCCESS});
-  const char letter = FreeLetter();
-  ASSERT_EQ(Give(letter, root), DWORD{ERROR_SUCCESS});
-  ASSERT_EQ(Diskpart("clean\r\n"), 0u);
-  WaitUntilGone(kMiB);
+  const char letter = CleanVolumeWithALetter();
   EXPECT_NE(WaitForLetter(MakeVolume(signature_ + 1)), letter);
   EXPECT_FALSE(IsUsed(letter));
 }
