@@ -48,7 +48,8 @@ bool MatchesUpper(std::string_view pattern, std::string_view name) {
 }
 
 bool MatchesWildcards(std::string_view pattern, std::string_view name) {
-  return pattern == "*.*" || MatchesUpper(ToUpperAscii(pattern), ToUpperAscii(name));
+  return pattern == "*" || pattern == "*.*" ||
+         MatchesUpper(ToUpperAscii(pattern), ToUpperAscii(name));
 }
 
 // Whether nothing but a drive stands in front of the pattern.

@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <span>
 #include <string>
@@ -39,8 +38,8 @@ class HandleTable {
   std::vector<std::string> Open() const;
 
  private:
-  std::map<std::uintptr_t, std::unique_ptr<HandleObject>> objects_;
-  std::uintptr_t next_ = 0x100;
+  // In the order of opening; null once closed: a value is never given again.
+  std::vector<std::unique_ptr<HandleObject>> objects_;
 };
 
 }  // namespace simulator

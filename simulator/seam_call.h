@@ -1,6 +1,8 @@
 // What every operation of the seam does first and last.
 #pragma once
 
+#include <concepts>
+#include <string>
 #include <string_view>
 
 #include "platform/win32.h"
@@ -15,6 +17,14 @@ inline bool FailsOnDemand(SimulatedMachine& machine, std::string_view name,
   if (error == ERROR_SUCCESS) return false;
   win32::SetLastError(error);
   return true;
+}
+
+// The same, for arguments whose text takes time: `arguments` makes it when calls are kept.
+template <std::invocable MakeText>
+bool FailsOnDemand(SimulatedMachine& machine, std::string_view name, std::string_view detail,
+                   const MakeText& arguments) {
+  return FailsOnDemand(machine, name, detail,
+                       machine.calls().keeps_calls ? arguments() : std::string());
 }
 
 // TRUE, or FALSE with the last error set.

@@ -86,14 +86,20 @@ bool StartsWithIgnoringCase(std::string_view text, std::string_view prefix) {
   return EqualsIgnoringCase(text.substr(0, prefix.size()), prefix);
 }
 
+std::uint64_t HashIgnoringCase(std::string_view text) {
+  std::uint64_t hash = 0xCBF29CE484222325;
+  for (const char character : text) {
+    hash ^= static_cast<unsigned char>(ToLowerAscii(character));
+    hash *= 0x100000001B3;
+  }
+  return hash;
+}
+
 std::string Utf16ToUtf8(const WCHAR* text) {
-  std::string result;
-  if (text == nullptr) return result;
+  if (text == nullptr) return {};
   const WCHAR* ascii_end = text;
   while (*ascii_end != 0 && static_cast<std::uint16_t>(*ascii_end) < 0x80) ++ascii_end;
-  result.resize(static_cast<std::size_t>(ascii_end - text));
-  std::transform(text, ascii_end, result.begin(),
-                 [](WCHAR unit) { return static_cast<char>(unit); });
+  std::string result(text, ascii_end);
   text = ascii_end;
   while (*text != 0) {
     std::uint32_t code = static_cast<std::uint16_t>(*text++);
@@ -118,6 +124,10 @@ std::string HexText(std::uint64_t value) {
 std::string_view FileNameOf(std::string_view path) {
   const auto name = std::find_if(path.rbegin(), path.rend(), IsSeparator).base();
   return {name, path.end()};
+}
+
+bool IsPlainName(std::string_view name) {
+  return !name.empty() && name != "." && name != ".." && IsAllowedName(name);
 }
 
 std::optional<std::vector<std::string_view>> SplitPath(std::string_view path) {

@@ -1,5 +1,6 @@
 #include "simulator/wide_text.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -41,7 +42,11 @@ std::optional<std::uint32_t> Decode(std::string_view text, std::size_t& length) 
 }  // namespace
 
 WideString Utf8ToUtf16(std::string_view text, bool* sound) {
-  WideString wide;
+  const auto ascii_end = std::find_if(text.begin(), text.end(), [](char character) {
+    return static_cast<unsigned char>(character) >= 0x80;
+  });
+  WideString wide(text.begin(), ascii_end);
+  text.remove_prefix(wide.size());
   if (sound != nullptr) *sound = true;
   while (!text.empty()) {
     std::size_t length = 0;

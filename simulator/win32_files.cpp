@@ -2,6 +2,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "simulator/open_path.h"
 #include "simulator/seam_call.h"
@@ -18,8 +19,8 @@ using simulator::HexText;
 using simulator::SimulatedMachine;
 using simulator::ToResult;
 
-// Codes as their documentation names them, for the record of calls.
-std::string CodeName(DWORD code) {
+// Codes as their documentation names them, for the record of calls; empty for any other.
+std::string_view CodeName(DWORD code) {
   switch (code) {
     case IOCTL_DISK_CREATE_DISK:
       return "IOCTL_DISK_CREATE_DISK";
@@ -52,16 +53,17 @@ std::string CodeName(DWORD code) {
     case IOCTL_STORAGE_QUERY_PROPERTY:
       return "IOCTL_STORAGE_QUERY_PROPERTY";
     default:
-      return HexText(code);
+      return {};
   }
 }
 
 HANDLE Open(const char* name, const std::string& path, DWORD access, DWORD share, DWORD disposition,
             DWORD flags) {
   SimulatedMachine& machine = SimulatedMachine::Current();
-  const std::string arguments = "access " + HexText(access) + " share " + HexText(share) +
-                                " disposition " + std::to_string(disposition) + " flags " +
-                                HexText(flags);
+  const auto arguments = [=] {
+    return "access " + HexText(access) + " share " + HexText(share) + " disposition " +
+           std::to_string(disposition) + " flags " + HexText(flags);
+  };
   const HANDLE none = machine.switches().failed_open_gives_null ? nullptr : INVALID_HANDLE_VALUE;
   if (FailsOnDemand(machine, name, path, arguments)) return none;
   std::unique_ptr<HandleObject> object;
@@ -106,7 +108,10 @@ DWORD Seek(HandleObject& object, LONG low, const LONG* high, DWORD method,
   return ERROR_INVALID_PARAMETER;
 }
 
-std::string MoveText(const MOVE_FILE_DATA& request) {
+std::string MoveText(const void* in, DWORD in_size) {
+  MOVE_FILE_DATA request;
+  if (in == nullptr || in_size < sizeof request) return {};
+  std::memcpy(&request, in, sizeof request);
   return " vcn " + std::to_string(request.StartingVcn.QuadPart) + " lcn " +
          std::to_string(request.StartingLcn.QuadPart) + " clusters " +
          std::to_string(request.ClusterCount);
@@ -203,14 +208,16 @@ BOOL DeviceIoControl(HANDLE handle, DWORD code, void* in, DWORD in_size, void* o
   DWORD count = 0;
   if (returned == nullptr) returned = &count;
   *returned = 0;
-  std::string arguments = Describe(machine, handle) + " in " + std::to_string(in_size) + " out " +
-                          std::to_string(out_size);
-  if (code == FSCTL_MOVE_FILE && in != nullptr && in_size >= sizeof(MOVE_FILE_DATA)) {
-    MOVE_FILE_DATA request;
-    std::memcpy(&request, in, sizeof request);
-    arguments += MoveText(request);
+  const auto arguments = [&] {
+    return Describe(machine, handle) + " in " + std::to_string(in_size) + " out " +
+           std::to_string(out_size) +
+           (code == FSCTL_MOVE_FILE ? MoveText(in, in_size) : std::string());
+  };
+  const std::string_view known = CodeName(code);
+  const std::string other = known.empty() ? HexText(code) : std::string();
+  if (FailsOnDemand(machine, "DeviceIoControl", known.empty() ? other : known, arguments)) {
+    return FALSE;
   }
-  if (FailsOnDemand(machine, "DeviceIoControl", CodeName(code), arguments)) return FALSE;
   HandleObject* object = machine.handles().Find(handle);
   if (object == nullptr) return ToResult(ERROR_INVALID_HANDLE);
   const std::span<const std::byte> input(static_cast<const std::byte*>(in),
@@ -229,9 +236,8 @@ BOOL DeleteFileA(const char* path) {
 BOOL SetFileAttributesW(const WCHAR* path, DWORD attributes) {
   SimulatedMachine& machine = SimulatedMachine::Current();
   const std::string name = simulator::Utf16ToUtf8(path);
-  if (FailsOnDemand(machine, "SetFileAttributesW", name, "attributes " + HexText(attributes))) {
-    return FALSE;
-  }
+  const auto arguments = [attributes] { return "attributes " + HexText(attributes); };
+  if (FailsOnDemand(machine, "SetFileAttributesW", name, arguments)) return FALSE;
   return ToResult(simulator::VolumeFiles(machine).SetAttributes(name, attributes));
 }
 

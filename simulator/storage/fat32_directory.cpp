@@ -1,6 +1,8 @@
 #include "simulator/storage/fat32_directory.h"
 
 #include <algorithm>
+#include <bit>
+#include <limits>
 #include <span>
 
 #include "simulator/storage/fat32_names.h"
@@ -10,6 +12,7 @@ namespace simulator {
 namespace {
 
 constexpr std::size_t kMostSlots = 65536;
+constexpr std::uint32_t kNoEntry = std::numeric_limits<std::uint32_t>::max();
 // The machine's files have no times: 1 January 1980, the first day that the format knows.
 constexpr std::uint16_t kFirstDay = 0x0021;
 
@@ -87,7 +90,7 @@ Fat32Entry Fat32Directory::EntryAt(std::size_t slot,
 
 void Fat32Directory::Parse() {
   entries_.clear();
-  by_name_.clear();
+  by_slot_.assign(slot_count(), kNoEntry);
   std::vector<Fat32NameSlot> name_slots;
   for (std::size_t slot = 0; slot < slot_count(); ++slot) {
     if (FirstByte(slot) == kFat32EndOfDirectory) break;
@@ -100,32 +103,45 @@ void Fat32Directory::Parse() {
       continue;
     }
     const bool is_label = (file.attributes & kFat32AttributeVolumeLabel) != 0;
-    if (is_used && !is_label && !IsLink(file)) entries_.push_back(EntryAt(slot, name_slots));
+    if (is_used && !is_label && !IsLink(file)) {
+      by_slot_[slot] = static_cast<std::uint32_t>(entries_.size());
+      entries_.push_back(EntryAt(slot, name_slots));
+    }
     name_slots.clear();
   }
+  IndexNames();
+}
+
+void Fat32Directory::IndexNames() {
+  // At most half full.
+  by_name_.assign(std::bit_ceil(4 * entries_.size() + 1), kNoEntry);
   for (std::size_t i = 0; i < entries_.size(); ++i) {
-    by_name_.emplace(ToLowerAscii(entries_[i].name), i);
-    by_name_.emplace(ToLowerAscii(entries_[i].short_name), i);
+    for (const bool is_short : {false, true}) {
+      std::uint32_t& place =
+          by_name_[PlaceOf(is_short ? entries_[i].short_name : entries_[i].name)];
+      if (place == kNoEntry) place = static_cast<std::uint32_t>(2 * i + (is_short ? 1 : 0));
+    }
   }
 }
 
-std::optional<Fat32Entry> Fat32Directory::Find(std::string_view name) const {
-  const auto found = by_name_.find(ToLowerAscii(name));
-  if (found == by_name_.end()) return std::nullopt;
-  return entries_[found->second];
+std::size_t Fat32Directory::PlaceOf(std::string_view name) const {
+  const std::size_t mask = by_name_.size() - 1;
+  for (std::size_t place = HashIgnoringCase(name) & mask;; place = (place + 1) & mask) {
+    if (by_name_[place] == kNoEntry) return place;
+    const Fat32Entry& entry = entries_[by_name_[place] / 2];
+    const bool is_short = by_name_[place] % 2 != 0;
+    if (EqualsIgnoringCase(is_short ? entry.short_name : entry.name, name)) return place;
+  }
 }
 
-std::optional<Fat32Entry> Fat32Directory::At(std::size_t slot) const {
-  const std::size_t index = IndexOf(slot);
-  if (index == entries_.size() || entries_[index].own_slot() != slot) return std::nullopt;
-  return entries_[index];
+const Fat32Entry* Fat32Directory::Find(std::string_view name) const {
+  const std::uint32_t found = by_name_.empty() ? kNoEntry : by_name_[PlaceOf(name)];
+  return found == kNoEntry ? nullptr : &entries_[found / 2];
 }
 
-std::size_t Fat32Directory::IndexOf(std::size_t own_slot) const {
-  const auto found = std::lower_bound(
-      entries_.begin(), entries_.end(), own_slot,
-      [](const Fat32Entry& entry, std::size_t wanted) { return entry.own_slot() < wanted; });
-  return static_cast<std::size_t>(found - entries_.begin());
+const Fat32Entry* Fat32Directory::At(std::size_t slot) const {
+  const std::size_t index = slot < by_slot_.size() ? by_slot_[slot] : kNoEntry;
+  return index == kNoEntry ? nullptr : &entries_[index];
 }
 
 // The first of `count` slots in a row that nothing uses; they may lie behind the bytes.
@@ -165,7 +181,10 @@ void Fat32Directory::Update(const Fat32Entry& entry) {
   file.cluster_low = static_cast<std::uint16_t>(entry.first_cluster & 0xFFFF);
   file.size = entry.size;
   SetSlot(entry.own_slot(), file);
-  entries_[IndexOf(entry.own_slot())] = entry;
+  Fat32Entry& known = entries_[by_slot_[entry.own_slot()]];
+  known.attributes = entry.attributes;
+  known.first_cluster = entry.first_cluster;
+  known.size = entry.size;
 }
 
 void Fat32Directory::Remove(const Fat32Entry& entry) {

@@ -2,10 +2,8 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "simulator/storage/on_disk.h"
@@ -37,17 +35,18 @@ class Fat32Directory {
 
   const std::string& bytes() const { return bytes_; }
 
-  // Files and folders, without "." and "..". Volume labels are left out.
+  // Files and folders, without "." and "..". Volume labels are left out. Entries stay in their
+  // place until one is added or removed.
   const std::vector<Fat32Entry>& List() const { return entries_; }
-  // By either name, in any case.
-  std::optional<Fat32Entry> Find(std::string_view name) const;
-  // By its own slot. Nothing where no file or folder has it (any more).
-  std::optional<Fat32Entry> At(std::size_t slot) const;
+  // By either name, in any case; null where there is none.
+  const Fat32Entry* Find(std::string_view name) const;
+  // By its own slot. Null where no file or folder has it (any more).
+  const Fat32Entry* At(std::size_t slot) const;
 
   // Adds an entry whose name is not there yet. The bytes grow where no free slots are left. False
   // for a name that is too long, and when the directory would pass its 65536 slots.
   [[nodiscard]] bool Add(const Fat32Entry& entry);
-  // Notes the entry's first cluster, size and attributes in its own slot.
+  // Notes the first cluster, size and attributes of an entry that is there, in its own slot.
   void Update(const Fat32Entry& entry);
   void Remove(const Fat32Entry& entry);
 
@@ -62,13 +61,19 @@ class Fat32Directory {
   Fat32Entry EntryAt(std::size_t slot, const std::vector<Fat32NameSlot>& name_slots) const;
 
   void Parse();
-  // Where the entry with this own slot, or the next one, stands among the entries.
-  std::size_t IndexOf(std::size_t own_slot) const;
+
+  void IndexNames();
+  // Where a name stands in the index, or the empty place where it would.
+  std::size_t PlaceOf(std::string_view name) const;
 
   std::string bytes_;
   std::vector<Fat32Entry> entries_;
-  // Both names in lower case, and where the first entry of that name stands among the entries.
-  std::unordered_map<std::string, std::size_t> by_name_;
+  // Where the entry stands that has the slot as its own; kNoEntry for any other slot.
+  std::vector<std::uint32_t> by_slot_;
+  // A hash table with open addressing over both names of each entry, in any case: where the first
+  // entry of that name stands, with the lowest bit set for a short name; kNoEntry for an empty
+  // place.
+  std::vector<std::uint32_t> by_name_;
 };
 
 }  // namespace simulator

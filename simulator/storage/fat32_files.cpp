@@ -1,7 +1,7 @@
 #include "simulator/storage/fat32_files.h"
 
 #include <limits>
-#include <optional>
+#include <span>
 #include <utility>
 
 #include "simulator/storage/fat32_session.h"
@@ -28,7 +28,7 @@ DWORD Fat32Files::MakeFolder(std::string_view path) {
   // Once for a cluster, and once more with the links, which name it.
   error = clusters_.Write(entry.first_cluster, Fat32Directory::NewFolder(0, 0));
   if (error != ERROR_SUCCESS) return error;
-  const std::uint32_t parent_link = parent->cluster == clusters_.root() ? 0 : parent->cluster;
+  const std::uint32_t parent_link = parent->cluster() == clusters_.root() ? 0 : parent->cluster();
   error = clusters_.Write(entry.first_cluster,
                           Fat32Directory::NewFolder(entry.first_cluster, parent_link));
   if (error == ERROR_SUCCESS) {
@@ -46,22 +46,24 @@ DWORD Fat32Files::Write(std::string_view path, std::string_view content) {
   std::string_view name;
   DWORD error = OpenParent(path, folder, name);
   if (error != ERROR_SUCCESS) return error;
-  const std::optional<Fat32Entry> old = folder->directory.Find(name);
-  if (old && old->is_folder) return ERROR_ACCESS_DENIED;
-  Fat32Entry entry = old.value_or(Fat32Entry());
-  if (!old) entry.name = name;
+  const Fat32Entry* old = folder->directory.Find(name);
+  if (old != nullptr && old->is_folder) return ERROR_ACCESS_DENIED;
+  Fat32Entry entry;
+  if (old != nullptr) {
+    entry = *old;
+  } else {
+    entry.name = name;
+  }
+  const std::uint32_t old_cluster = entry.first_cluster;
   entry.attributes |= kFat32AttributeArchive;
   entry.size = static_cast<std::uint32_t>(content.size());
   entry.first_cluster = 0;
   error = clusters_.Write(entry.first_cluster, content);
   if (error != ERROR_SUCCESS) return error;
-  if (old) folder->directory.Update(entry);
-  const bool named = old || folder->directory.Add(entry);
+  if (old != nullptr) folder->directory.Update(entry);
+  const bool named = old != nullptr || folder->directory.Add(entry);
   error = named ? Save(*folder) : ERROR_INVALID_NAME;
-  const std::uint32_t unused = error != ERROR_SUCCESS ? entry.first_cluster
-                               : old                  ? old->first_cluster
-                                                      : 0;
-  const DWORD freed = clusters_.Free(unused);
+  const DWORD freed = clusters_.Free(error == ERROR_SUCCESS ? old_cluster : entry.first_cluster);
   return error == ERROR_SUCCESS ? freed : error;
 }
 
@@ -71,12 +73,13 @@ DWORD Fat32Files::Remove(std::string_view path) {
   std::string_view name;
   DWORD error = OpenParent(path, folder, name);
   if (error != ERROR_SUCCESS) return error;
-  const auto entry = folder->directory.Find(name);
-  if (!entry) return ERROR_FILE_NOT_FOUND;
+  const Fat32Entry* entry = folder->directory.Find(name);
+  if (entry == nullptr) return ERROR_FILE_NOT_FOUND;
   if (entry->is_folder) return ERROR_ACCESS_DENIED;
+  const std::uint32_t first_cluster = entry->first_cluster;
   folder->directory.Remove(*entry);
   error = Save(*folder);
-  return error == ERROR_SUCCESS ? clusters_.Free(entry->first_cluster) : error;
+  return error == ERROR_SUCCESS ? clusters_.Free(first_cluster) : error;
 }
 
 DWORD Fat32Files::Read(std::string_view path, std::string& content) {
@@ -85,8 +88,8 @@ DWORD Fat32Files::Read(std::string_view path, std::string& content) {
   std::string_view name;
   DWORD error = OpenParent(path, folder, name);
   if (error != ERROR_SUCCESS) return error;
-  const auto entry = folder->directory.Find(name);
-  if (!entry) return ERROR_FILE_NOT_FOUND;
+  const Fat32Entry* entry = folder->directory.Find(name);
+  if (entry == nullptr) return ERROR_FILE_NOT_FOUND;
   if (entry->is_folder) return ERROR_ACCESS_DENIED;
   std::string bytes;
   error = clusters_.Read(entry->first_cluster, bytes);
@@ -114,7 +117,7 @@ bool Fat32Files::Exists(std::string_view path) {
   Folder* folder = nullptr;
   std::string_view name;
   if (OpenParent(path, folder, name) != ERROR_SUCCESS) return false;
-  return folder->directory.Find(name).has_value();
+  return folder->directory.Find(name) != nullptr;
 }
 
 DWORD Fat32Files::Find(std::string_view path, Fat32FileId& id) {
@@ -125,12 +128,13 @@ DWORD Fat32Files::Find(std::string_view path, Fat32FileId& id) {
 DWORD Fat32Files::SetAttributes(std::string_view path, DWORD attributes) {
   const Session session(*this);
   Fat32FileId id;
-  Fat32Entry entry;
   DWORD error = FindFile(path, id);
   if (error != ERROR_SUCCESS) return error;
   if (id.is_root()) return ERROR_INVALID_PARAMETER;
-  error = LookAt(id, entry);
+  const Fat32Entry* found = nullptr;
+  error = LookAt(id, found);
   if (error != ERROR_SUCCESS) return error;
+  Fat32Entry entry = *found;
   entry.attributes = static_cast<std::uint8_t>((entry.attributes & ~kSettableAttributes) |
                                                (attributes & kSettableAttributes));
   return SaveEntry(id, entry);
@@ -141,8 +145,8 @@ DWORD Fat32Files::OpenFolder(const std::vector<std::string_view>& names, Folder*
   DWORD error = LoadFolder(clusters_.root(), folder);
   for (const std::string_view name : names) {
     if (error != ERROR_SUCCESS) return error;
-    const auto entry = folder->directory.Find(name);
-    if (!entry || !entry->is_folder) return ERROR_PATH_NOT_FOUND;
+    const Fat32Entry* entry = folder->directory.Find(name);
+    if (entry == nullptr || !entry->is_folder) return ERROR_PATH_NOT_FOUND;
     error = LoadFolder(entry->first_cluster, folder);
   }
   return error;
@@ -150,11 +154,21 @@ DWORD Fat32Files::OpenFolder(const std::vector<std::string_view>& names, Folder*
 
 // The folder that holds the last name of the path.
 DWORD Fat32Files::OpenParent(std::string_view path, Folder*& folder, std::string_view& name) {
+  name = FileNameOf(path);
+  const std::string_view parent = path.substr(0, path.size() - name.size());
+  const bool is_plain = IsPlainName(name);
+  if (is_plain && !parent.empty() && parent == last_parent_) {
+    return LoadFolder(last_parent_cluster_, folder);
+  }
   auto names = SplitPath(path);
   if (!names || names->empty()) return ERROR_INVALID_NAME;
   name = names->back();
   names->pop_back();
-  return OpenFolder(*names, folder);
+  const DWORD error = OpenFolder(*names, folder);
+  if (error != ERROR_SUCCESS || !is_plain) return error;
+  last_parent_ = parent;
+  last_parent_cluster_ = folder->cluster();
+  return ERROR_SUCCESS;
 }
 
 DWORD Fat32Files::LoadFolder(std::uint32_t cluster, Folder*& folder) {
@@ -164,18 +178,23 @@ DWORD Fat32Files::LoadFolder(std::uint32_t cluster, Folder*& folder) {
     return ERROR_SUCCESS;
   }
   if (!clusters_.IsCluster(cluster)) return ERROR_FILE_CORRUPT;
-  std::string bytes;
-  const DWORD error = clusters_.Read(cluster, bytes);
+  Fat32Chain chain;
+  DWORD error = clusters_.Walk(cluster, chain);
   if (error != ERROR_SUCCESS) return error;
-  folder =
-      &folders_.emplace(cluster, Folder{cluster, Fat32Directory(std::move(bytes))}).first->second;
+  std::string bytes(chain.size() * clusters_.cluster_bytes(), '\0');
+  error = clusters_.ReadPart(chain, 0, std::as_writable_bytes(std::span(bytes)));
+  if (error != ERROR_SUCCESS) return error;
+  Folder loaded{std::move(chain), Fat32Directory(std::move(bytes))};
+  folder = &folders_.emplace(cluster, std::move(loaded)).first->second;
   return ERROR_SUCCESS;
 }
 
 // What could not be written whole is read anew.
 DWORD Fat32Files::Save(Folder& folder) {
-  std::uint32_t cluster = folder.cluster;
-  const DWORD error = clusters_.Write(cluster, folder.directory.bytes());
+  std::uint32_t cluster = folder.cluster();
+  DWORD error = clusters_.Write(cluster, folder.directory.bytes());
+  folder.chain.clear();
+  if (error == ERROR_SUCCESS) error = clusters_.Walk(cluster, folder.chain);
   if (error != ERROR_SUCCESS) folders_.erase(cluster);
   return error;
 }

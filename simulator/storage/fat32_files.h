@@ -77,8 +77,10 @@ class Fat32Files {
 
  private:
   struct Folder {
-    std::uint32_t cluster = 0;
+    Fat32Chain chain;
     Fat32Directory directory;
+
+    std::uint32_t cluster() const { return chain.front(); }
   };
   // Stands around each operation: forgets before it what others may have changed since.
   class Session;
@@ -87,7 +89,8 @@ class Fat32Files {
   DWORD OpenParent(std::string_view path, Folder*& folder, std::string_view& name);
   DWORD LoadFolder(std::uint32_t cluster, Folder*& folder);
   DWORD FindFile(std::string_view path, Fat32FileId& id);
-  DWORD LookAt(const Fat32FileId& id, Fat32Entry& entry);
+  // The entry stays where it is until one is added to its folder or removed.
+  DWORD LookAt(const Fat32FileId& id, const Fat32Entry*& entry);
   DWORD ChainOf(const Fat32FileId& id, Fat32Chain& chain);
   DWORD Save(Folder& folder);
   DWORD SaveEntry(const Fat32FileId& id, const Fat32Entry& entry);
@@ -97,6 +100,11 @@ class Fat32Files {
   DWORD open_error_;
   std::uint64_t bytes_written_;  // to the device, when the last operation ended
   std::unordered_map<std::uint32_t, Folder> folders_;  // by first cluster
+  // The path of the folder that a file was last looked for in, with a separator behind it, and the
+  // folder's first cluster: the next file is mostly looked for there, too.
+  std::string last_parent_;
+  std::uint32_t last_parent_cluster_ = 0;
+  Fat32Entry root_entry_;  // what LookAt gives for the root directory
 };
 
 }  // namespace simulator

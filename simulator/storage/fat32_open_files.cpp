@@ -12,11 +12,20 @@ namespace {
 // What answers for a file whose slot somebody has given free.
 constexpr DWORD kErrorFileInvalid = 1006;
 
+bool IsRoot(std::string_view path) {
+  if (IsPlainName(FileNameOf(path))) return false;
+  const auto names = SplitPath(path);
+  return names && names->empty();
+}
+
 }  // namespace
 
 DWORD Fat32Files::Look(const Fat32FileId& id, Fat32Entry& entry) {
   const Session session(*this);
-  return LookAt(id, entry);
+  const Fat32Entry* found = nullptr;
+  const DWORD error = LookAt(id, found);
+  if (error == ERROR_SUCCESS) entry = *found;
+  return error;
 }
 
 DWORD Fat32Files::Chain(const Fat32FileId& id, Fat32Chain& chain) {
@@ -28,16 +37,16 @@ DWORD Fat32Files::ReadPart(const Fat32FileId& id, std::uint64_t offset, std::spa
                            std::size_t& done) {
   const Session session(*this);
   done = 0;
-  Fat32Entry entry;
+  const Fat32Entry* entry = nullptr;
   DWORD error = LookAt(id, entry);
-  if (error != ERROR_SUCCESS || offset >= entry.size) return error;
+  if (error != ERROR_SUCCESS || offset >= entry->size) return error;
   Fat32Chain chain;
-  error = clusters_.Walk(entry.first_cluster, chain);
+  error = clusters_.Walk(entry->first_cluster, chain);
   if (error != ERROR_SUCCESS) return error;
-  if (std::uint64_t{chain.size()} * clusters_.cluster_bytes() < entry.size) {
+  if (std::uint64_t{chain.size()} * clusters_.cluster_bytes() < entry->size) {
     return ERROR_FILE_CORRUPT;
   }
-  const auto wanted = buffer.first(std::min<std::uint64_t>(buffer.size(), entry.size - offset));
+  const auto wanted = buffer.first(std::min<std::uint64_t>(buffer.size(), entry->size - offset));
   error = clusters_.ReadPart(chain, offset, wanted);
   if (error == ERROR_SUCCESS) done = wanted.size();
   return error;
@@ -46,13 +55,16 @@ DWORD Fat32Files::ReadPart(const Fat32FileId& id, std::uint64_t offset, std::spa
 DWORD Fat32Files::Move(const Fat32FileId& id, std::size_t index, std::size_t count,
                        std::uint32_t target) {
   const Session session(*this);
-  Fat32Chain chain;
-  const DWORD error = ChainOf(id, chain);
+  const Fat32Entry* found = nullptr;
+  DWORD error = LookAt(id, found);
   if (error != ERROR_SUCCESS) return error;
-  const auto move_head = [this, &id](std::uint32_t first) {
-    Fat32Entry entry;
-    const DWORD missing = LookAt(id, entry);
-    if (missing != ERROR_SUCCESS) return missing;
+  Fat32Entry entry = *found;
+  Fat32Chain chain;
+  error = clusters_.Walk(entry.first_cluster, chain);
+  if (error != ERROR_SUCCESS) return error;
+  // Where a folder lies is read anew.
+  if (entry.is_folder) folders_.erase(entry.first_cluster);
+  const auto move_head = [&](std::uint32_t first) {
     entry.first_cluster = first;
     return SaveEntry(id, entry);
   };
@@ -67,8 +79,7 @@ DWORD Fat32Files::Usage(std::span<const std::uint8_t>& bits, std::uint32_t& clus
 }
 
 DWORD Fat32Files::FindFile(std::string_view path, Fat32FileId& id) {
-  const auto names = SplitPath(path);
-  if (names && names->empty()) {
+  if (IsRoot(path)) {
     id = {};
     return open_error_;
   }
@@ -76,38 +87,38 @@ DWORD Fat32Files::FindFile(std::string_view path, Fat32FileId& id) {
   std::string_view name;
   const DWORD error = OpenParent(path, folder, name);
   if (error != ERROR_SUCCESS) return error;
-  const auto entry = folder->directory.Find(name);
-  if (!entry) return ERROR_FILE_NOT_FOUND;
+  const Fat32Entry* entry = folder->directory.Find(name);
+  if (entry == nullptr) return ERROR_FILE_NOT_FOUND;
   // Believed: a first cluster that cannot be is noticed when the file is opened, and not later.
   const bool has_cluster = clusters_.IsCluster(entry->first_cluster);
   const bool may_be_empty = !entry->is_folder && entry->size == 0 && entry->first_cluster == 0;
   if (!has_cluster && !may_be_empty) return ERROR_FILE_CORRUPT;
-  id = {folder->cluster, entry->own_slot()};
+  id = {folder->cluster(), entry->own_slot()};
   return ERROR_SUCCESS;
 }
 
-DWORD Fat32Files::LookAt(const Fat32FileId& id, Fat32Entry& entry) {
+DWORD Fat32Files::LookAt(const Fat32FileId& id, const Fat32Entry*& entry) {
   if (open_error_ != ERROR_SUCCESS) return open_error_;
   if (id.is_root()) {
-    entry = {};
-    entry.is_folder = true;
-    entry.attributes = kFat32AttributeFolder;
-    entry.first_cluster = clusters_.root();
+    root_entry_.is_folder = true;
+    root_entry_.attributes = kFat32AttributeFolder;
+    root_entry_.first_cluster = clusters_.root();
+    entry = &root_entry_;
     return ERROR_SUCCESS;
   }
   Folder* folder = nullptr;
   const DWORD error = LoadFolder(id.folder, folder);
   if (error != ERROR_SUCCESS) return error;
-  const auto found = folder->directory.At(id.slot);
-  if (!found) return kErrorFileInvalid;
-  entry = *found;
-  return ERROR_SUCCESS;
+  entry = folder->directory.At(id.slot);
+  return entry == nullptr ? kErrorFileInvalid : ERROR_SUCCESS;
 }
 
 DWORD Fat32Files::ChainOf(const Fat32FileId& id, Fat32Chain& chain) {
-  Fat32Entry entry;
+  const Fat32Entry* entry = nullptr;
   const DWORD error = LookAt(id, entry);
-  return error == ERROR_SUCCESS ? clusters_.Walk(entry.first_cluster, chain) : error;
+  if (error != ERROR_SUCCESS) return error;
+  chain.reserve(std::min(entry->size / clusters_.cluster_bytes() + 1, clusters_.cluster_count()));
+  return clusters_.Walk(entry->first_cluster, chain);
 }
 
 // Writes the one slot that changes: a folder may hold thousands of them.
@@ -115,13 +126,10 @@ DWORD Fat32Files::SaveEntry(const Fat32FileId& id, const Fat32Entry& entry) {
   Folder* folder = nullptr;
   DWORD error = LoadFolder(id.folder, folder);
   if (error != ERROR_SUCCESS) return error;
-  Fat32Chain chain;
-  error = clusters_.Walk(folder->cluster, chain);
-  if (error != ERROR_SUCCESS) return error;
   folder->directory.Update(entry);
   const std::uint64_t offset = std::uint64_t{entry.own_slot()} * kFat32SlotBytes;
   const auto bytes = std::as_bytes(std::span(folder->directory.bytes()));
-  error = clusters_.WritePart(chain, offset, bytes.subspan(offset, kFat32SlotBytes));
+  error = clusters_.WritePart(folder->chain, offset, bytes.subspan(offset, kFat32SlotBytes));
   if (error != ERROR_SUCCESS) folders_.erase(id.folder);
   return error;
 }

@@ -12,6 +12,7 @@ class Fat32Files::Session {
   explicit Session(Fat32Files& files) : files_(files) {
     if (files.device_.bytes_written() == files.bytes_written_) return;
     files.folders_.clear();
+    files.last_parent_.clear();
     files.open_error_ = files.clusters_.Open();
   }
   ~Session() { files_.bytes_written_ = files_.device_.bytes_written(); }

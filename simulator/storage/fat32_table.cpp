@@ -1,7 +1,6 @@
 #include "simulator/storage/fat32_table.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace simulator {
 namespace {
@@ -18,7 +17,9 @@ std::uint32_t ValueOf(Little32 entry) {
 
 void Fat32Table::Reset(const Fat32TablePlace& place) {
   place_ = place;
+  const std::uint64_t end = std::uint64_t{place.cluster_count} + kFirstCluster;
   pages_.clear();
+  pages_.resize(static_cast<std::size_t>((end + kPageEntries - 1) / kPageEntries));
   usage_.clear();
 }
 
@@ -52,15 +53,12 @@ DWORD Fat32Table::Usage(std::span<const std::uint8_t>& bits) {
 }
 
 DWORD Fat32Table::FindPage(std::uint64_t index, Page*& page) {
-  const auto found = pages_.find(index);
-  if (found != pages_.end()) {
-    page = &found->second;
-    return ERROR_SUCCESS;
-  }
+  page = &pages_[index];
+  if (!page->empty()) return ERROR_SUCCESS;
   const std::uint64_t end = std::uint64_t{place_.cluster_count} + kFirstCluster;
-  Page loaded(static_cast<std::size_t>(std::min(kPageEntries, end - index * kPageEntries)));
-  const DWORD error = LoadPage(index, loaded);
-  if (error == ERROR_SUCCESS) page = &pages_.emplace(index, std::move(loaded)).first->second;
+  page->resize(static_cast<std::size_t>(std::min(kPageEntries, end - index * kPageEntries)));
+  const DWORD error = LoadPage(index, *page);
+  if (error != ERROR_SUCCESS) page->clear();
   return error;
 }
 

@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <span>
-#include <unordered_map>
 #include <vector>
 
 #include "platform/win32_types.h"
@@ -49,7 +48,7 @@ class Fat32Table {
 
   BlockDevice& device_;
   Fat32TablePlace place_;
-  std::unordered_map<std::uint64_t, Page> pages_;
+  std::vector<Page> pages_;          // empty until somebody asks
   std::vector<std::uint8_t> usage_;  // empty until somebody asks
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <iterator>
+#include <string_view>
 #include <system_error>
 
 #include "platform/win32.h"
@@ -15,12 +16,12 @@ namespace {
       what, std::error_code(static_cast<int>(error), std::system_category()));
 }
 
-WideString NameOf(const WIN32_FIND_DATAW& data) {
+std::basic_string_view<WCHAR> NameOf(const WIN32_FIND_DATAW& data) {
   const WCHAR* const begin = std::begin(data.cFileName);
-  return WideString(begin, std::find(begin, std::end(data.cFileName), WCHAR{0}));
+  return {begin, std::find(begin, std::end(data.cFileName), WCHAR{0})};
 }
 
-bool IsDots(const WideString& name) {
+bool IsDots(std::basic_string_view<WCHAR> name) {
   return name == WIDE(".") || name == WIDE("..");
 }
 
@@ -29,9 +30,12 @@ bool IsDots(const WideString& name) {
 bool DirectoryListing::Next(DirectoryEntry& entry) {
   WIN32_FIND_DATAW data{};
   while (Find(data)) {
-    const WideString name = NameOf(data);
+    const auto name = NameOf(data);
     if (IsDots(name)) continue;
-    entry = {folder_ + name, (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0};
+    entry.path.clear();
+    entry.path.reserve(folder_.size() + name.size());
+    entry.path.append(folder_).append(name);
+    entry.is_directory = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     return true;
   }
   return false;

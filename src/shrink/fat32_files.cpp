@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <string_view>
+#include <utility>
 
 #include "disk/device_handle.h"
 #include "disk/disk_control.h"
@@ -40,7 +41,7 @@ DirectoryListing ListingOf(const std::string& directory_path) {
 }
 
 // Takes one entry into its list; a directory goes on top of `open`, to be listed next.
-bool TakeEntry(const DirectoryEntry& entry, std::vector<DirectoryEntry>& files,
+bool TakeEntry(DirectoryEntry entry, std::vector<DirectoryEntry>& files,
                std::vector<DirectoryEntry>& directories, std::vector<DirectoryListing>& open) {
   std::string directory_path;
   if (entry.is_directory) {
@@ -49,8 +50,8 @@ bool TakeEntry(const DirectoryEntry& entry, std::vector<DirectoryEntry>& files,
   }
   const Clearing clearing = ClearAttributes(entry.path);
   if (clearing != Clearing::kDone) return clearing == Clearing::kSkipped;
-  (entry.is_directory ? directories : files).push_back(entry);
   if (entry.is_directory) open.push_back(ListingOf(directory_path));
+  (entry.is_directory ? directories : files).push_back(std::move(entry));
   return true;
 }
 
@@ -169,7 +170,7 @@ bool EnumFilePath(const std::string& directory_path, std::vector<DirectoryEntry>
     DirectoryEntry entry;
     if (!open.back().Next(entry)) {
       open.pop_back();
-    } else if (!TakeEntry(entry, files, directories, open)) {
+    } else if (!TakeEntry(std::move(entry), files, directories, open)) {
       for (; !open.empty(); open.pop_back()) open.back().Close();
       return false;
     }
