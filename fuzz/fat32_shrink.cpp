@@ -151,6 +151,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     LayPieces(device, {data, size});
   }
   simulator::SimulatedMachine machine;
+  machine.switches().fat32_writes_late = size % 2 != 0;
   machine.MapFolder('X', ground.image().parent_path());
   machine.AttachDisk(1, ground.image(), overlay);
   machine.MakeCurrent();

@@ -118,12 +118,7 @@ DWORD MoveClusters(SimulatedMachine& machine, const Volume& volume, std::span<co
   DWORD error = volume.fat32->Usage(bits, cluster_count);
   if (error != ERROR_SUCCESS) return error;
   if (!IsSound(request, cluster_count)) return ERROR_INVALID_PARAMETER;
-  Fat32Entry entry;
-  error = volume.fat32->Look(file->id(), entry);
-  if (error != ERROR_SUCCESS) return error;
   const auto vcn = static_cast<std::size_t>(request.StartingVcn.QuadPart);
-  // A folder is known by its first cluster, which therefore stays.
-  if (entry.is_folder && vcn == 0) return ERROR_INVALID_PARAMETER;
   const auto target = static_cast<std::uint32_t>(request.StartingLcn.QuadPart) + kFirstFatCluster;
   return volume.fat32->Move(file->id(), vcn, request.ClusterCount, target);
 }

@@ -170,6 +170,8 @@ DWORD VolumeDevice::Dismount() {
   Volume* volume = Find();
   if (!IsUsable(volume) || volume->dismounted) return ERROR_NOT_READY;
   if (volume->locked && !holds_lock_) return ERROR_ACCESS_DENIED;
+  const DWORD error = volume->fat32 == nullptr ? ERROR_SUCCESS : volume->fat32->Flush();
+  if (error != ERROR_SUCCESS) return error;
   volume->mounted = false;
   volume->fat32.reset();
   volume->dismounted = true;

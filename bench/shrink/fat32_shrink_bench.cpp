@@ -102,6 +102,7 @@ void Count(const fs::path& image, std::uint64_t size_mib) {
 void Shrink(const fs::path& image, std::uint64_t size_mib, bool in_parts) {
   const TemporaryFolder folder;
   simulator::SimulatedMachine machine;
+  machine.switches().fat32_writes_late = true;
   machine.MapFolder('X', folder.path());
   simulator::Disk& disk = machine.AttachDisk(1, image);
   machine.calls().keeps_calls = false;

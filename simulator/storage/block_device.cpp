@@ -181,7 +181,12 @@ BlockDevice::~BlockDevice() {
   CloseImage(descriptor_);
 }
 
+void BlockDevice::TellLateWriters() {
+  for (LateWriter* writer : late_writers_) writer->BeforeTransfer();
+}
+
 bool BlockDevice::Read(std::uint64_t offset, std::span<std::byte> buffer) {
+  TellLateWriters();
   if (!InRange(offset, buffer.size(), size_) || !ReadImage(offset, buffer)) return false;
   if (overlay_ != nullptr) overlay_->Apply(offset, buffer);
   bytes_read_ += buffer.size();
@@ -189,6 +194,7 @@ bool BlockDevice::Read(std::uint64_t offset, std::span<std::byte> buffer) {
 }
 
 bool BlockDevice::Write(std::uint64_t offset, std::span<const std::byte> data) {
+  TellLateWriters();
   if (!InRange(offset, data.size(), size_)) return false;
   const bool moved =
       overlay_ != nullptr ? overlay_->Write(offset, data, PageReader()) : WriteImage(offset, data);
@@ -197,6 +203,7 @@ bool BlockDevice::Write(std::uint64_t offset, std::span<const std::byte> data) {
 }
 
 bool BlockDevice::Zero(std::uint64_t offset, std::uint64_t length) {
+  TellLateWriters();
   if (!InRange(offset, length, size_)) return false;
   const bool zeroed = overlay_ != nullptr ? overlay_->Zero(offset, length, PageReader())
                                           : ZeroImage(offset, length);

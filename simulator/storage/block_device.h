@@ -5,12 +5,22 @@
 #include <cstdint>
 #include <filesystem>
 #include <span>
+#include <vector>
 
 #include "simulator/storage/image_overlay.h"
 
 namespace simulator {
 
 enum class Access { kReadOnly, kReadWrite };
+
+// Somebody who keeps changes in memory for a while instead of writing them to a device at once.
+class LateWriter {
+ public:
+  virtual ~LateWriter() = default;
+  // Called before each transfer, its own included. Writes what waits before anybody else reads or
+  // writes.
+  virtual void BeforeTransfer() = 0;
+};
 
 // Positions and lengths are bytes, 64-bit everywhere, and need not be aligned: sector rules belong
 // to the device above. Sparse parts of the image stay sparse. Not copyable; not for use from two
@@ -43,11 +53,16 @@ class BlockDevice {
   // written bytes.
   [[nodiscard]] bool Zero(std::uint64_t offset, std::uint64_t length);
 
+  // A late writer is known to the device for as long as it lives.
+  void Add(LateWriter& writer) { late_writers_.push_back(&writer); }
+  void Remove(LateWriter& writer) { std::erase(late_writers_, &writer); }
+
   // What has passed so far, in bytes.
   std::uint64_t bytes_read() const { return bytes_read_; }
   std::uint64_t bytes_written() const { return bytes_written_; }
 
  private:
+  void TellLateWriters();
   bool ReadImage(std::uint64_t offset, std::span<std::byte> buffer);
   bool WriteImage(std::uint64_t offset, std::span<const std::byte> data);
   bool ZeroImage(std::uint64_t offset, std::uint64_t length);
@@ -60,6 +75,7 @@ class BlockDevice {
   std::uint32_t sector_size_ = 512;
   Access access_ = Access::kReadWrite;
   ImageOverlay* overlay_ = nullptr;
+  std::vector<LateWriter*> late_writers_;
   std::uint64_t bytes_read_ = 0;
   std::uint64_t bytes_written_ = 0;
 };

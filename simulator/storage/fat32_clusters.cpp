@@ -33,6 +33,7 @@ std::size_t RunLength(const Fat32Chain& chain, std::size_t index, std::size_t mo
 }  // namespace
 
 DWORD Fat32Clusters::Open() {
+  waiting_ = {};
   if (ProbeFileSystem(device_, volume_offset_).kind != FileSystem::kFat32) {
     return kErrorUnrecognizedVolume;
   }
@@ -85,9 +86,8 @@ DWORD Fat32Clusters::Write(std::uint32_t& first, std::string_view bytes) {
 DWORD Fat32Clusters::Free(std::uint32_t first) {
   Fat32Chain chain;
   DWORD error = Walk(first, chain);
-  const std::uint32_t kFree = 0;
   for (const std::uint32_t cluster : chain) {
-    if (error == ERROR_SUCCESS) error = table_.Write(cluster, {&kFree, 1});
+    if (error == ERROR_SUCCESS) error = WriteEntry(cluster, 0);
   }
   if (error != ERROR_SUCCESS || chain.empty()) return error;
   return NoteFree(static_cast<std::int64_t>(chain.size()), /*last_allocated=*/0);
@@ -155,13 +155,18 @@ DWORD Fat32Clusters::Append(Fat32Chain& chain, std::size_t count) {
   // From the end, so that the chain is whole at each moment.
   std::uint32_t next = kEndOfChain;
   for (auto cluster = added.rbegin(); cluster != added.rend(); ++cluster) {
-    if (error == ERROR_SUCCESS) error = table_.Write(*cluster, {&next, 1});
+    if (error == ERROR_SUCCESS) error = WriteEntry(*cluster, next);
     next = *cluster;
   }
-  if (error == ERROR_SUCCESS && !chain.empty()) error = table_.Write(chain.back(), {&next, 1});
+  if (error == ERROR_SUCCESS && !chain.empty()) error = WriteEntry(chain.back(), next);
   if (error != ERROR_SUCCESS) return error;
   chain.insert(chain.end(), added.begin(), added.end());
   return NoteFree(-static_cast<std::int64_t>(count), added.back());
+}
+
+DWORD Fat32Clusters::WriteEntry(std::uint32_t cluster, std::uint32_t value) {
+  table_.Set(cluster, {&value, 1});
+  return table_.Save(cluster, 1);
 }
 
 // Brings the information sector up to date, where there is one and it knows the count.

@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -57,21 +56,48 @@ class Fat32Clusters {
 
   // See Fat32Table.
   [[nodiscard]] DWORD Usage(std::span<const std::uint8_t>& bits) { return table_.Usage(bits); }
-  // Moves up to `count` clusters of the chain, from its `index`-th on, to the free ones from
-  // `target` on, at most 64 KiB at once: data, links, and at last the old clusters become free.
-  // `head` is told where the chain begins when its first cluster moves. ERROR_INVALID_PARAMETER
-  // when a target is not free; what was moved before stays moved.
-  [[nodiscard]] DWORD Move(Fat32Chain chain, std::size_t index, std::size_t count,
-                           std::uint32_t target, const std::function<DWORD(std::uint32_t)>& head);
+
+  // ---- Moving ----------------------------------------------------------------------------------
+
+  // How many clusters are moved at once: 64 KiB, or one cluster.
+  std::size_t most_moved_at_once() const;
+  // Copies `count` clusters of the chain, from its `index`-th on, to the free ones from `target`
+  // on, and notes in memory that they are part of the chain now and the old ones are free. Who
+  // keeps the number of the chain's first cluster changes it afterwards, when `index` is 0. The
+  // changes reach the disk by SaveNewLinks, what changes outside of the table, and SaveOldLinks, in
+  // this order: so that the chain is whole at each moment. Nothing has changed after an error,
+  // which is ERROR_INVALID_PARAMETER when a target is not free.
+  [[nodiscard]] DWORD MovePiece(Fat32Chain& chain, std::size_t index, std::size_t count,
+                                std::uint32_t target);
+  // After a failure what was noted is forgotten.
+  [[nodiscard]] DWORD SaveNewLinks();
+  [[nodiscard]] DWORD SaveOldLinks();
+  // Whether some of the clusters are free in memory, but part of a chain on the disk.
+  bool AreInUseOnDisk(std::uint32_t first, std::size_t count) const;
+  // How many writes of tables wait, of neighbours as one.
+  std::size_t waiting() const;
 
  private:
+  // Neighbouring clusters.
+  struct Range {
+    std::uint32_t first = 0;
+    std::uint32_t count = 0;
+  };
+  // Clusters whose entries are changed in memory only.
+  struct Waiting {
+    std::vector<Range> arrived;     // new parts of chains
+    std::vector<Range> redirected;  // in front of them
+    std::vector<Range> left;        // free
+  };
+
   DWORD FindFree(std::size_t count, Fat32Chain& clusters);
   DWORD Append(Fat32Chain& chain, std::size_t count);
   DWORD NoteFree(std::int64_t change, std::uint32_t last_allocated);
-  DWORD FreePiece(const Fat32Chain& chain, std::size_t index, std::size_t count);
+  DWORD WriteEntry(std::uint32_t cluster, std::uint32_t value);
+  DWORD SaveAll(const std::vector<Range>& ranges);
   DWORD ExpectFree(std::uint32_t first, std::size_t count);
-  DWORD CopyPiece(const Fat32Chain& chain, std::size_t index, std::size_t count,
-                  std::uint32_t target);
+  DWORD CopyData(const Fat32Chain& chain, std::size_t index, std::size_t count,
+                 const Fat32Chain& targets);
 
   // Calls `transfer` with the place on the disk, the bytes done and the bytes to do, run by run.
   template <typename Transfer>
@@ -83,6 +109,7 @@ class Fat32Clusters {
   std::uint64_t volume_offset_;
   Fat32Table table_;
   std::vector<std::byte> moved_;  // the data of a piece that is moved; kept for the next one
+  Waiting waiting_;
   Fat32BootSector boot_{};
   std::uint64_t data_offset_ = 0;  // of the first cluster, from the start of the disk
   std::uint32_t root_ = 0;

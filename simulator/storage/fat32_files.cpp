@@ -19,7 +19,8 @@ DWORD Fat32Files::MakeFolder(std::string_view path) {
   const Session session(*this);
   Folder* parent = nullptr;
   std::string_view name;
-  DWORD error = OpenParent(path, parent, name);
+  DWORD error = WriteAll();
+  if (error == ERROR_SUCCESS) error = OpenParent(path, parent, name);
   if (error != ERROR_SUCCESS) return error;
   if (parent->directory.Find(name)) return ERROR_ALREADY_EXISTS;
   Fat32Entry entry;
@@ -44,7 +45,8 @@ DWORD Fat32Files::Write(std::string_view path, std::string_view content) {
   const Session session(*this);
   Folder* folder = nullptr;
   std::string_view name;
-  DWORD error = OpenParent(path, folder, name);
+  DWORD error = WriteAll();
+  if (error == ERROR_SUCCESS) error = OpenParent(path, folder, name);
   if (error != ERROR_SUCCESS) return error;
   const Fat32Entry* old = folder->directory.Find(name);
   if (old != nullptr && old->is_folder) return ERROR_ACCESS_DENIED;
@@ -71,7 +73,8 @@ DWORD Fat32Files::Remove(std::string_view path) {
   const Session session(*this);
   Folder* folder = nullptr;
   std::string_view name;
-  DWORD error = OpenParent(path, folder, name);
+  DWORD error = WriteAll();
+  if (error == ERROR_SUCCESS) error = OpenParent(path, folder, name);
   if (error != ERROR_SUCCESS) return error;
   const Fat32Entry* entry = folder->directory.Find(name);
   if (entry == nullptr) return ERROR_FILE_NOT_FOUND;
@@ -137,7 +140,8 @@ DWORD Fat32Files::SetAttributes(std::string_view path, DWORD attributes) {
   Fat32Entry entry = *found;
   entry.attributes = static_cast<std::uint8_t>((entry.attributes & ~kSettableAttributes) |
                                                (attributes & kSettableAttributes));
-  return SaveEntry(id, entry);
+  error = ChangeEntry(id, entry);
+  return error == ERROR_SUCCESS ? WriteInTime() : error;
 }
 
 DWORD Fat32Files::OpenFolder(const std::vector<std::string_view>& names, Folder*& folder) {

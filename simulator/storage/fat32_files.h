@@ -32,14 +32,19 @@ struct Fat32FileId {
 // Fat32Clusters.
 //
 // Tables and folders are kept in memory, and read anew once somebody else has written to the
-// device.
-class Fat32Files {
+// device. What changes is written at once; with kLate, attributes and moves are written later: when
+// Flush is called, when somebody else uses the device, when a lot has gathered, with the next other
+// change, or with the object's end. They get to the disk in an order that leaves every file whole
+// at each moment.
+class Fat32Files : private LateWriter {
  public:
-  Fat32Files(BlockDevice& device, std::uint64_t volume_offset)
-      : device_(device),
-        clusters_(device, volume_offset),
-        open_error_(clusters_.Open()),
-        bytes_written_(device.bytes_written()) {}
+  enum class Writing { kAtOnce, kLate };
+
+  // The device outlives the object.
+  Fat32Files(BlockDevice& device, std::uint64_t volume_offset, Writing writing = Writing::kAtOnce);
+  ~Fat32Files() override;
+  Fat32Files(const Fat32Files&) = delete;
+  Fat32Files& operator=(const Fat32Files&) = delete;
 
   // ---- By path ---------------------------------------------------------------------------------
 
@@ -67,13 +72,17 @@ class Fat32Files {
   // Fills the buffer from `offset` up to the end of the file; `done` may be less, and 0.
   [[nodiscard]] DWORD ReadPart(const Fat32FileId& id, std::uint64_t offset,
                                std::span<std::byte> buffer, std::size_t& done);
-  // As Fat32Clusters::Move, from the `index`-th cluster of the file on.
+  // Moves up to `count` clusters of the file, from its `index`-th on, to the free ones from
+  // `target` on, at most 64 KiB at once. ERROR_INVALID_PARAMETER when a target is not free, where
+  // what was moved before stays moved, and for the first cluster of a folder, which is known by it.
   [[nodiscard]] DWORD Move(const Fat32FileId& id, std::size_t index, std::size_t count,
                            std::uint32_t target);
 
   // ---- The volume ------------------------------------------------------------------------------
 
   [[nodiscard]] DWORD Usage(std::span<const std::uint8_t>& bits, std::uint32_t& cluster_count);
+  // Writes what waits. After a failure it is lost, and everything is as it is on the disk.
+  [[nodiscard]] DWORD Flush();
 
  private:
   struct Folder {
@@ -93,12 +102,32 @@ class Fat32Files {
   DWORD LookAt(const Fat32FileId& id, const Fat32Entry*& entry);
   DWORD ChainOf(const Fat32FileId& id, Fat32Chain& chain);
   DWORD Save(Folder& folder);
-  DWORD SaveEntry(const Fat32FileId& id, const Fat32Entry& entry);
+  DWORD MovePiece(const Fat32FileId& id, Fat32Chain& chain, std::size_t index, std::size_t count,
+                  std::uint32_t target);
+  DWORD ForgetFolder(std::uint32_t first_cluster);
+  DWORD ChangeFirstCluster(const Fat32FileId& id, std::uint32_t cluster);
+  void BeforeTransfer() override;
+  DWORD ChangeEntry(const Fat32FileId& id, const Fat32Entry& entry);
+  DWORD WriteInTime();
+  DWORD WriteAll();
+  DWORD WriteSlots();
+  void Forget();
+
+  // Neighbouring slots of a folder that are changed in memory only.
+  struct ChangedSlots {
+    std::uint32_t folder = 0;
+    std::size_t first = 0;
+    std::size_t end = 0;  // behind the last one
+  };
 
   BlockDevice& device_;
   Fat32Clusters clusters_;
   DWORD open_error_;
-  std::uint64_t bytes_written_;  // to the device, when the last operation ended
+  Writing writing_;
+  bool is_working_ = false;  // an operation is under way
+  std::vector<ChangedSlots> changed_slots_;
+  DWORD late_error_ = ERROR_SUCCESS;  // what was lost, and nobody has been told
+  std::uint64_t bytes_written_;       // to the device, when the last operation ended
   std::unordered_map<std::uint32_t, Folder> folders_;  // by first cluster
   // The path of the folder that a file was last looked for in, with a separator behind it, and the
   // folder's first cluster: the next file is mostly looked for there, too.

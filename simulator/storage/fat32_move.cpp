@@ -10,42 +10,84 @@ namespace {
 constexpr std::size_t kMostBytesAtOnce = 65536;
 constexpr std::uint32_t kEndOfChain = 0x0FFFFFFF;
 
+// The `count` clusters from `first` on.
+Fat32Chain Row(std::uint32_t first, std::size_t count) {
+  Fat32Chain row(count);
+  std::iota(row.begin(), row.end(), first);
+  return row;
+}
+
+// Neighbours become one range.
+template <typename Range>
+void AddTo(std::vector<Range>& ranges, std::uint32_t first, std::size_t count) {
+  if (ranges.empty() || ranges.back().first + ranges.back().count != first) {
+    ranges.push_back({first, 0});
+  }
+  ranges.back().count += static_cast<std::uint32_t>(count);
+}
+
 }  // namespace
 
-DWORD Fat32Clusters::Move(Fat32Chain chain, std::size_t index, std::size_t count,
-                          std::uint32_t target, const std::function<DWORD(std::uint32_t)>& head) {
-  if (index >= chain.size()) return ERROR_SUCCESS;
-  std::size_t left = std::min(count, chain.size() - index);
-  while (left > 0) {
-    const std::size_t piece =
-        std::min(left, std::max<std::size_t>(kMostBytesAtOnce / cluster_bytes_, 1));
-    DWORD error = ExpectFree(target, piece);
-    if (error == ERROR_SUCCESS) error = CopyPiece(chain, index, piece, target);
-    if (error == ERROR_SUCCESS) {
-      error = index == 0 ? head(target) : table_.Write(chain[index - 1], {&target, 1});
-    }
-    if (error == ERROR_SUCCESS) error = FreePiece(chain, index, piece);
-    if (error != ERROR_SUCCESS) return error;
-    std::iota(chain.begin() + static_cast<std::ptrdiff_t>(index),
-              chain.begin() + static_cast<std::ptrdiff_t>(index + piece), target);
-    target += static_cast<std::uint32_t>(piece);
-    index += piece;
-    left -= piece;
+std::size_t Fat32Clusters::most_moved_at_once() const {
+  return std::max<std::size_t>(kMostBytesAtOnce / cluster_bytes_, 1);
+}
+
+DWORD Fat32Clusters::MovePiece(Fat32Chain& chain, std::size_t index, std::size_t count,
+                               std::uint32_t target) {
+  DWORD error = ExpectFree(target, count);
+  const Fat32Chain targets = Row(target, count);
+  if (error == ERROR_SUCCESS) error = CopyData(chain, index, count, targets);
+  if (error != ERROR_SUCCESS) return error;
+
+  const std::size_t end = index + count;
+  Fat32Chain links = Row(target + 1, count);
+  links.back() = end < chain.size() ? chain[end] : kEndOfChain;
+  table_.Set(target, links);
+  AddTo(waiting_.arrived, target, count);
+  if (index > 0) {
+    table_.Set(chain[index - 1], {&target, 1});
+    AddTo(waiting_.redirected, chain[index - 1], 1);
+  }
+  for (; index < end; ++index) {
+    constexpr std::uint32_t kFree = 0;
+    table_.Set(chain[index], {&kFree, 1});
+    AddTo(waiting_.left, chain[index], 1);
+    chain[index] = target++;
   }
   return ERROR_SUCCESS;
 }
 
-// Neighbours go with one write.
-DWORD Fat32Clusters::FreePiece(const Fat32Chain& chain, std::size_t index, std::size_t count) {
-  const Fat32Chain free(count, 0);
-  for (const std::size_t end = index + count; index < end;) {
-    std::size_t length = 1;
-    while (index + length < end && chain[index + length] == chain[index] + length) ++length;
-    const DWORD error = table_.Write(chain[index], std::span(free).first(length));
+DWORD Fat32Clusters::SaveNewLinks() {
+  const DWORD error = SaveAll(waiting_.arrived);
+  waiting_.arrived.clear();
+  if (error != ERROR_SUCCESS) waiting_ = {};
+  return error;
+}
+
+DWORD Fat32Clusters::SaveOldLinks() {
+  DWORD error = SaveAll(waiting_.redirected);
+  if (error == ERROR_SUCCESS) error = SaveAll(waiting_.left);
+  waiting_ = {};
+  return error;
+}
+
+DWORD Fat32Clusters::SaveAll(const std::vector<Range>& ranges) {
+  for (const Range& range : ranges) {
+    const DWORD error = table_.Save(range.first, range.count);
     if (error != ERROR_SUCCESS) return error;
-    index += length;
   }
   return ERROR_SUCCESS;
+}
+
+bool Fat32Clusters::AreInUseOnDisk(std::uint32_t first, std::size_t count) const {
+  return std::any_of(
+      waiting_.left.begin(), waiting_.left.end(), [first, count](const Range& range) {
+        return range.first < first + count && first < std::uint64_t{range.first} + range.count;
+      });
+}
+
+std::size_t Fat32Clusters::waiting() const {
+  return waiting_.arrived.size() + waiting_.redirected.size() + waiting_.left.size();
 }
 
 DWORD Fat32Clusters::ExpectFree(std::uint32_t first, std::size_t count) {
@@ -59,22 +101,13 @@ DWORD Fat32Clusters::ExpectFree(std::uint32_t first, std::size_t count) {
   return ERROR_SUCCESS;
 }
 
-// Puts the data into the new clusters and links them to each other and to what follows; nothing
-// leads to them yet.
-DWORD Fat32Clusters::CopyPiece(const Fat32Chain& chain, std::size_t index, std::size_t count,
-                               std::uint32_t target) {
-  if (moved_.size() < count * cluster_bytes_) moved_.resize(count * cluster_bytes_);
-  const auto data = std::span(moved_).first(count * cluster_bytes_);
-  DWORD error = ReadPart(chain, std::uint64_t{index} * cluster_bytes_, data);
-  if (error != ERROR_SUCCESS) return error;
-  Fat32Chain clusters(count);
-  std::iota(clusters.begin(), clusters.end(), target);
-  error = WritePart(clusters, 0, data);
-  if (error != ERROR_SUCCESS) return error;
-  Fat32Chain links(count);
-  std::iota(links.begin(), links.end(), target + 1);
-  links.back() = index + count < chain.size() ? chain[index + count] : kEndOfChain;
-  return table_.Write(target, links);
+DWORD Fat32Clusters::CopyData(const Fat32Chain& chain, std::size_t index, std::size_t count,
+                              const Fat32Chain& targets) {
+  const std::size_t length = count * cluster_bytes_;
+  if (moved_.size() < length) moved_.resize(length);
+  const auto data = std::span(moved_).first(length);
+  const DWORD error = ReadPart(chain, std::uint64_t{index} * cluster_bytes_, data);
+  return error == ERROR_SUCCESS ? WritePart(targets, 0, data) : error;
 }
 
 }  // namespace simulator

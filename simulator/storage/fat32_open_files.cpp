@@ -55,20 +55,48 @@ DWORD Fat32Files::ReadPart(const Fat32FileId& id, std::uint64_t offset, std::spa
 DWORD Fat32Files::Move(const Fat32FileId& id, std::size_t index, std::size_t count,
                        std::uint32_t target) {
   const Session session(*this);
+  const Fat32Entry* entry = nullptr;
+  DWORD error = LookAt(id, entry);
+  if (error != ERROR_SUCCESS) return error;
+  const std::uint32_t first_cluster = entry->first_cluster;
+  if (entry->is_folder) error = index == 0 ? ERROR_INVALID_PARAMETER : ForgetFolder(first_cluster);
+  Fat32Chain chain;
+  if (error == ERROR_SUCCESS) error = clusters_.Walk(first_cluster, chain);
+  if (error != ERROR_SUCCESS || index >= chain.size()) return error;
+  for (std::size_t left = std::min(count, chain.size() - index); left > 0;) {
+    const std::size_t piece = std::min(left, clusters_.most_moved_at_once());
+    error = MovePiece(id, chain, index, piece, target);
+    if (error != ERROR_SUCCESS) return error;
+    target += static_cast<std::uint32_t>(piece);
+    index += piece;
+    left -= piece;
+  }
+  return ERROR_SUCCESS;
+}
+
+DWORD Fat32Files::MovePiece(const Fat32FileId& id, Fat32Chain& chain, std::size_t index,
+                            std::size_t count, std::uint32_t target) {
+  DWORD error = ERROR_SUCCESS;
+  if (clusters_.AreInUseOnDisk(target, count)) error = WriteAll();
+  if (error == ERROR_SUCCESS) error = clusters_.MovePiece(chain, index, count, target);
+  if (error == ERROR_SUCCESS && index == 0) error = ChangeFirstCluster(id, target);
+  return error == ERROR_SUCCESS ? WriteInTime() : error;
+}
+
+// A folder of which a part moves is read anew from where it lies then.
+DWORD Fat32Files::ForgetFolder(std::uint32_t first_cluster) {
+  const DWORD error = WriteAll();
+  folders_.erase(first_cluster);
+  return error;
+}
+
+DWORD Fat32Files::ChangeFirstCluster(const Fat32FileId& id, std::uint32_t cluster) {
   const Fat32Entry* found = nullptr;
-  DWORD error = LookAt(id, found);
+  const DWORD error = LookAt(id, found);
   if (error != ERROR_SUCCESS) return error;
   Fat32Entry entry = *found;
-  Fat32Chain chain;
-  error = clusters_.Walk(entry.first_cluster, chain);
-  if (error != ERROR_SUCCESS) return error;
-  // Where a folder lies is read anew.
-  if (entry.is_folder) folders_.erase(entry.first_cluster);
-  const auto move_head = [&](std::uint32_t first) {
-    entry.first_cluster = first;
-    return SaveEntry(id, entry);
-  };
-  return clusters_.Move(std::move(chain), index, count, target, move_head);
+  entry.first_cluster = cluster;
+  return ChangeEntry(id, entry);
 }
 
 DWORD Fat32Files::Usage(std::span<const std::uint8_t>& bits, std::uint32_t& cluster_count) {
@@ -119,19 +147,6 @@ DWORD Fat32Files::ChainOf(const Fat32FileId& id, Fat32Chain& chain) {
   if (error != ERROR_SUCCESS) return error;
   chain.reserve(std::min(entry->size / clusters_.cluster_bytes() + 1, clusters_.cluster_count()));
   return clusters_.Walk(entry->first_cluster, chain);
-}
-
-// Writes the one slot that changes: a folder may hold thousands of them.
-DWORD Fat32Files::SaveEntry(const Fat32FileId& id, const Fat32Entry& entry) {
-  Folder* folder = nullptr;
-  DWORD error = LoadFolder(id.folder, folder);
-  if (error != ERROR_SUCCESS) return error;
-  folder->directory.Update(entry);
-  const std::uint64_t offset = std::uint64_t{entry.own_slot()} * kFat32SlotBytes;
-  const auto bytes = std::as_bytes(std::span(folder->directory.bytes()));
-  error = clusters_.WritePart(folder->chain, offset, bytes.subspan(offset, kFat32SlotBytes));
-  if (error != ERROR_SUCCESS) folders_.erase(id.folder);
-  return error;
 }
 
 }  // namespace simulator

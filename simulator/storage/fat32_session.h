@@ -10,12 +10,13 @@ namespace simulator {
 class Fat32Files::Session {
  public:
   explicit Session(Fat32Files& files) : files_(files) {
-    if (files.device_.bytes_written() == files.bytes_written_) return;
-    files.folders_.clear();
-    files.last_parent_.clear();
-    files.open_error_ = files.clusters_.Open();
+    files.is_working_ = true;
+    if (files.device_.bytes_written() != files.bytes_written_) files.Forget();
   }
-  ~Session() { files_.bytes_written_ = files_.device_.bytes_written(); }
+  ~Session() {
+    files_.bytes_written_ = files_.device_.bytes_written();
+    files_.is_working_ = false;
+  }
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 

@@ -5,7 +5,7 @@
 namespace simulator {
 namespace {
 
-constexpr std::uint64_t kPageEntries = 16384;
+constexpr std::uint32_t kPageEntries = 16384;
 constexpr std::uint32_t kFirstCluster = 2;
 constexpr std::uint32_t kValueBits = 0x0FFFFFFF;
 
@@ -17,7 +17,11 @@ std::uint32_t ValueOf(Little32 entry) {
 
 void Fat32Table::Reset(const Fat32TablePlace& place) {
   place_ = place;
-  const std::uint64_t end = std::uint64_t{place.cluster_count} + kFirstCluster;
+  Forget();
+}
+
+void Fat32Table::Forget() {
+  const std::uint64_t end = std::uint64_t{place_.cluster_count} + kFirstCluster;
   pages_.clear();
   pages_.resize(static_cast<std::size_t>((end + kPageEntries - 1) / kPageEntries));
   usage_.clear();
@@ -30,18 +34,24 @@ DWORD Fat32Table::Read(std::uint32_t cluster, std::uint32_t& value) {
   return error;
 }
 
-DWORD Fat32Table::Write(std::uint32_t first, std::span<const std::uint32_t> values) {
-  std::uint64_t entry = first;
-  while (!values.empty()) {
-    Page* page = nullptr;
-    DWORD error = FindPage(entry / kPageEntries, page);
-    if (error != ERROR_SUCCESS) return error;
-    const std::size_t room = kPageEntries - entry % kPageEntries;
-    const auto part = values.first(std::min(room, values.size()));
-    error = WritePart(*page, entry, part);
-    if (error != ERROR_SUCCESS) return error;
-    entry += part.size();
-    values = values.subspan(part.size());
+void Fat32Table::Set(std::uint32_t first, std::span<const std::uint32_t> values) {
+  for (const std::uint32_t value : values) {
+    Little32& entry = pages_[first / kPageEntries][first % kPageEntries];
+    entry = (entry & ~kValueBits) | (value & kValueBits);
+    NoteUsage(first++, value != 0);
+  }
+}
+
+DWORD Fat32Table::Save(std::uint32_t first, std::uint32_t count) {
+  while (count > 0) {
+    const std::uint32_t at = first % kPageEntries;
+    const auto length = std::min<std::uint32_t>(kPageEntries - at, count);
+    if (!WriteToCopies(first, std::span(pages_[first / kPageEntries]).subspan(at, length))) {
+      Forget();
+      return ERROR_WRITE_FAULT;
+    }
+    first += length;
+    count -= length;
   }
   return ERROR_SUCCESS;
 }
@@ -56,7 +66,8 @@ DWORD Fat32Table::FindPage(std::uint64_t index, Page*& page) {
   page = &pages_[index];
   if (!page->empty()) return ERROR_SUCCESS;
   const std::uint64_t end = std::uint64_t{place_.cluster_count} + kFirstCluster;
-  page->resize(static_cast<std::size_t>(std::min(kPageEntries, end - index * kPageEntries)));
+  page->resize(
+      static_cast<std::size_t>(std::min<std::uint64_t>(kPageEntries, end - index * kPageEntries)));
   const DWORD error = LoadPage(index, *page);
   if (error != ERROR_SUCCESS) page->clear();
   return error;
@@ -67,23 +78,12 @@ DWORD Fat32Table::LoadPage(std::uint64_t index, std::span<Little32> entries) {
   return device_.Read(offset, std::as_writable_bytes(entries)) ? ERROR_SUCCESS : ERROR_READ_FAULT;
 }
 
-// What is kept agrees with the first copy at each moment, also when a write fails.
-DWORD Fat32Table::WritePart(Page& page, std::uint64_t first_entry,
-                            std::span<const std::uint32_t> values) {
-  const std::size_t at = first_entry % kPageEntries;
-  std::vector<Little32> entries(page.begin() + static_cast<std::ptrdiff_t>(at),
-                                page.begin() + static_cast<std::ptrdiff_t>(at + values.size()));
-  for (std::size_t i = 0; i < values.size(); ++i) {
-    entries[i] = (entries[i] & ~kValueBits) | (values[i] & kValueBits);
-  }
+bool Fat32Table::WriteToCopies(std::uint64_t first_entry, std::span<const Little32> entries) {
   std::uint64_t offset = place_.offset + first_entry * sizeof(Little32);
   for (std::uint32_t copy = 0; copy < place_.copies; ++copy, offset += place_.copy_length) {
-    if (!device_.Write(offset, std::as_bytes(std::span(entries)))) return ERROR_WRITE_FAULT;
-    if (copy != 0) continue;
-    std::copy(entries.begin(), entries.end(), page.begin() + static_cast<std::ptrdiff_t>(at));
-    for (std::size_t i = 0; i < values.size(); ++i) NoteUsage(first_entry + i, values[i] != 0);
+    if (!device_.Write(offset, std::as_bytes(entries))) return false;
   }
-  return ERROR_SUCCESS;
+  return true;
 }
 
 DWORD Fat32Table::ReadUsage() {
@@ -93,12 +93,14 @@ DWORD Fat32Table::ReadUsage() {
   Page entries(kPageEntries);
   const Page nothing(kPageEntries);
   for (std::uint64_t first = 0; first < end; first += kPageEntries) {
-    const auto part = std::span(entries).first(std::min(kPageEntries, end - first));
-    const DWORD error = LoadPage(first / kPageEntries, part);
+    auto part = std::span(entries).first(std::min<std::uint64_t>(kPageEntries, end - first));
+    Page& known = pages_[first / kPageEntries];
+    const DWORD error = known.empty() ? LoadPage(first / kPageEntries, part) : ERROR_SUCCESS;
     if (error != ERROR_SUCCESS) {
       usage_.clear();
       return error;
     }
+    if (!known.empty()) part = known;
     // Most of a large volume is free.
     if (std::memcmp(part.data(), nothing.data(), part.size_bytes()) == 0) continue;
     for (std::size_t i = 0; i < part.size(); ++i) {

@@ -30,8 +30,11 @@ class Fat32Table {
   void Reset(const Fat32TablePlace& place);
 
   [[nodiscard]] DWORD Read(std::uint32_t cluster, std::uint32_t& value);
-  // Writes the entries of neighbouring clusters.
-  [[nodiscard]] DWORD Write(std::uint32_t first, std::span<const std::uint32_t> values);
+  // Changes the entries of neighbouring clusters, in memory only. Precondition: they were read.
+  void Set(std::uint32_t first, std::span<const std::uint32_t> values);
+  // Writes the entries of neighbouring clusters as they are in memory. After a failure everything
+  // is read anew. Precondition: they were read.
+  [[nodiscard]] DWORD Save(std::uint32_t first, std::uint32_t count);
 
   // One bit for each data cluster, set where it is in use: bit 0 of byte 0 is cluster 2. The first
   // call reads the whole table. Good until the next call of another function.
@@ -40,9 +43,10 @@ class Fat32Table {
  private:
   using Page = std::vector<Little32>;
 
+  void Forget();
   DWORD FindPage(std::uint64_t index, Page*& page);
   DWORD LoadPage(std::uint64_t index, std::span<Little32> entries);
-  DWORD WritePart(Page& page, std::uint64_t first_entry, std::span<const std::uint32_t> values);
+  bool WriteToCopies(std::uint64_t first_entry, std::span<const Little32> entries);
   DWORD ReadUsage();
   void NoteUsage(std::uint64_t entry, bool in_use);
 
