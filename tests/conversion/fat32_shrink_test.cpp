@@ -15,14 +15,19 @@ struct Sizes {
   std::uint64_t volume_mib;
   std::uint32_t cluster_bytes;
   std::uint64_t shrink_mib;
+  bool writes_late;
 };
 void PrintTo(const Sizes& sizes, std::ostream* out) {
-  *out << sizes.volume_mib << " MiB by " << sizes.shrink_mib;
+  *out << sizes.volume_mib << " MiB by " << sizes.shrink_mib
+       << (sizes.writes_late ? ", written late" : "");
 }
 
 class Fat32Shrink : public Fat32VolumeTest, public ::testing::WithParamInterface<Sizes> {
  protected:
-  Fat32Shrink() { MakeVolume(GetParam().volume_mib, GetParam().cluster_bytes); }
+  Fat32Shrink() {
+    MakeVolume(GetParam().volume_mib, GetParam().cluster_bytes);
+    writes_late_ = GetParam().writes_late;
+  }
 
   std::uint64_t Boundary() const { return Fat32VolumeTest::Boundary(size_mib_); }
   // Clusters of these files that lie behind the new end.
@@ -172,7 +177,8 @@ TEST_P(Fat32Shrink, LongNamesStay) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, Fat32Shrink,
-                         ::testing::Values(Sizes{48, 512, 5}, Sizes{400, 1024, 302}));
+                         ::testing::Values(Sizes{48, 512, 5, false}, Sizes{400, 1024, 302, false},
+                                           Sizes{400, 1024, 302, true}));
 
 // Each cluster size that a volume can have, by 5 MiB.
 class Fat32ClusterSizes : public Fat32VolumeTest,

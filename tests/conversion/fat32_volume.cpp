@@ -161,6 +161,8 @@ std::uint64_t Fat32VolumeTest::PositionOf(std::uint64_t cluster) const {
 bool Fat32VolumeTest::Shrink(std::uint64_t size_mib) {
   free_count_ = Field(kFsInfo + 488, 4);
   ConversionRun run(image());
+  run.machine().switches().fat32_writes_late = writes_late_;
+  run.machine().Mount(run.machine().volumes().front());
   velkora::Velkora converter;
   converter.disk_info = &run.record().disk();
   converter.callback = testing_support::RecordEvent;

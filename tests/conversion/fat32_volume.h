@@ -54,6 +54,8 @@ class Fat32VolumeTest : public ConversionTest {
 
   // Shrinks the volume through the converter's own operation, on a machine of its own.
   bool Shrink(std::uint64_t size_mib);
+  // Whether that machine's driver keeps writes back.
+  bool writes_late_ = false;
 
   // ---- What the shrink did ---------------------------------------------------------------------
 

@@ -8,7 +8,6 @@
 #include <optional>
 #include <string>
 
-#include "simulator/seam_fixture.h"
 #include "simulator/storage/fat32_files.h"
 #include "simulator/storage/fat32_format.h"
 #include "simulator/storage_disk.h"
@@ -331,64 +330,6 @@ TEST_F(LateWritesOfABrokenDisk, AreToldHoweverOftenOthersUseTheDevice) {
   ReadByAnother();
   EXPECT_EQ(files.Flush(), ERROR_WRITE_FAULT);
   EXPECT_EQ(files.Flush(), ERROR_SUCCESS);
-}
-
-// A FAT32 volume with a file, mounted while the switch was on.
-class LateWritesOfAMachine : public testing_support::SeamTest {
- protected:
-  void SetUp() override {
-    Disk& disk = AttachGpt(1, {testing_support::GptRow(kMiB, 40 * kMiB, 1)});
-    image_ = disk.device().image();
-    ASSERT_EQ(FormatFat32(disk.device(), {kMiB, 40 * kMiB, 2048, 1}), ERROR_SUCCESS);
-    machine_.switches().fat32_writes_late = true;
-    machine_.Mount(*machine_.FindVolumeAt(1, kMiB));
-    machine_.AddFile(1, kMiB, "\\FILE", "content");
-  }
-
-  unsigned AttributesInImage() const {
-    BlockDevice image(image_, 512, Access::kReadOnly);
-    Fat32Files files(image, kMiB);
-    Fat32FileId id;
-    Fat32Entry entry;
-    EXPECT_EQ(files.Find("\\FILE", id), ERROR_SUCCESS);
-    EXPECT_EQ(files.Look(id, entry), ERROR_SUCCESS);
-    return entry.attributes;
-  }
-  static void HideFile() {
-    const std::string path = testing_support::GptVolumePath(1) + "\\FILE";
-    const WideString wide(path.begin(), path.end());
-    ASSERT_TRUE(win32::SetFileAttributesW(wide.c_str(), FILE_ATTRIBUTE_HIDDEN));
-  }
-
-  std::filesystem::path image_;
-};
-
-TEST_F(LateWritesOfAMachine, ReachTheImageWhenTheVolumeIsDismounted) {
-  const HANDLE volume = Open(testing_support::GptVolumePath(1));
-  HideFile();
-  EXPECT_EQ(AttributesInImage(), unsigned{FILE_ATTRIBUTE_ARCHIVE});
-  EXPECT_EQ(Control(volume, FSCTL_DISMOUNT_VOLUME), ERROR_SUCCESS);
-  EXPECT_EQ(AttributesInImage(), unsigned{FILE_ATTRIBUTE_HIDDEN});
-}
-
-TEST_F(LateWritesOfAMachine, ReachTheImageBeforeTheDiskIsRead) {
-  HideFile();
-  std::vector<std::byte> sector(512);
-  EXPECT_EQ(ReadAt(Open("\\\\.\\PhysicalDrive1"), 0, sector), ERROR_SUCCESS);
-  EXPECT_EQ(AttributesInImage(), unsigned{FILE_ATTRIBUTE_HIDDEN});
-}
-
-TEST_F(LateWritesOfAMachine, ThatFailLeaveTheVolumeMounted) {
-  SimulatedMachine broken;
-  broken.switches().fat32_writes_late = true;
-  broken.AttachDisk(1, image_, 512, Access::kReadOnly);
-  broken.MakeCurrent();
-  const HANDLE volume = Open(testing_support::GptVolumePath(1));
-  HideFile();
-  EXPECT_EQ(Control(volume, FSCTL_DISMOUNT_VOLUME), ERROR_WRITE_FAULT);
-  EXPECT_TRUE(broken.FindVolumeAt(1, kMiB)->mounted);
-  EXPECT_EQ(Control(volume, FSCTL_DISMOUNT_VOLUME), ERROR_SUCCESS);
-  EXPECT_EQ(AttributesInImage(), unsigned{FILE_ATTRIBUTE_ARCHIVE});
 }
 
 }  // namespace
