@@ -246,8 +246,8 @@ void SimulatedMachine::Mount(Volume& volume) {
     volume.boot_area = BootAreaLength(disk->device(), offset, info.kind);
     volume.file_system_space = SectorsToBytes(info.total_sectors, disk->device().sector_size());
     if (info.kind == FileSystem::kFat32) {
-      const auto writing = switches_.fat32_writes_late ? Fat32Files::Writing::kLate
-                                                       : Fat32Files::Writing::kAtOnce;
+      const auto writing =
+          switches_.fat32_writes_late ? Fat32Files::Writing::kLate : Fat32Files::Writing::kAtOnce;
       volume.fat32 = std::make_shared<Fat32Files>(disk->device(), offset, writing);
     }
   }
