@@ -73,7 +73,8 @@ class SimulatedMachine {
 
   // ---- Setting up ------------------------------------------------------------------------------
 
-  // Looked at whenever they matter; automount already when a disk is attached.
+  // Looked at whenever they matter; automount already when a disk is attached, fat32_writes_late
+  // when a volume is mounted.
   Switches& switches() { return switches_; }
 
   // Attaches an image as `\\.\PhysicalDrive<number>`; its volumes arrive and get letters as on a

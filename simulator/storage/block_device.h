@@ -17,8 +17,8 @@ enum class Access { kReadOnly, kReadWrite };
 class LateWriter {
  public:
   virtual ~LateWriter() = default;
-  // Called before each transfer, its own included. Writes what waits before anybody else reads or
-  // writes.
+  // Called before each transfer, its own included, and by TellLateWriters. Writes what waits before
+  // anybody else reads or writes.
   virtual void BeforeTransfer() = 0;
 };
 
@@ -56,13 +56,14 @@ class BlockDevice {
   // A late writer is known to the device for as long as it lives.
   void Add(LateWriter& writer) { late_writers_.push_back(&writer); }
   void Remove(LateWriter& writer) { std::erase(late_writers_, &writer); }
+  // Has the late writers write what waits, as each transfer does.
+  void TellLateWriters();
 
   // What has passed so far, in bytes.
   std::uint64_t bytes_read() const { return bytes_read_; }
   std::uint64_t bytes_written() const { return bytes_written_; }
 
  private:
-  void TellLateWriters();
   bool ReadImage(std::uint64_t offset, std::span<std::byte> buffer);
   bool WriteImage(std::uint64_t offset, std::span<const std::byte> data);
   bool ZeroImage(std::uint64_t offset, std::uint64_t length);

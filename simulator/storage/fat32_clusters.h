@@ -69,11 +69,13 @@ class Fat32Clusters {
   // which is ERROR_INVALID_PARAMETER when a target is not free.
   [[nodiscard]] DWORD MovePiece(Fat32Chain& chain, std::size_t index, std::size_t count,
                                 std::uint32_t target);
-  // After a failure what was noted is forgotten.
+  // After a failure Open is called, which forgets what was noted.
   [[nodiscard]] DWORD SaveNewLinks();
   [[nodiscard]] DWORD SaveOldLinks();
-  // Whether some of the clusters are free in memory, but part of a chain on the disk.
-  bool AreInUseOnDisk(std::uint32_t first, std::size_t count) const;
+  // Whether what waits has to be saved before such a piece moves: its target may still be part of a
+  // chain on the disk, or the piece itself be what leads to another part that has moved.
+  bool MustSaveBefore(const Fat32Chain& chain, std::size_t index, std::size_t count,
+                      std::uint32_t target) const;
   // How many writes of tables wait, of neighbours as one.
   std::size_t waiting() const;
 

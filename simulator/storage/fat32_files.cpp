@@ -1,7 +1,6 @@
 #include "simulator/storage/fat32_files.h"
 
 #include <limits>
-#include <span>
 #include <utility>
 
 #include "simulator/storage/fat32_session.h"
@@ -29,7 +28,7 @@ DWORD Fat32Files::MakeFolder(std::string_view path) {
   // Once for a cluster, and once more with the links, which name it.
   error = clusters_.Write(entry.first_cluster, Fat32Directory::NewFolder(0, 0));
   if (error != ERROR_SUCCESS) return error;
-  const std::uint32_t parent_link = parent->cluster() == clusters_.root() ? 0 : parent->cluster();
+  const std::uint32_t parent_link = parent->cluster == clusters_.root() ? 0 : parent->cluster;
   error = clusters_.Write(entry.first_cluster,
                           Fat32Directory::NewFolder(entry.first_cluster, parent_link));
   if (error == ERROR_SUCCESS) {
@@ -171,7 +170,7 @@ DWORD Fat32Files::OpenParent(std::string_view path, Folder*& folder, std::string
   const DWORD error = OpenFolder(*names, folder);
   if (error != ERROR_SUCCESS || !is_plain) return error;
   last_parent_ = parent;
-  last_parent_cluster_ = folder->cluster();
+  last_parent_cluster_ = folder->cluster;
   return ERROR_SUCCESS;
 }
 
@@ -182,23 +181,18 @@ DWORD Fat32Files::LoadFolder(std::uint32_t cluster, Folder*& folder) {
     return ERROR_SUCCESS;
   }
   if (!clusters_.IsCluster(cluster)) return ERROR_FILE_CORRUPT;
-  Fat32Chain chain;
-  DWORD error = clusters_.Walk(cluster, chain);
+  std::string bytes;
+  const DWORD error = clusters_.Read(cluster, bytes);
   if (error != ERROR_SUCCESS) return error;
-  std::string bytes(chain.size() * clusters_.cluster_bytes(), '\0');
-  error = clusters_.ReadPart(chain, 0, std::as_writable_bytes(std::span(bytes)));
-  if (error != ERROR_SUCCESS) return error;
-  Folder loaded{std::move(chain), Fat32Directory(std::move(bytes))};
+  Folder loaded{cluster, Fat32Directory(std::move(bytes))};
   folder = &folders_.emplace(cluster, std::move(loaded)).first->second;
   return ERROR_SUCCESS;
 }
 
 // What could not be written whole is read anew.
 DWORD Fat32Files::Save(Folder& folder) {
-  std::uint32_t cluster = folder.cluster();
-  DWORD error = clusters_.Write(cluster, folder.directory.bytes());
-  folder.chain.clear();
-  if (error == ERROR_SUCCESS) error = clusters_.Walk(cluster, folder.chain);
+  std::uint32_t cluster = folder.cluster;
+  const DWORD error = clusters_.Write(cluster, folder.directory.bytes());
   if (error != ERROR_SUCCESS) folders_.erase(cluster);
   return error;
 }

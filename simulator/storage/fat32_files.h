@@ -86,10 +86,8 @@ class Fat32Files : private LateWriter {
 
  private:
   struct Folder {
-    Fat32Chain chain;
+    std::uint32_t cluster = 0;
     Fat32Directory directory;
-
-    std::uint32_t cluster() const { return chain.front(); }
   };
   // Stands around each operation: forgets before it what others may have changed since.
   class Session;
@@ -98,7 +96,8 @@ class Fat32Files : private LateWriter {
   DWORD OpenParent(std::string_view path, Folder*& folder, std::string_view& name);
   DWORD LoadFolder(std::uint32_t cluster, Folder*& folder);
   DWORD FindFile(std::string_view path, Fat32FileId& id);
-  // The entry stays where it is until one is added to its folder or removed.
+  // The entry stays where it is until one is added to its folder or removed, the folder moves, or a
+  // write fails.
   DWORD LookAt(const Fat32FileId& id, const Fat32Entry*& entry);
   DWORD ChainOf(const Fat32FileId& id, Fat32Chain& chain);
   DWORD Save(Folder& folder);

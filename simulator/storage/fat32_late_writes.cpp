@@ -65,12 +65,16 @@ DWORD Fat32Files::WriteInTime() {
 DWORD Fat32Files::WriteSlots() {
   for (const ChangedSlots& slots : changed_slots_) {
     Folder* folder = nullptr;
+    Fat32Chain chain;
     DWORD error = LoadFolder(slots.folder, folder);
+    if (error == ERROR_SUCCESS) error = clusters_.Walk(slots.folder, chain);
     if (error != ERROR_SUCCESS) return error;
     const std::size_t offset = slots.first * kFat32SlotBytes;
-    const auto bytes = std::as_bytes(std::span(folder->directory.bytes()))
-                           .subspan(offset, slots.end * kFat32SlotBytes - offset);
-    error = clusters_.WritePart(folder->chain, offset, bytes);
+    const std::size_t end = slots.end * kFat32SlotBytes;
+    // Another chain that led here may have taken the clusters away.
+    if (end > chain.size() * clusters_.cluster_bytes()) return ERROR_FILE_CORRUPT;
+    const auto bytes = std::as_bytes(std::span(folder->directory.bytes()));
+    error = clusters_.WritePart(chain, offset, bytes.subspan(offset, end - offset));
     if (error != ERROR_SUCCESS) return error;
   }
   changed_slots_.clear();

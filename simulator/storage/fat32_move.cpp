@@ -1,6 +1,7 @@
 // How the clusters of a FAT32 chain are moved while the volume is in use.
 #include <algorithm>
 #include <numeric>
+#include <span>
 
 #include "simulator/storage/fat32_clusters.h"
 
@@ -24,6 +25,14 @@ void AddTo(std::vector<Range>& ranges, std::uint32_t first, std::size_t count) {
     ranges.push_back({first, 0});
   }
   ranges.back().count += static_cast<std::uint32_t>(count);
+}
+
+// Whether one of the `count` clusters from `first` on is in a range.
+template <typename Range>
+bool Touch(const std::vector<Range>& ranges, std::uint32_t first, std::size_t count) {
+  return std::any_of(ranges.begin(), ranges.end(), [first, count](const Range& range) {
+    return range.first < first + count && first < std::uint64_t{range.first} + range.count;
+  });
 }
 
 }  // namespace
@@ -60,7 +69,6 @@ DWORD Fat32Clusters::MovePiece(Fat32Chain& chain, std::size_t index, std::size_t
 DWORD Fat32Clusters::SaveNewLinks() {
   const DWORD error = SaveAll(waiting_.arrived);
   waiting_.arrived.clear();
-  if (error != ERROR_SUCCESS) waiting_ = {};
   return error;
 }
 
@@ -79,11 +87,14 @@ DWORD Fat32Clusters::SaveAll(const std::vector<Range>& ranges) {
   return ERROR_SUCCESS;
 }
 
-bool Fat32Clusters::AreInUseOnDisk(std::uint32_t first, std::size_t count) const {
-  return std::any_of(
-      waiting_.left.begin(), waiting_.left.end(), [first, count](const Range& range) {
-        return range.first < first + count && first < std::uint64_t{range.first} + range.count;
-      });
+bool Fat32Clusters::MustSaveBefore(const Fat32Chain& chain, std::size_t index, std::size_t count,
+                                   std::uint32_t target) const {
+  if (Touch(waiting_.left, target, count)) return true;
+  if (waiting_.redirected.empty()) return false;
+  const auto piece = std::span(chain).subspan(index, count);
+  return std::any_of(piece.begin(), piece.end(), [this](std::uint32_t cluster) {
+    return Touch(waiting_.redirected, cluster, 1);
+  });
 }
 
 std::size_t Fat32Clusters::waiting() const {

@@ -77,7 +77,7 @@ DWORD Fat32Files::Move(const Fat32FileId& id, std::size_t index, std::size_t cou
 DWORD Fat32Files::MovePiece(const Fat32FileId& id, Fat32Chain& chain, std::size_t index,
                             std::size_t count, std::uint32_t target) {
   DWORD error = ERROR_SUCCESS;
-  if (clusters_.AreInUseOnDisk(target, count)) error = WriteAll();
+  if (clusters_.MustSaveBefore(chain, index, count, target)) error = WriteAll();
   if (error == ERROR_SUCCESS) error = clusters_.MovePiece(chain, index, count, target);
   if (error == ERROR_SUCCESS && index == 0) error = ChangeFirstCluster(id, target);
   return error == ERROR_SUCCESS ? WriteInTime() : error;
@@ -121,7 +121,7 @@ DWORD Fat32Files::FindFile(std::string_view path, Fat32FileId& id) {
   const bool has_cluster = clusters_.IsCluster(entry->first_cluster);
   const bool may_be_empty = !entry->is_folder && entry->size == 0 && entry->first_cluster == 0;
   if (!has_cluster && !may_be_empty) return ERROR_FILE_CORRUPT;
-  id = {folder->cluster(), entry->own_slot()};
+  id = {folder->cluster, entry->own_slot()};
   return ERROR_SUCCESS;
 }
 

@@ -11,6 +11,7 @@ class Fat32Files::Session {
  public:
   explicit Session(Fat32Files& files) : files_(files) {
     files.is_working_ = true;
+    files.device_.TellLateWriters();  // now, so that what they write counts as another's
     if (files.device_.bytes_written() != files.bytes_written_) files.Forget();
   }
   ~Session() {
