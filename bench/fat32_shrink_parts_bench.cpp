@@ -66,7 +66,7 @@ void ScanOfBitmap(benchmark::State& state) {
 }
 BENCHMARK(ScanOfBitmap)->ArgsProduct({{20, 24, 28}, {kAllFree, kAllUsed, kLongRuns}});
 // One run in eight clusters and less: the list of runs is longer than the bitmap.
-BENCHMARK(ScanOfBitmap)->ArgsProduct({{20, 24}, {kStriped, kRandom}});
+BENCHMARK(ScanOfBitmap)->ArgsProduct({{20, 24, 28}, {kStriped, kRandom}});
 
 void Place100000PiecesIn1000000Runs(benchmark::State& state) {
   constexpr std::uint64_t kPieces = 100'000;

@@ -183,6 +183,8 @@ TEST_P(Fat32Failures, EachFailsFromThenOn) {
                                       simulator::Repeat::kFromThenOn);
     EXPECT_EQ(run->Convert(), 1);
     EXPECT_THAT(LastCallbacks(*run), ElementsAre("status 9", "percent 100", "status 11"));
+    EXPECT_EQ(DifferingSectors(expected_->path(), image()), SectorRanges())
+        << "the rollback has changed nothing";
   }
 }
 

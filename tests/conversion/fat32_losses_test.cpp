@@ -147,6 +147,30 @@ TEST_F(Fat32Losses, AFolderOfWhichTwoFragmentsMoveIsBroken) {
   EXPECT_EQ(Lost().size(), Expected().size());
 }
 
+// It begins with the last cluster that stays, so that it does not move.
+TEST_F(Fat32Losses, AFolderThatReachesAcrossTheNewEndIsCutThere) {
+  GoOnAt(Boundary());
+  AddFolder("FOLDER");
+  for (int i = 0; i < 15; ++i) AddFile("FOLDER/F" + std::to_string(i), 0);
+  ASSERT_EQ(RunsOf("FOLDER"), (testing_support::ClusterRuns{{Boundary(), 2}}));
+  EXPECT_TRUE(Shrink(kTakenOff));
+  ExpectFsck("Cluster 86519 out of range (86522 > 86521). Setting to EOF.\n", 15);
+  EXPECT_EQ(Lost(), Lines({"FOLDER/F14"}));
+}
+
+// Only folders that the moved fragment lists are told where it went.
+TEST_F(Fat32Losses, AFolderListedInALaterFragmentKeepsTheOldLinkToItsParent) {
+  GoOnAt(Boundary() + 10);
+  AddFolder("FOLDER");
+  for (int i = 0; i < 14; ++i) AddFile("FOLDER/F" + std::to_string(i), 0);
+  GoOnAt(100);
+  AddFolder("FOLDER/SUB");
+  ASSERT_EQ(RunsOf("FOLDER").size(), 2U);
+  EXPECT_TRUE(Shrink(kTakenOff));
+  ExpectFsck("/FOLDER/SUB\n  Invalid '..' entry in the second slot. Fixing.\n", 16);
+  EXPECT_EQ(Lost(), Lines());
+}
+
 // Only the later fragment lies behind the new end: its chain moves to clusters without its data.
 TEST_F(Fat32Losses, AFolderOfWhichTheLaterFragmentMovesLosesIt) {
   AddFolder("FOLDER");

@@ -85,10 +85,9 @@ TEST_F(EnumFilePathTest, SystemVolumeInformationInOtherCaseIsAFolderLikeAnyOther
   EXPECT_EQ(Names(directories_), Texts{"\\SYSTEM VOLUME INFORMATION"});
 }
 
-TEST_F(EnumFilePathTest, EntryThatVanishesIsSkippedSilently) {
-  for (const DWORD error : {DWORD{ERROR_FILE_NOT_FOUND}, DWORD{ERROR_FILE_CORRUPT}}) {
-    files_.clear();
-    directories_.clear();
+class EntriesThatAreSkipped : public EnumFilePathTest {
+ protected:
+  void ExpectSkipped(DWORD error) {
     Add("\\first", 1);
     Add("\\folder\\inner", 1);
     Add("\\last", 1);
@@ -97,8 +96,16 @@ TEST_F(EnumFilePathTest, EntryThatVanishesIsSkippedSilently) {
     EXPECT_TRUE(Enum());
     EXPECT_EQ(Names(files_), Texts{"\\last"});
     EXPECT_EQ(Names(directories_), Texts{}) << "a folder is not entered then";
+    EXPECT_EQ(log_, Log{});
   }
-  EXPECT_EQ(log_, Log{});
+};
+
+TEST_F(EntriesThatAreSkipped, WhenTheyVanish) {
+  ExpectSkipped(ERROR_FILE_NOT_FOUND);
+}
+
+TEST_F(EntriesThatAreSkipped, WhenTheyAreCorrupt) {
+  ExpectSkipped(ERROR_FILE_CORRUPT);
 }
 
 TEST_F(EnumFilePathTest, OtherErrorEndsTheWalkAtAnyDepth) {
@@ -271,6 +278,7 @@ TEST_F(GetFileDebrisTest, FailedQueryFails) {
   machine_.calls().FailOn(kGetPointers, 1, 1117);
   EXPECT_FALSE(GetFileDebris(files_, Boundary(), debris_));
   EXPECT_EQ(log_, Log{});
+  EXPECT_EQ(machine_.handles().Open(), Texts{"file " + Path() + "\\low"});
 }
 
 TEST_F(GetFileDebrisTest, FilesAreOpenedWithoutFlagsAndAskedWith832Bytes) {

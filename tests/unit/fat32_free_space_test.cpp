@@ -219,6 +219,10 @@ TEST_F(GetClusterLocationTest, SecondCallThatFailsLeavesTheList) {
   EXPECT_FALSE(Get());
   EXPECT_EQ(log_, (Log{{3, "GET VOLUME BITMAP Error! error_code: 234"}}));
   EXPECT_EQ(runs_, (Runs{{7, 1}}));
+  // Known since the first call.
+  const std::uint64_t total = total_;
+  EXPECT_TRUE(Get());
+  EXPECT_EQ(total_, total);
 }
 
 }  // namespace

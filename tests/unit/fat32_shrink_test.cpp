@@ -147,6 +147,26 @@ TEST_F(CompressFat32Test, StepsComeInTheirOrder) {
   EXPECT_EQ(steps, expected);
 }
 
+TEST_F(CompressFat32Test, TheVolumeIsClosedAndThenTheDisk) {
+  Populate();
+  EXPECT_TRUE(Shrink());
+  const auto& calls = machine_.calls().calls();
+  Texts last;
+  for (std::size_t i = calls.size() - 2; i < calls.size(); ++i) {
+    last.push_back(calls[i].name + " " + calls[i].detail);
+  }
+  EXPECT_EQ(last, (Texts{"CloseHandle volume " + Path(), "CloseHandle disk 1"}));
+}
+
+TEST_F(CompressFat32Test, AttributesAreGoneAfterwards) {
+  Populate();
+  EXPECT_EQ(Files().SetAttributes("\\high file", FILE_ATTRIBUTE_HIDDEN), ERROR_SUCCESS);
+  EXPECT_EQ(Files().SetAttributes("\\high folder", FILE_ATTRIBUTE_SYSTEM), ERROR_SUCCESS);
+  EXPECT_TRUE(Shrink());
+  EXPECT_EQ(AttributesOf("\\high file"), 0U);
+  EXPECT_EQ(AttributesOf("\\high folder"), DWORD{FILE_ATTRIBUTE_DIRECTORY});
+}
+
 TEST_F(CompressFat32Test, ControlCodesHaveTheirFixedSizes) {
   EXPECT_TRUE(Shrink(1));
   const auto arguments_of = [this](std::string_view detail) -> std::string {
