@@ -61,21 +61,21 @@ class Fat32Clusters {
 
   // How many clusters are moved at once: 64 KiB, or one cluster.
   std::size_t most_moved_at_once() const;
+  // Whether what waits has to be saved before such a piece moves: its target may still be part of a
+  // chain on the disk, or the piece itself be what leads to another part that has moved.
+  bool MustSaveBefore(const Fat32Chain& chain, std::size_t index, std::size_t count,
+                      std::uint32_t target) const;
   // Copies `count` clusters of the chain, from its `index`-th on, to the free ones from `target`
   // on, and notes in memory that they are part of the chain now and the old ones are free. Who
   // keeps the number of the chain's first cluster changes it afterwards, when `index` is 0. The
   // changes reach the disk by SaveNewLinks, what changes outside of the table, and SaveOldLinks, in
   // this order: so that the chain is whole at each moment. Nothing has changed after an error,
-  // which is ERROR_INVALID_PARAMETER when a target is not free.
+  // which is ERROR_INVALID_PARAMETER when a target is not free. Precondition: not MustSaveBefore.
   [[nodiscard]] DWORD MovePiece(Fat32Chain& chain, std::size_t index, std::size_t count,
                                 std::uint32_t target);
   // After a failure Open is called, which forgets what was noted.
   [[nodiscard]] DWORD SaveNewLinks();
   [[nodiscard]] DWORD SaveOldLinks();
-  // Whether what waits has to be saved before such a piece moves: its target may still be part of a
-  // chain on the disk, or the piece itself be what leads to another part that has moved.
-  bool MustSaveBefore(const Fat32Chain& chain, std::size_t index, std::size_t count,
-                      std::uint32_t target) const;
   // How many writes of tables wait, of neighbours as one.
   std::size_t waiting() const;
 
