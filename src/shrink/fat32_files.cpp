@@ -50,8 +50,9 @@ bool TakeEntry(DirectoryEntry entry, std::vector<DirectoryEntry>& files,
   }
   const Clearing clearing = ClearAttributes(entry.path);
   if (clearing != Clearing::kDone) return clearing == Clearing::kSkipped;
-  if (entry.is_directory) open.push_back(ListingOf(directory_path));
-  (entry.is_directory ? directories : files).push_back(std::move(entry));
+  const bool is_directory = entry.is_directory;
+  (is_directory ? directories : files).push_back(std::move(entry));
+  if (is_directory) open.push_back(ListingOf(directory_path));
   return true;
 }
 
