@@ -20,8 +20,8 @@ endfunction()
 # The library and the simulated machine, compiled for Windows.
 file(GLOB simulated_tests CONFIGURE_DEPENDS
   ${tests}/support/*.cpp ${tests}/unit/*.cpp ${tests}/simulator/*.cpp
-  ${tests}/windows/conformance/*.cpp ${tests}/windows/conformance/disk/*.cpp
-  ${tests}/windows/conformance/program/*.cpp)
+  ${tests}/conformance/*.cpp ${tests}/windows/conformance/disk/*.cpp
+  ${tests}/conformance/program/*.cpp)
 velkora_add_windows_test(velkora_tests ${simulated_tests}
   ${CMAKE_SOURCE_DIR}/apps/velkora_image/disk_record.cpp)
 target_precompile_headers(velkora_tests PRIVATE ${tests}/support/precompiled.h)
@@ -29,9 +29,9 @@ target_link_libraries(velkora_tests PRIVATE velkora_core velkora_simulator)
 
 # The same suite of the seam against Windows: a program to copy to a machine that has one. Here it
 # runs without a disk to wipe.
-set(conformance ${tests}/windows/conformance)
+set(conformance ${tests}/conformance)
 file(GLOB conformance_sources CONFIGURE_DEPENDS
-  ${conformance}/*_test.cpp ${conformance}/disk/*.cpp
+  ${conformance}/*_test.cpp ${conformance}/conformance_fixture.cpp ${conformance}/disk/*.cpp
   ${conformance}/program/*.cpp ${conformance}/windows/*.cpp)
 list(FILTER conformance_sources EXCLUDE REGEX "/program/[a-z_]*_test.cpp$")
 velkora_add_windows_test(velkora_conformance ${conformance_sources}

@@ -5,7 +5,7 @@
 
 #include "campaign/judge.h"
 #include "campaign/tables.h"
-#include "conversion/converted_disk.h"
+#include "conversion/converted_disk_fixture.h"
 #include "conversion/tools.h"
 
 namespace campaign {

@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "conversion/converted_disk.h"
+#include "conversion/converted_disk_fixture.h"
 #include "conversion/mbr_disk.h"
 #include "conversion/volumes.h"
 

@@ -5,7 +5,7 @@
 
 #include "logging/log.h"
 #include "platform/win32.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 // The offsets of the partitions, and a backup that was not used up, stay allocated when the object
 // ends: the interface through which it is freed has no destructor.

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "conversion/converted_disk.h"
+#include "conversion/converted_disk_fixture.h"
 #include "conversion/mbr_disk.h"
 
 namespace conversion {

@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <gmock/gmock.h>
 
-#include "conversion/converted_disk.h"
+#include "conversion/converted_disk_fixture.h"
 
 namespace conversion {
 namespace {

@@ -7,7 +7,7 @@
 #include <map>
 #include <memory>
 
-#include "conversion/converted_disk.h"
+#include "conversion/converted_disk_fixture.h"
 #include "conversion/volumes.h"
 
 namespace conversion {

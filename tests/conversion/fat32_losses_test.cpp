@@ -1,5 +1,5 @@
 // What a shrink of a FAT32 volume does not carry over, or fails on: exactly that and no more.
-#include "conversion/fat32_volume.h"
+#include "conversion/fat32_volume_fixture.h"
 
 namespace conversion {
 namespace {

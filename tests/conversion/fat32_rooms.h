@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <filesystem>
 
-#include "conversion/fat32_volume.h"
+#include "conversion/fat32_volume_fixture.h"
 
 namespace conversion {
 

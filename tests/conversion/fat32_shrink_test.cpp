@@ -4,7 +4,7 @@
 #include <fstream>
 #include <ostream>
 
-#include "conversion/fat32_volume.h"
+#include "conversion/fat32_volume_fixture.h"
 
 namespace conversion {
 namespace {

@@ -1,5 +1,5 @@
 // Disks with real file systems and files in them.
-#include "conversion/converted_disk.h"
+#include "conversion/converted_disk_fixture.h"
 #include "conversion/volumes.h"
 
 namespace conversion {

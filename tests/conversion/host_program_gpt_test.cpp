@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "conversion/host_program.h"
+#include "conversion/host_program_fixture.h"
 #include "conversion/image_bytes.h"
 #include "conversion/judges.h"
 #include "conversion/tools.h"

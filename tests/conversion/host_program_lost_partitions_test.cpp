@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "conversion/conversion_run.h"
-#include "conversion/host_program.h"
+#include "conversion/host_program_fixture.h"
 #include "conversion/image_bytes.h"
 #include "conversion/mbr_disk.h"
 #include "conversion/volumes.h"

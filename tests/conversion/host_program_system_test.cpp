@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "conversion/host_program.h"
+#include "conversion/host_program_fixture.h"
 #include "conversion/image_bytes.h"
 #include "conversion/tools.h"
 

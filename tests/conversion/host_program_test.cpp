@@ -1,6 +1,4 @@
 // The host program's two commands: exit status, words, and files.
-#include "conversion/host_program.h"
-
 #include <algorithm>
 #include <filesystem>
 #include <gmock/gmock.h>
@@ -9,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "conversion/host_program_fixture.h"
 #include "conversion/image_bytes.h"
 
 namespace conversion {

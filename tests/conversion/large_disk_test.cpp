@@ -1,7 +1,7 @@
 // Disks larger than 2 TiB, of which an MBR reaches only the first 2 TiB.
 #include <stdexcept>
 
-#include "conversion/converted_disk.h"
+#include "conversion/converted_disk_fixture.h"
 #include "conversion/rolled_back_disk.h"
 
 namespace conversion {

@@ -14,7 +14,7 @@
 #include "conversion/gpt_disk.h"
 #include "conversion/tools.h"
 #include "platform/win32.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace conversion {
 namespace {

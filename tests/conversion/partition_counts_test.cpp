@@ -1,5 +1,5 @@
 // Disks by their number of partitions, all with room for boot records.
-#include "conversion/converted_disk.h"
+#include "conversion/converted_disk_fixture.h"
 #include "conversion/tools.h"
 
 namespace conversion {

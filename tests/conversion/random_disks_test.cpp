@@ -9,7 +9,7 @@
 #include "conversion/model/random_disk.h"
 #include "conversion/model/raw_table.h"
 #include "support/caller_record.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace {
 

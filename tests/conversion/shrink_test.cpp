@@ -2,7 +2,7 @@
 // that cannot ends the conversion.
 #include <gmock/gmock.h>
 
-#include "conversion/converted_disk.h"
+#include "conversion/converted_disk_fixture.h"
 #include "conversion/rolled_back_disk.h"
 #include "conversion/volumes.h"
 

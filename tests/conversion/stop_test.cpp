@@ -1,7 +1,7 @@
 // A request to stop, at each point where the conversion looks at it and at those where it does not.
 #include <gmock/gmock.h>
 
-#include "conversion/converted_disk.h"
+#include "conversion/converted_disk_fixture.h"
 #include "conversion/rolled_back_disk.h"
 #include "conversion/volumes.h"
 

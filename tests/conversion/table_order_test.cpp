@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <gmock/gmock.h>
 
-#include "conversion/converted_disk.h"
-#include "support/machine_test.h"
+#include "conversion/converted_disk_fixture.h"
+#include "support/machine_fixture.h"
 #include "support/run_tool.h"
 
 namespace conversion {

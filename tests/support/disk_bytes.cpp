@@ -6,7 +6,7 @@
 #include <string>
 #include <zlib.h>
 
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace testing_support {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace testing_support {
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "convert/layout_builder.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace testing_support {
 

@@ -7,7 +7,7 @@
 
 #include "frame/velkora_sdk.h"
 #include "logging/log.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace {
 bool fail_nothrow_allocations = false;

@@ -6,7 +6,7 @@
 
 #include "backup/backup.h"
 #include "backup/restore.h"
-#include "support/backup_disk_test.h"
+#include "support/backup_disk_fixture.h"
 
 namespace velkora {
 namespace {

@@ -3,7 +3,7 @@
 #include <fstream>
 
 #include "frame/global_context.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include "boot/boot_sector.h"
 
 #include "frame/global_context.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace {
 

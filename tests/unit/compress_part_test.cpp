@@ -3,7 +3,7 @@
 
 #include "disk/device_handle.h"
 #include "frame/velkora.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace {
 

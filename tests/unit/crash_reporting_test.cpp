@@ -11,7 +11,7 @@
 #include "frame/velkora_sdk.h"
 #include "platform/guard.h"
 #include "platform/win32.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace velkora {
 namespace {

@@ -5,7 +5,7 @@
 
 #include "backup/disk_parser.h"
 #include "platform/win32.h"
-#include "support/backup_disk_test.h"
+#include "support/backup_disk_fixture.h"
 
 namespace velkora {
 namespace {

@@ -9,7 +9,7 @@
 
 #include "platform/guard.h"
 #include "support/caller_record.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace velkora {
 namespace {

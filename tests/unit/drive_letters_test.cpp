@@ -1,6 +1,6 @@
 #include "disk/drive_letters.h"
 
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include "frame/velkora.h"
 #include "frame/velkora_sdk.h"
 #include "logging/log.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace velkora {
 namespace {

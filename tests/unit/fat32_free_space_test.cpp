@@ -6,7 +6,7 @@
 #include "disk/device_handle.h"
 #include "fat32_values.h"
 #include "simulator/storage/fat32_format.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace velkora {
 namespace {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "platform/guard.h"
-#include "support/backup_disk_test.h"
+#include "support/backup_disk_fixture.h"
 
 namespace velkora {
 namespace {

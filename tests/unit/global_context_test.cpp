@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "frame/velkora.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace velkora {
 namespace {

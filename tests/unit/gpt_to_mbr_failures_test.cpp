@@ -7,7 +7,7 @@
 #include "convert/gpt_to_mbr.h"
 #include "frame/global_context.h"
 #include "support/expected_events.h"
-#include "support/gpt_disk_test.h"
+#include "support/gpt_disk_fixture.h"
 
 namespace velkora {
 namespace {

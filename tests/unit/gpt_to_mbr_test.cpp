@@ -10,7 +10,7 @@
 
 #include "frame/global_context.h"
 #include "support/expected_events.h"
-#include "support/gpt_disk_test.h"
+#include "support/gpt_disk_fixture.h"
 
 namespace velkora {
 namespace {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "platform/win32.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace velkora {
 namespace {

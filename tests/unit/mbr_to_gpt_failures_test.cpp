@@ -4,7 +4,7 @@
 #include "convert/mbr_to_gpt.h"
 #include "frame/global_context.h"
 #include "support/expected_events.h"
-#include "support/mbr_disk_test.h"
+#include "support/mbr_disk_fixture.h"
 
 namespace velkora {
 namespace {

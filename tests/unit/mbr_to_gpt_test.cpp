@@ -6,7 +6,7 @@
 
 #include "support/expected_events.h"
 #include "support/layout_bytes.h"
-#include "support/mbr_disk_test.h"
+#include "support/mbr_disk_fixture.h"
 
 namespace velkora {
 namespace {

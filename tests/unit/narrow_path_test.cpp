@@ -2,7 +2,7 @@
 
 #include <system_error>
 
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace velkora {
 namespace {

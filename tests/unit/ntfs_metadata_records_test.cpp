@@ -6,7 +6,7 @@
 
 #include "backup/ntfs_metadata.h"
 #include "platform/guard.h"
-#include "support/backup_disk_test.h"
+#include "support/backup_disk_fixture.h"
 
 namespace velkora {
 namespace {

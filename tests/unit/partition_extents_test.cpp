@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "support/backup_disk_test.h"
+#include "support/backup_disk_fixture.h"
 
 namespace velkora {
 namespace {

@@ -11,7 +11,7 @@
 #include "frame/global_context.h"
 #include "logging/log.h"
 #include "platform/win32.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace velkora {
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace velkora {
 namespace {

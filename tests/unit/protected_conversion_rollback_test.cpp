@@ -13,8 +13,8 @@
 #include "frame/global_context.h"
 #include "platform/guard.h"
 #include "support/expected_events.h"
-#include "support/gpt_disk_test.h"
-#include "support/mbr_disk_test.h"
+#include "support/gpt_disk_fixture.h"
+#include "support/mbr_disk_fixture.h"
 
 namespace velkora {
 namespace {

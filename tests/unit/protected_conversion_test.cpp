@@ -14,8 +14,8 @@
 #include "platform/guard.h"
 #include "platform/win32.h"
 #include "support/expected_events.h"
-#include "support/gpt_disk_test.h"
-#include "support/mbr_disk_test.h"
+#include "support/gpt_disk_fixture.h"
+#include "support/mbr_disk_fixture.h"
 
 namespace velkora {
 namespace {

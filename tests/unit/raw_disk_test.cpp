@@ -8,7 +8,7 @@
 #include <string>
 
 #include "platform/win32.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 #ifndef _WIN32
 #include <sys/mman.h>

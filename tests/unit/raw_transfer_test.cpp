@@ -4,7 +4,7 @@
 
 #include "disk/device_handle.h"
 #include "platform/win32.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace {
 

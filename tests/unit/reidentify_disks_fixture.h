@@ -6,7 +6,7 @@
 #include "logging/log.h"
 #include "platform/win32.h"
 #include "support/caller_record.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace testing_support {
 

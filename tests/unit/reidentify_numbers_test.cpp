@@ -3,7 +3,7 @@
 
 #include "disk/device_handle.h"
 #include "disk/reidentify.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace {
 

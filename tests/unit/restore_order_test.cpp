@@ -5,7 +5,7 @@
 
 #include "backup/backup_storage.h"
 #include "backup/restore.h"
-#include "support/backup_disk_test.h"
+#include "support/backup_disk_fixture.h"
 
 namespace velkora {
 namespace {

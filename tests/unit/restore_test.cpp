@@ -7,7 +7,7 @@
 
 #include "platform/guard.h"
 #include "platform/win32.h"
-#include "support/backup_disk_test.h"
+#include "support/backup_disk_fixture.h"
 
 namespace velkora {
 namespace {

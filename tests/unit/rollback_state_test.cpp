@@ -6,8 +6,8 @@
 
 #include "backup/backup_storage.h"
 #include "backup/restore.h"
-#include "support/gpt_disk_test.h"
-#include "support/mbr_disk_test.h"
+#include "support/gpt_disk_fixture.h"
+#include "support/mbr_disk_fixture.h"
 
 namespace velkora {
 namespace {

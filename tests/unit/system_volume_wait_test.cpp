@@ -13,7 +13,7 @@
 
 #include "disk/letter_restore.h"
 #include "frame/global_context.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace {
 

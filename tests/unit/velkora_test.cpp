@@ -10,7 +10,7 @@
 #include "platform/guard.h"
 #include "platform/win32.h"
 #include "support/caller_record.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace velkora {
 namespace {

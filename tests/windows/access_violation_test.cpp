@@ -6,8 +6,8 @@
 #include "convert/gpt_to_mbr.h"
 #include "convert/mbr_to_gpt.h"
 #include "frame/crash_reporting.h"
-#include "support/gpt_disk_test.h"
-#include "support/mbr_disk_test.h"
+#include "support/gpt_disk_fixture.h"
+#include "support/mbr_disk_fixture.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <sstream>
 
 #include "conversion/model/run.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace model {
 namespace {

@@ -6,7 +6,7 @@
 
 #include "shrink/ntfs_diskpart_shrink.h"
 #include "simulator/tools/sfdisk_table.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace testing_support {
 namespace {

@@ -2,7 +2,7 @@
 #include "disk/device_handle.h"
 #include "disk/reidentify.h"
 #include "simulator/tools/sfdisk_table.h"
-#include "support/machine_test.h"
+#include "support/machine_fixture.h"
 
 namespace testing_support {
 namespace {
