@@ -5,7 +5,7 @@
 #include <regex>
 
 #include "conversion/fat32_rooms.h"
-#include "support/run_tool.h"
+#include "support/tools/run_tool.h"
 
 namespace conversion {
 namespace {

@@ -8,7 +8,7 @@
 #include "conversion/mbr_disk.h"
 #include "conversion/tools.h"
 #include "conversion/volumes.h"
-#include "support/run_tool.h"
+#include "support/tools/run_tool.h"
 
 namespace conversion {
 namespace {

@@ -12,7 +12,7 @@
 #include "conversion/tools.h"
 #include "frame/velkora.h"
 #include "support/machine_fixture.h"
-#include "support/run_tool.h"
+#include "support/tools/run_tool.h"
 
 namespace conversion {
 namespace {

@@ -6,7 +6,7 @@
 
 #include "conversion/image_bytes.h"
 #include "conversion/tools.h"
-#include "support/run_tool.h"
+#include "support/tools/run_tool.h"
 
 namespace conversion {
 

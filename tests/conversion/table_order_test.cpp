@@ -5,7 +5,7 @@
 
 #include "conversion/converted_disk_fixture.h"
 #include "support/machine_fixture.h"
-#include "support/run_tool.h"
+#include "support/tools/run_tool.h"
 
 namespace conversion {
 namespace {

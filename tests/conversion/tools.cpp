@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "support/run_tool.h"
+#include "support/tools/run_tool.h"
 
 namespace conversion {
 

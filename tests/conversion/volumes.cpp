@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "conversion/tools.h"
-#include "support/run_tool.h"
+#include "support/tools/run_tool.h"
 
 namespace conversion {
 namespace {

@@ -10,7 +10,7 @@
 #include "simulator/diskpart_fixture.h"
 #include "simulator/storage/fat32_files.h"
 #include "simulator/volume_files.h"
-#include "support/run_tool.h"
+#include "support/tools/run_tool.h"
 
 namespace testing_support {
 namespace {

@@ -82,7 +82,7 @@ class Fat32Moves : public HostMadeVolumeTest, public ::testing::WithParamInterfa
     disk.MakeHoles(20, 3 * cluster());
     const fs::path files = folder_.path() / "files";
     WriteFile(files / "A long name of a file.text", Bytes(5 * cluster() + 1, 1));
-    WriteFile(files / "in holes", Bytes(40 * cluster(), 2));
+    WriteFile(files / "In holes", Bytes(40 * cluster(), 2));
     WriteFile(files / "folder" / "Deeper folder" / "large.bin", Bytes(300'000 + 9 * cluster(), 3));
     WriteFile(files / "folder" / "empty", "");
     WriteFile(files / "folder" / "LAST", Bytes(1, 4));
@@ -106,7 +106,7 @@ TEST_P(Fat32Moves, PutWholeFilesWhereTheyAreAsked) {
   const HANDLE volume = OpenVolume();
   std::int64_t target = 60'000;
   for (const char* name :
-       {"\\A long name of a file.text", "\\in holes", kLarge, "\\folder\\LAST"}) {
+       {"\\A long name of a file.text", "\\In holes", kLarge, "\\folder\\LAST"}) {
     const HANDLE file = Open(path_ + name);
     ASSERT_NE(file, INVALID_HANDLE_VALUE) << name;
     DWORD count = 0;
@@ -123,7 +123,7 @@ TEST_P(Fat32Moves, PutPartsOfAFileWhereTheyAreAsked) {
   const Fat32Disk disk = MakeDisk();
   Attach(disk);
   const HANDLE volume = OpenVolume();
-  const HANDLE file = Open(path_ + "\\in holes");
+  const HANDLE file = Open(path_ + "\\In holes");
   const ClusterRuns before = Pointers(file);
   ASSERT_GT(before.size(), 5U);
   EXPECT_EQ(Move(volume, file, 2, 50'000, 3), ERROR_SUCCESS);
@@ -134,7 +134,7 @@ TEST_P(Fat32Moves, PutPartsOfAFileWhereTheyAreAsked) {
   EXPECT_EQ(after.front(), (std::pair<std::uint64_t, std::uint64_t>(50'302, 1)));
   EXPECT_EQ(after.back(), (std::pair<std::uint64_t, std::uint64_t>(50'102, 1)));
   EXPECT_EQ(after[2], (std::pair<std::uint64_t, std::uint64_t>(50'002, 3)));
-  EXPECT_EQ(disk.RunsOf({"::/in holes"}).front(), after);
+  EXPECT_EQ(disk.RunsOf({"::/In holes"}).front(), after);
   ExpectWhole(disk);
 }
 
@@ -175,7 +175,7 @@ TEST_P(Fat32Moves, AgreeWithTheBytesOfTheTable) {
   for (std::size_t i = 0; i < usage.size(); ++i) {
     ASSERT_EQ(usage[i] != 0, table[i + 2] != 0) << "cluster " << i + 2;
   }
-  for (const char* name : {"\\A long name of a file.text", "\\in holes", kLarge, "\\folder",
+  for (const char* name : {"\\A long name of a file.text", "\\In holes", kLarge, "\\folder",
                            "\\folder\\Deeper folder", "\\folder\\LAST"}) {
     const ClusterRuns told = Pointers(Open(path_ + name, FILE_FLAG_BACKUP_SEMANTICS), 2);
     ASSERT_FALSE(told.empty()) << name;

@@ -9,8 +9,8 @@
 #include "simulator/storage/fat32_format.h"
 #include "simulator/storage/file_system_probe.h"
 #include "simulator/storage_disk.h"
-#include "support/run_tool.h"
 #include "support/temp_folder.h"
+#include "support/tools/run_tool.h"
 
 namespace simulator {
 namespace {

@@ -10,7 +10,7 @@
 
 #include "simulator/storage_disk.h"
 #include "simulator/tools/sfdisk_table.h"
-#include "support/run_tool.h"
+#include "support/tools/run_tool.h"
 
 namespace simulator {
 namespace {

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "simulator/storage/partition_store.h"
-#include "support/run_tool.h"
+#include "support/tools/run_tool.h"
 
 namespace storage_testing {
 

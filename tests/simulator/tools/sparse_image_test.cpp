@@ -9,8 +9,8 @@
 
 #include "simulator/storage/block_device.h"
 #include "simulator/storage_disk.h"
-#include "support/run_tool.h"
 #include "support/temp_folder.h"
+#include "support/tools/run_tool.h"
 
 namespace simulator {
 namespace {

@@ -10,8 +10,8 @@
 #include <unistd.h>
 
 #include "simulator/storage/block_device.h"
-#include "support/run_tool.h"
 #include "support/temp_folder.h"
+#include "support/tools/run_tool.h"
 
 namespace testing_support {
 namespace {
@@ -27,9 +27,11 @@ std::string Run(const std::vector<std::string>& argv, std::string_view input = {
                            result.output);
 }
 
+// Sorted, so that the disk is the same whatever the host's file system.
 std::vector<std::string> EntriesOf(const fs::path& folder) {
   std::vector<std::string> entries;
   for (const auto& entry : fs::directory_iterator(folder)) entries.push_back(entry.path().string());
+  std::sort(entries.begin(), entries.end());
   return entries;
 }
 
