@@ -22,10 +22,10 @@ install(TARGETS ${package_targets} EXPORT VelkoraSDKTargets
 install(EXPORT VelkoraSDKTargets NAMESPACE VelkoraSDK:: DESTINATION ${package_folder})
 
 configure_package_config_file(cmake/VelkoraSDKConfig.cmake.in
-  ${CMAKE_BINARY_DIR}/VelkoraSDKConfig.cmake INSTALL_DESTINATION ${package_folder})
+  ${PROJECT_BINARY_DIR}/VelkoraSDKConfig.cmake INSTALL_DESTINATION ${package_folder})
 write_basic_package_version_file(
-  ${CMAKE_BINARY_DIR}/VelkoraSDKConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+  ${PROJECT_BINARY_DIR}/VelkoraSDKConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(
-  FILES ${CMAKE_BINARY_DIR}/VelkoraSDKConfig.cmake ${CMAKE_BINARY_DIR}/VelkoraSDKConfigVersion.cmake
+  FILES ${PROJECT_BINARY_DIR}/VelkoraSDKConfig.cmake ${PROJECT_BINARY_DIR}/VelkoraSDKConfigVersion.cmake
   DESTINATION ${package_folder})
 install(FILES ${package_guides} DESTINATION ${CMAKE_INSTALL_DOCDIR})

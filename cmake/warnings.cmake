@@ -1,7 +1,9 @@
-# Warnings are errors in everything that this project compiles.
+# Warnings are errors in everything that this project compiles for itself; another project may use
+# a compiler that knows more of them.
 add_library(velkora_warnings INTERFACE)
 target_compile_options(velkora_warnings INTERFACE
-  -Wall -Wextra -Werror -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wcast-qual
+  $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:-Werror>
+  -Wall -Wextra -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wcast-qual
   -Wnon-virtual-dtor -Woverloaded-virtual -Wundef -Wformat=2 -Wimplicit-fallthrough
   -Wdouble-promotion)
 if(WIN32)
@@ -28,6 +30,6 @@ function(velkora_precompile target)
     target_precompile_headers(${target} PRIVATE
       <algorithm> <array> <cstdint> <filesystem> <functional> <limits> <map> <memory> <optional>
       <span> <string> <string_view> <utility> <vector>
-      ${CMAKE_SOURCE_DIR}/src/platform/win32_types.h)
+      ${PROJECT_SOURCE_DIR}/src/platform/win32_types.h)
   endif()
 endfunction()

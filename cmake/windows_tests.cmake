@@ -1,13 +1,13 @@
 # The tests of the Windows build. They run through Wine, and need no other program.
 set(INSTALL_GTEST OFF CACHE BOOL "The package is of the library alone" FORCE)
-add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
+add_subdirectory(/usr/src/googletest ${PROJECT_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
 
-set(tests ${CMAKE_SOURCE_DIR}/tests)
+set(tests ${PROJECT_SOURCE_DIR}/tests)
 
 # Everything in the program, so that it runs wherever it is copied to.
 function(velkora_add_windows_test name)
   add_executable(${name} ${ARGN})
-  target_include_directories(${name} PRIVATE ${tests} ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/src)
+  target_include_directories(${name} PRIVATE ${tests} ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
   target_link_libraries(${name} PRIVATE velkora_warnings GTest::gtest_main GTest::gmock)
   # An optimising g++ 12 warns of faults in its own string and stream headers; tests also compile
   # faster this way.
@@ -23,7 +23,7 @@ file(GLOB simulated_tests CONFIGURE_DEPENDS
   ${tests}/conformance/*.cpp ${tests}/windows/conformance/disk/*.cpp
   ${tests}/conformance/program/*.cpp)
 velkora_add_windows_test(velkora_tests ${simulated_tests}
-  ${CMAKE_SOURCE_DIR}/apps/velkora_image/disk_record.cpp)
+  ${PROJECT_SOURCE_DIR}/apps/velkora_image/disk_record.cpp)
 target_precompile_headers(velkora_tests PRIVATE ${tests}/support/precompiled.h)
 target_link_libraries(velkora_tests PRIVATE velkora_core velkora_simulator)
 
@@ -81,11 +81,11 @@ velkora_add_windows_test(minidump_test
 target_link_libraries(minidump_test PRIVATE velkora_core velkora_windows)
 
 # The library on the simulated machine, in front of which the linker finds the guard of Windows.
-set(windows ${CMAKE_SOURCE_DIR}/src/platform/windows)
+set(windows ${PROJECT_SOURCE_DIR}/src/platform/windows)
 file(GLOB support CONFIGURE_DEPENDS ${tests}/support/*.cpp)
 list(FILTER support EXCLUDE REGEX "precompiled.cpp$")
 velkora_add_windows_test(access_violation_test ${tests}/windows/access_violation_test.cpp
   ${support} ${windows}/guard.cpp ${windows}/fault.cpp)
 add_dependencies(access_violation_test velkora_windows)
 target_link_libraries(access_violation_test PRIVATE
-  velkora_core velkora_simulator ${CMAKE_BINARY_DIR}/src/platform/windows/structured_guard.o)
+  velkora_core velkora_simulator ${PROJECT_BINARY_DIR}/src/platform/windows/structured_guard.o)

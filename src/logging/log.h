@@ -3,12 +3,15 @@
 // Levels: 1 progress, 2 a warning that does not end the run, 3 an error.
 #pragma once
 
+// Lets a compiler that can check the arguments of LogEx against the format.
 #if defined(__MINGW32__)
 #define VELKORA_PRINTF(format_index, first_argument) \
   __attribute__((format(gnu_printf, format_index, first_argument)))
-#else
+#elif defined(__GNUC__)
 #define VELKORA_PRINTF(format_index, first_argument) \
   __attribute__((format(printf, format_index, first_argument)))
+#else
+#define VELKORA_PRINTF(format_index, first_argument)
 #endif
 
 namespace velkora {
