@@ -1,7 +1,7 @@
 // The branch of CompressPart for FAT32 volumes.
 #include <cstring>
 
-#include "fat32_mounted_volume.h"
+#include "fat32_mounted_volume_fixture.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // A volume with one directory behind the boundary, to be moved sector by sector.
 #pragma once
 
-#include "fat32_raw_volume.h"
+#include "fat32_raw_volume_fixture.h"
 #include "shrink/fat32_directories.h"
 
 namespace testing_support {

@@ -1,5 +1,5 @@
 // The fragments of the directories of a mounted volume.
-#include "fat32_file_walk.h"
+#include "fat32_file_walk_fixture.h"
 #include "platform/win32.h"
 
 namespace velkora {

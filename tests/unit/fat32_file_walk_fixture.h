@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "fat32_mounted_volume.h"
+#include "fat32_mounted_volume_fixture.h"
 #include "shrink/fat32_files.h"
 #include "shrink/narrow_path.h"
 

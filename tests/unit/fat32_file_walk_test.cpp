@@ -1,5 +1,5 @@
 // The walk over a mounted volume, and what is asked of the file system for the files it finds.
-#include "fat32_file_walk.h"
+#include "fat32_file_walk_fixture.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -1,4 +1,4 @@
-#include "fat32_raw_volume.h"
+#include "fat32_raw_volume_fixture.h"
 #include "shrink/fat32_directories.h"
 
 namespace velkora {

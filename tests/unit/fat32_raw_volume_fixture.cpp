@@ -1,6 +1,6 @@
 #include <cstring>
 
-#include "fat32_raw_volume.h"
+#include "fat32_raw_volume_fixture.h"
 
 namespace testing_support {
 namespace {

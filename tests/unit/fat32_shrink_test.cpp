@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "fat32_mounted_volume.h"
+#include "fat32_mounted_volume_fixture.h"
 
 namespace velkora {
 namespace {
