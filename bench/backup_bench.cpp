@@ -12,6 +12,7 @@
 #include "bench/bench_machine.h"
 #include "frame/global_context.h"
 #include "platform/win32.h"
+#include "simulator/disk.h"
 
 namespace {
 

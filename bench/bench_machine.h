@@ -7,6 +7,8 @@
 #include <string>
 
 #include "simulator/simulated_machine.h"
+#include "simulator/storage/block_device.h"
+#include "simulator/storage/partition_store.h"
 
 namespace bench {
 

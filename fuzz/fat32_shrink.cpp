@@ -11,8 +11,10 @@
 #include "frame/global_context.h"
 #include "fuzz/fuzz_disk.h"
 #include "platform/guard.h"
+#include "simulator/disk.h"
 #include "simulator/storage/fat32_files.h"
 #include "simulator/storage/fat32_format.h"
+#include "simulator/volume.h"
 
 namespace {
 

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "platform/win32.h"
+#include "simulator/disk.h"
 
 namespace fuzz {
 namespace {

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "simulator/handle_object.h"
 #include "simulator/libraries.h"
 #include "simulator/seam_call.h"
 #include "simulator/text.h"
@@ -72,14 +73,14 @@ void PutExceptionStream(Fields& fields, const MINIDUMP_EXCEPTION_INFORMATION& ex
 BOOL WINAPI WriteDump(HANDLE, DWORD, HANDLE file, MINIDUMP_TYPE type,
                       MINIDUMP_EXCEPTION_INFORMATION* exception, MINIDUMP_USER_STREAM_INFORMATION*,
                       MINIDUMP_CALLBACK_INFORMATION*) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
+  System& system = System::Current();
   const std::string arguments =
-      Describe(machine, file) + " type " + HexText(static_cast<std::uint64_t>(type));
-  if (FailsOnDemand(machine, "MiniDumpWriteDump", {}, arguments)) return FALSE;
-  HandleObject* object = machine.handles().Find(file);
+      Describe(system, file) + " type " + HexText(static_cast<std::uint64_t>(type));
+  if (FailsOnDemand(system, "MiniDumpWriteDump", {}, arguments)) return FALSE;
+  HandleObject* object = system.handles().Find(file);
   if (object == nullptr) return ToResult(AsHresult(ERROR_INVALID_HANDLE));
   Fields fields;
-  PutHeader(fields, exception == nullptr ? 0 : 1, machine.time(), static_cast<std::uint64_t>(type));
+  PutHeader(fields, exception == nullptr ? 0 : 1, system.time(), static_cast<std::uint64_t>(type));
   if (exception != nullptr) PutExceptionStream(fields, *exception);
   DWORD done = 0;
   const DWORD error = object->Write(fields.bytes(), done);

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <span>
 
-#include "simulator/handle_table.h"
+#include "simulator/handle_object.h"
 
 namespace simulator {
 

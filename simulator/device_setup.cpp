@@ -1,35 +1,33 @@
 #include "simulator/device_setup.h"
 
 #include <stdexcept>
+#include <string>
+#include <utility>
 
+#include "simulator/disk.h"
 #include "simulator/simulated_machine.h"
+#include "simulator/system.h"
+#include "simulator/volume.h"
 
 namespace simulator {
 
-std::vector<std::string> DiskInterfacePaths(SimulatedMachine& machine) {
-  std::vector<std::string> paths;
-  for (const Disk& disk : machine.disks()) {
-    if (!disk.identity.interface_path.empty()) paths.push_back(disk.identity.interface_path);
-  }
-  return paths;
-}
-
 void RenumberDisk(SimulatedMachine& machine, std::uint32_t number, std::uint32_t new_number) {
-  Disk* disk = machine.FindDisk(number);
-  if (disk == nullptr || machine.FindDisk(new_number) != nullptr) {
+  System& system = machine.system();
+  Disk* disk = system.FindDisk(number);
+  if (disk == nullptr || system.FindDisk(new_number) != nullptr) {
     throw std::invalid_argument("disk " + std::to_string(number) + " cannot become disk " +
                                 std::to_string(new_number));
   }
-  for (Volume& volume : machine.volumes()) {
+  for (Volume& volume : system.volumes()) {
     for (VolumeExtent& extent : volume.extents) {
       if (extent.disk_number != number) continue;
-      machine.memory_files(new_number, extent.offset) =
-          std::move(machine.memory_files(number, extent.offset));
-      machine.ForgetFiles(number, extent.offset);
+      system.memory_files(new_number, extent.offset) =
+          std::move(system.memory_files(number, extent.offset));
+      system.ForgetFiles(number, extent.offset);
       extent.disk_number = new_number;
     }
   }
-  if (machine.system_disk() == number) machine.SetSystemDisk(new_number);
+  if (system.system_disk() == number) system.SetSystemDisk(new_number);
   disk->set_number(new_number);
 }
 

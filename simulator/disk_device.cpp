@@ -1,7 +1,7 @@
 #include "simulator/disk_device.h"
 
 #include "platform/win32_device_types.h"
-#include "simulator/simulated_machine.h"
+#include "simulator/system.h"
 #include "simulator/write_rules.h"
 
 namespace simulator {
@@ -68,7 +68,7 @@ DWORD DiskDevice::Write(std::span<const std::byte> data, DWORD& done) {
   if (!writable()) return ERROR_ACCESS_DENIED;
   const DWORD error = CheckRange(data.size());
   if (error != ERROR_SUCCESS) return error;
-  if (!DiskWriteAllowed(machine_.volumes(), disk_.number(), position(), data.size())) {
+  if (!DiskWriteAllowed(system_.volumes(), disk_.number(), position(), data.size())) {
     return ERROR_ACCESS_DENIED;
   }
   if (!disk_.device().Write(position(), data)) return ERROR_WRITE_FAULT;
@@ -89,7 +89,7 @@ DWORD DiskDevice::Answer(DWORD code, std::span<const std::byte> in, std::span<st
     case IOCTL_DISK_CREATE_DISK:
       return CreateDisk(in);
     case IOCTL_DISK_UPDATE_PROPERTIES:
-      machine_.UpdateProperties(disk_);
+      system_.UpdateProperties(disk_);
       return ERROR_SUCCESS;
     case IOCTL_STORAGE_GET_DEVICE_NUMBER:
       return AnswerWith(STORAGE_DEVICE_NUMBER{FILE_DEVICE_DISK, disk_.number(), 0}, out, returned);
@@ -125,7 +125,7 @@ DWORD DiskDevice::SetDriveLayout(std::span<const std::byte> in, std::span<std::b
                                  DWORD& returned) {
   DiskLayout layout;
   DWORD error = ParseLayout(in, layout);
-  if (error == ERROR_SUCCESS) error = machine_.SetLayout(disk_, layout);
+  if (error == ERROR_SUCCESS) error = system_.SetLayout(disk_, layout);
   if (error != ERROR_SUCCESS || out.empty()) return error;
   // Believed: a buffer that is too short for the answer is left alone, and the call succeeds.
   AnswerWithLayout(layout, out, returned);
@@ -137,7 +137,7 @@ DWORD DiskDevice::CreateDisk(std::span<const std::byte> in) {
   if (!StartsWithKnownStyle(in)) return ERROR_NOT_SUPPORTED;
   CREATE_DISK request;
   std::memcpy(&request, in.data(), sizeof request);
-  return machine_.CreateDisk(disk_, request);
+  return system_.CreateDisk(disk_, request);
 }
 
 }  // namespace simulator

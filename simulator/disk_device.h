@@ -6,12 +6,12 @@
 
 namespace simulator {
 
-class SimulatedMachine;
+class System;
 
 class DiskDevice : public DeviceObject {
  public:
-  DiskDevice(SimulatedMachine& machine, Disk& disk, DWORD access)
-      : DeviceObject(access), machine_(machine), disk_(disk) {}
+  DiskDevice(System& system, Disk& disk, DWORD access)
+      : DeviceObject(access), system_(system), disk_(disk) {}
 
   std::string Describe() const override { return "disk " + std::to_string(disk_.number()); }
   DWORD Read(std::span<std::byte> buffer, DWORD& done) override;
@@ -28,7 +28,7 @@ class DiskDevice : public DeviceObject {
   DWORD SetDriveLayout(std::span<const std::byte> in, std::span<std::byte> out, DWORD& returned);
   DWORD CreateDisk(std::span<const std::byte> in);
 
-  SimulatedMachine& machine_;
+  System& system_;
   Disk& disk_;
 };
 

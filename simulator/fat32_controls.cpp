@@ -4,7 +4,7 @@
 #include <cstring>
 #include <vector>
 
-#include "simulator/simulated_machine.h"
+#include "simulator/system.h"
 #include "simulator/volume_file_device.h"
 
 namespace simulator {
@@ -104,11 +104,11 @@ DWORD GetRetrievalPointers(Fat32Files& files, const Fat32FileId& id, std::span<c
   return run == runs.end() ? ERROR_SUCCESS : ERROR_MORE_DATA;
 }
 
-DWORD MoveClusters(SimulatedMachine& machine, const Volume& volume, std::span<const std::byte> in) {
+DWORD MoveClusters(System& system, const Volume& volume, std::span<const std::byte> in) {
   if (in.size() < sizeof(MOVE_FILE_DATA)) return ERROR_INSUFFICIENT_BUFFER;
   MOVE_FILE_DATA request;
   std::memcpy(&request, in.data(), sizeof request);
-  HandleObject* object = machine.handles().Find(request.FileHandle);
+  HandleObject* object = system.handles().Find(request.FileHandle);
   if (object == nullptr) return ERROR_INVALID_HANDLE;
   const auto* file = dynamic_cast<const VolumeFileDevice*>(object);
   if (file == nullptr || !file->IsOn(volume)) return ERROR_INVALID_PARAMETER;

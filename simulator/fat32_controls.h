@@ -12,7 +12,7 @@
 
 namespace simulator {
 
-class SimulatedMachine;
+class System;
 struct Volume;
 
 // Each returns a Windows error. A buffer that the answer does not fit into gets what fits, and
@@ -25,7 +25,7 @@ struct Volume;
                                          DWORD& returned);
 // Moves clusters of a file that is open on the same volume. A range behind the file's last cluster
 // is cut off, and nothing to move is a success.
-[[nodiscard]] DWORD MoveClusters(SimulatedMachine& machine, const Volume& volume,
+[[nodiscard]] DWORD MoveClusters(System& system, const Volume& volume,
                                  std::span<const std::byte> in);
 
 }  // namespace simulator

@@ -5,7 +5,7 @@
 #include <optional>
 #include <system_error>
 
-#include "simulator/simulated_machine.h"
+#include "simulator/system.h"
 #include "simulator/text.h"
 #include "simulator/volume_path.h"
 
@@ -101,10 +101,10 @@ DWORD ListHostFolder(const fs::path& folder, std::vector<ListedFile>& files) {
 }
 
 // All that is in a folder, with "." and ".." in front in any but a root.
-DWORD ListAll(SimulatedMachine& machine, std::string_view folder, std::vector<ListedFile>& files) {
+DWORD ListAll(System& system, std::string_view folder, std::vector<ListedFile>& files) {
   const bool names_volume = folder.starts_with(kVerbatimPrefix);
-  const auto host_path = names_volume ? std::nullopt : machine.HostPath(folder);
-  if (!host_path) return VolumeFiles(machine).List(folder, files);
+  const auto host_path = names_volume ? std::nullopt : system.HostPath(folder);
+  if (!host_path) return VolumeFiles(system).List(folder, files);
   const DWORD error = ListHostFolder(*host_path, files);
   std::sort(files.begin(), files.end(), ComesBefore);
   if (!IsRoot(folder)) AddDots(files);
@@ -113,8 +113,7 @@ DWORD ListAll(SimulatedMachine& machine, std::string_view folder, std::vector<Li
 
 }  // namespace
 
-DWORD ListFolder(SimulatedMachine& machine, std::string_view pattern,
-                 std::vector<ListedFile>& files) {
+DWORD ListFolder(System& system, std::string_view pattern, std::vector<ListedFile>& files) {
   pattern = WithoutVerbatimPrefix(pattern);
   if (pattern.empty()) return ERROR_PATH_NOT_FOUND;
   const std::string_view name = FileNameOf(pattern);
@@ -122,7 +121,7 @@ DWORD ListFolder(SimulatedMachine& machine, std::string_view pattern,
   if (folder.empty()) folder = "\\";
 
   std::vector<ListedFile> found;
-  const DWORD error = ListAll(machine, folder, found);
+  const DWORD error = ListAll(system, folder, found);
   if (error != ERROR_SUCCESS) return error;
   std::erase_if(found, [name](const ListedFile& file) {
     const bool by_short_name = !file.short_name.empty() && MatchesWildcards(name, file.short_name);

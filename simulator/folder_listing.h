@@ -14,7 +14,6 @@ namespace simulator {
 // without regard to case; "*.*" is everything. A volume lists them in the order of the directory,
 // the host sorted by name; in front of them "." and "..", unless the folder is a root. Returns a
 // Windows error: 2 when nothing matches, 3 when the folder is missing, and those of VolumeFiles.
-DWORD ListFolder(SimulatedMachine& machine, std::string_view pattern,
-                 std::vector<ListedFile>& files);
+DWORD ListFolder(System& system, std::string_view pattern, std::vector<ListedFile>& files);
 
 }  // namespace simulator

@@ -1,6 +1,10 @@
 #include "simulator/handle_table.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <utility>
+
+#include "simulator/handle_object.h"
 
 namespace simulator {
 namespace {
@@ -17,21 +21,9 @@ std::size_t IndexOf(HANDLE handle) {
 
 }  // namespace
 
-DWORD HandleObject::Read(std::span<std::byte>, DWORD&) {
-  return ERROR_INVALID_HANDLE;
-}
+HandleTable::HandleTable() = default;
 
-DWORD HandleObject::Write(std::span<const std::byte>, DWORD&) {
-  return ERROR_INVALID_HANDLE;
-}
-
-DWORD HandleObject::Seek(std::int64_t, DWORD, std::uint64_t&) {
-  return ERROR_INVALID_HANDLE;
-}
-
-DWORD HandleObject::Control(DWORD, std::span<const std::byte>, std::span<std::byte>, DWORD&) {
-  return ERROR_INVALID_HANDLE;
-}
+HandleTable::~HandleTable() = default;
 
 HANDLE HandleTable::Add(std::unique_ptr<HandleObject> object) {
   objects_.push_back(std::move(object));
@@ -47,6 +39,11 @@ bool HandleTable::Close(HANDLE handle) {
   if (Find(handle) == nullptr) return false;
   objects_[IndexOf(handle)].reset();
   return true;
+}
+
+// Each object ends while the table is empty already.
+void HandleTable::CloseAll() {
+  std::exchange(objects_, {}).clear();
 }
 
 std::vector<std::string> HandleTable::Open() const {

@@ -1,10 +1,7 @@
 // Open handles of the simulated machine.
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
 #include <memory>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -12,28 +9,20 @@
 
 namespace simulator {
 
-// What a handle stands for. Each operation returns a Windows error, ERROR_SUCCESS for success. The
-// defaults answer as an object of another kind does (a process, a walk): error 6. `done` and
-// `returned` are 0 when they are handed in.
-class HandleObject {
- public:
-  virtual ~HandleObject() = default;
-  // For reading in a list of what is still open: "disk 1", "volume \\?\Volume{…}", "process".
-  virtual std::string Describe() const = 0;
-  virtual DWORD Read(std::span<std::byte> buffer, DWORD& done);
-  virtual DWORD Write(std::span<const std::byte> data, DWORD& done);
-  // Moves the position and gives the new one; nothing moves on failure.
-  virtual DWORD Seek(std::int64_t distance, DWORD method, std::uint64_t& position);
-  virtual DWORD Control(DWORD code, std::span<const std::byte> in, std::span<std::byte> out,
-                        DWORD& returned);
-};
+class HandleObject;
 
 class HandleTable {
  public:
+  HandleTable();
+  ~HandleTable();
+  HandleTable(const HandleTable&) = delete;
+  HandleTable& operator=(const HandleTable&) = delete;
+
   HANDLE Add(std::unique_ptr<HandleObject> object);
   // Null for a handle that is not open.
   HandleObject* Find(HANDLE handle);
   bool Close(HANDLE handle);
+  void CloseAll();
   // Describe() of each open handle, in the order of opening.
   std::vector<std::string> Open() const;
 

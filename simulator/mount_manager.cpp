@@ -1,6 +1,7 @@
 #include "simulator/mount_manager.h"
 
 #include "simulator/text.h"
+#include "simulator/volume.h"
 
 namespace simulator {
 namespace {

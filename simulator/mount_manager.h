@@ -8,9 +8,10 @@
 #include <vector>
 
 #include "platform/win32_types.h"
-#include "simulator/volume.h"
 
 namespace simulator {
+
+struct Volume;
 
 // The database is keyed by letter, one identity each. Giving a letter to another identity forgets
 // the former one. Letters are 'A' to 'Z' in either case. Functions that return a DWORD give a

@@ -4,11 +4,11 @@
 #include <memory>
 #include <string_view>
 
-#include "simulator/handle_table.h"
+#include "simulator/handle_object.h"
 
 namespace simulator {
 
-class SimulatedMachine;
+class System;
 
 struct OpenRequest {
   std::string_view path;  // UTF-8
@@ -21,7 +21,7 @@ struct OpenRequest {
 // Files of a volume are opened, and neither made nor replaced: ERROR_NOT_SUPPORTED for another
 // disposition than OPEN_EXISTING. `existed` tells whether it was there before. Returns a Windows
 // error and leaves `object` alone on failure.
-DWORD OpenPath(SimulatedMachine& machine, const OpenRequest& request,
-               std::unique_ptr<HandleObject>& object, bool& existed);
+DWORD OpenPath(System& system, const OpenRequest& request, std::unique_ptr<HandleObject>& object,
+               bool& existed);
 
 }  // namespace simulator

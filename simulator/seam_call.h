@@ -6,14 +6,15 @@
 #include <string_view>
 
 #include "platform/win32.h"
-#include "simulator/simulated_machine.h"
+#include "simulator/handle_object.h"
+#include "simulator/system.h"
 
 namespace simulator {
 
 // Notes a call on the machine. True if it has to fail; the last error is set then.
-inline bool FailsOnDemand(SimulatedMachine& machine, std::string_view name,
-                          std::string_view detail = {}, std::string_view arguments = {}) {
-  const DWORD error = machine.calls().Note(name, detail, arguments);
+inline bool FailsOnDemand(System& system, std::string_view name, std::string_view detail = {},
+                          std::string_view arguments = {}) {
+  const DWORD error = system.calls().Note(name, detail, arguments);
   if (error == ERROR_SUCCESS) return false;
   win32::SetLastError(error);
   return true;
@@ -21,10 +22,10 @@ inline bool FailsOnDemand(SimulatedMachine& machine, std::string_view name,
 
 // The same, for arguments whose text takes time: `arguments` makes it when calls are kept.
 template <std::invocable MakeText>
-bool FailsOnDemand(SimulatedMachine& machine, std::string_view name, std::string_view detail,
+bool FailsOnDemand(System& system, std::string_view name, std::string_view detail,
                    const MakeText& arguments) {
-  return FailsOnDemand(machine, name, detail,
-                       machine.calls().keeps_calls ? arguments() : std::string());
+  return FailsOnDemand(system, name, detail,
+                       system.calls().keeps_calls ? arguments() : std::string());
 }
 
 // TRUE, or FALSE with the last error set.
@@ -39,8 +40,8 @@ inline std::string_view TextOrEmpty(const char* text) {
 }
 
 // What a handle stands for; empty for one that is not open.
-inline std::string Describe(SimulatedMachine& machine, HANDLE handle) {
-  const HandleObject* object = machine.handles().Find(handle);
+inline std::string Describe(System& system, HANDLE handle) {
+  const HandleObject* object = system.handles().Find(handle);
   return object == nullptr ? std::string() : object->Describe();
 }
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/storage/file_system_probe.h"
+#include "simulator/storage/file_system.h"
 
 namespace simulator {
 

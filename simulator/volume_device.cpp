@@ -2,8 +2,9 @@
 
 #include <algorithm>
 
+#include "simulator/disk.h"
 #include "simulator/fat32_controls.h"
-#include "simulator/simulated_machine.h"
+#include "simulator/system.h"
 #include "simulator/write_rules.h"
 
 namespace simulator {
@@ -17,9 +18,9 @@ constexpr std::size_t kExtentsHeaderLength = offsetof(VOLUME_DISK_EXTENTS, Exten
 
 }  // namespace
 
-VolumeDevice::VolumeDevice(SimulatedMachine& machine, const Volume& volume, DWORD access)
+VolumeDevice::VolumeDevice(System& system, const Volume& volume, DWORD access)
     : DeviceObject(access),
-      machine_(machine),
+      system_(system),
       path_(volume.path),
       arrival_(volume.arrival),
       dismount_count_(volume.dismount_count) {}
@@ -29,7 +30,7 @@ VolumeDevice::~VolumeDevice() {
 }
 
 Volume* VolumeDevice::Find() const {
-  return machine_.FindVolumeByArrival(arrival_);
+  return system_.FindVolumeByArrival(arrival_);
 }
 
 bool VolumeDevice::IsUsable(const Volume* volume) const {
@@ -41,7 +42,7 @@ bool VolumeDevice::IsUsable(const Volume* volume) const {
 DWORD VolumeDevice::FindRange(const Volume& volume, std::size_t length, Range& range) const {
   if (volume.extents.size() != 1) return ERROR_NOT_READY;
   const VolumeExtent& extent = volume.extents.front();
-  Disk* disk = machine_.FindDisk(extent.disk_number);
+  Disk* disk = system_.FindDisk(extent.disk_number);
   if (disk == nullptr) return ERROR_NOT_READY;
   if (!IsAligned(disk->device().sector_size(), position(), length)) return ERROR_INVALID_PARAMETER;
   const std::uint64_t left = position() < extent.length ? extent.length - position() : 0;
@@ -99,7 +100,7 @@ DWORD VolumeDevice::Answer(DWORD code, std::span<const std::byte> in, std::span<
       return OnFat32(
           [&](const Volume& volume) { return GetVolumeBitmap(*volume.fat32, in, out, returned); });
     case FSCTL_MOVE_FILE:
-      return OnFat32([&](const Volume& volume) { return MoveClusters(machine_, volume, in); });
+      return OnFat32([&](const Volume& volume) { return MoveClusters(system_, volume, in); });
     default:
       return ERROR_INVALID_FUNCTION;
   }

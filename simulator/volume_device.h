@@ -6,13 +6,13 @@
 
 namespace simulator {
 
-class SimulatedMachine;
+class System;
 
 // The volume may be dismounted by another handle or leave with its partition while this one is
 // open; every transfer fails with error 21 then.
 class VolumeDevice : public DeviceObject {
  public:
-  VolumeDevice(SimulatedMachine& machine, const Volume& volume, DWORD access);
+  VolumeDevice(System& system, const Volume& volume, DWORD access);
   ~VolumeDevice() override;  // gives up a lock that it holds
 
   std::string Describe() const override { return "volume " + path_; }
@@ -43,7 +43,7 @@ class VolumeDevice : public DeviceObject {
   DWORD Unlock();
   DWORD Dismount();
 
-  SimulatedMachine& machine_;
+  System& system_;
   std::string path_;
   std::uint64_t arrival_;
   std::uint32_t dismount_count_;  // of the volume, when this handle was last good

@@ -3,21 +3,21 @@
 #include <utility>
 
 #include "simulator/fat32_controls.h"
-#include "simulator/simulated_machine.h"
+#include "simulator/system.h"
 
 namespace simulator {
 
-VolumeFileDevice::VolumeFileDevice(SimulatedMachine& machine, const Volume& volume,
-                                   const Fat32FileId& id, std::string path, DWORD access)
+VolumeFileDevice::VolumeFileDevice(System& system, const Volume& volume, const Fat32FileId& id,
+                                   std::string path, DWORD access)
     : DeviceObject(access),
-      machine_(machine),
+      system_(system),
       path_(std::move(path)),
       id_(id),
       arrival_(volume.arrival),
       dismount_count_(volume.dismount_count) {}
 
 Fat32Files* VolumeFileDevice::Files() const {
-  const Volume* volume = machine_.FindVolumeByArrival(arrival_);
+  const Volume* volume = system_.FindVolumeByArrival(arrival_);
   if (volume == nullptr || volume->dismount_count != dismount_count_) return nullptr;
   return volume->fat32.get();
 }
@@ -62,7 +62,7 @@ DWORD VolumeFileDevice::End(std::uint64_t& end) {
   return error;
 }
 
-DWORD OpenVolumeFile(SimulatedMachine& machine, const VolumePath& place, const OpenRequest& request,
+DWORD OpenVolumeFile(System& system, const VolumePath& place, const OpenRequest& request,
                      std::unique_ptr<HandleObject>& object, bool& existed) {
   const Volume& volume = *place.volume;
   if (volume.fat32 == nullptr) return ERROR_PATH_NOT_FOUND;
@@ -78,7 +78,7 @@ DWORD OpenVolumeFile(SimulatedMachine& machine, const VolumePath& place, const O
   }
   const bool read_only = !entry.is_folder && (entry.attributes & FILE_ATTRIBUTE_READONLY) != 0;
   if (read_only && (request.access & GENERIC_WRITE) != 0) return ERROR_ACCESS_DENIED;
-  object = std::make_unique<VolumeFileDevice>(machine, volume, id, std::string(request.path),
+  object = std::make_unique<VolumeFileDevice>(system, volume, id, std::string(request.path),
                                               request.access);
   return ERROR_SUCCESS;
 }

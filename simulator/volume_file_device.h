@@ -15,8 +15,8 @@ namespace simulator {
 // what changes it goes through VolumeFiles.
 class VolumeFileDevice : public DeviceObject {
  public:
-  VolumeFileDevice(SimulatedMachine& machine, const Volume& volume, const Fat32FileId& id,
-                   std::string path, DWORD access);
+  VolumeFileDevice(System& system, const Volume& volume, const Fat32FileId& id, std::string path,
+                   DWORD access);
 
   const Fat32FileId& id() const { return id_; }
   bool IsOn(const Volume& volume) const { return volume.arrival == arrival_; }
@@ -34,7 +34,7 @@ class VolumeFileDevice : public DeviceObject {
   // Null when the volume is no longer the one that the file was opened on.
   Fat32Files* Files() const;
 
-  SimulatedMachine& machine_;
+  System& system_;
   std::string path_;
   Fat32FileId id_;
   std::uint64_t arrival_;
@@ -44,7 +44,7 @@ class VolumeFileDevice : public DeviceObject {
 // Opens what is there already. ERROR_PATH_NOT_FOUND on a volume that is not FAT32: its files are
 // not the machine's to open. ERROR_ACCESS_DENIED for a folder without FILE_FLAG_BACKUP_SEMANTICS,
 // and for write access to a read-only file.
-DWORD OpenVolumeFile(SimulatedMachine& machine, const VolumePath& place, const OpenRequest& request,
+DWORD OpenVolumeFile(System& system, const VolumePath& place, const OpenRequest& request,
                      std::unique_ptr<HandleObject>& object, bool& existed);
 
 }  // namespace simulator

@@ -8,7 +8,9 @@
 #include "simulator/memory_files.h"
 #include "simulator/simulated_machine.h"
 #include "simulator/storage/fat32_files.h"
+#include "simulator/system.h"
 #include "simulator/text.h"
+#include "simulator/volume.h"
 #include "simulator/volume_path.h"
 
 namespace simulator {
@@ -91,31 +93,33 @@ DWORD ListFolder(Fat32Files& fat32, std::string_view path, std::vector<ListedFil
 
 // Calls `operation` with the files of a volume that is mounted.
 template <typename Operation>
-DWORD WithFiles(SimulatedMachine& machine, const Volume& volume, const Operation& operation) {
+DWORD WithFiles(System& system, const Volume& volume, const Operation& operation) {
   if (volume.fat32 != nullptr) return operation(*volume.fat32);
   const VolumeExtent& extent = volume.extents.front();
-  return operation(machine.memory_files(extent.disk_number, extent.offset));
+  return operation(system.memory_files(extent.disk_number, extent.offset));
 }
 
 }  // namespace
 
-DWORD WriteVolumeFile(SimulatedMachine& machine, const Volume& volume,
-                      std::string_view path_on_volume, std::string_view content) {
-  return WithFiles(machine, volume,
+VolumeFiles::VolumeFiles(SimulatedMachine& machine) : VolumeFiles(machine.system()) {}
+
+DWORD WriteVolumeFile(System& system, const Volume& volume, std::string_view path_on_volume,
+                      std::string_view content) {
+  return WithFiles(system, volume,
                    [&](auto& files) { return WriteTo(files, path_on_volume, content); });
 }
 
 template <typename Operation>
 DWORD VolumeFiles::OnVolume(std::string_view path, const Operation& operation) {
   VolumePath place;
-  const DWORD error = FindVolumePath(machine_, path, place);
+  const DWORD error = FindVolumePath(system_, path, place);
   if (error != ERROR_SUCCESS) return error;
-  return WithFiles(machine_, *place.volume,
+  return WithFiles(system_, *place.volume,
                    [&](auto& files) { return operation(files, place.inner); });
 }
 
 bool VolumeFiles::Exists(std::string_view path) {
-  if (const auto host_path = machine_.HostPath(WithoutVerbatimPrefix(path)))
+  if (const auto host_path = system_.HostPath(WithoutVerbatimPrefix(path)))
     return fs::exists(*host_path);
   const auto look = [](auto& files, std::string_view inner) -> DWORD {
     return files.Exists(inner) ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
@@ -124,27 +128,27 @@ bool VolumeFiles::Exists(std::string_view path) {
 }
 
 DWORD VolumeFiles::Read(std::string_view path, std::string& content) {
-  if (const auto host_path = machine_.HostPath(WithoutVerbatimPrefix(path)))
+  if (const auto host_path = system_.HostPath(WithoutVerbatimPrefix(path)))
     return ReadOnHost(*host_path, content);
   return OnVolume(path,
                   [&](auto& files, std::string_view inner) { return files.Read(inner, content); });
 }
 
 DWORD VolumeFiles::Write(std::string_view path, std::string_view content) {
-  if (const auto host_path = machine_.HostPath(WithoutVerbatimPrefix(path)))
+  if (const auto host_path = system_.HostPath(WithoutVerbatimPrefix(path)))
     return WriteOnHost(*host_path, content);
   return OnVolume(
       path, [&](auto& files, std::string_view inner) { return WriteTo(files, inner, content); });
 }
 
 DWORD VolumeFiles::Remove(std::string_view path) {
-  if (const auto host_path = machine_.HostPath(WithoutVerbatimPrefix(path)))
+  if (const auto host_path = system_.HostPath(WithoutVerbatimPrefix(path)))
     return RemoveOnHost(*host_path);
   return OnVolume(path, [](auto& files, std::string_view inner) { return files.Remove(inner); });
 }
 
 DWORD VolumeFiles::SetAttributes(std::string_view path, DWORD attributes) {
-  if (const auto host_path = machine_.HostPath(WithoutVerbatimPrefix(path))) {
+  if (const auto host_path = system_.HostPath(WithoutVerbatimPrefix(path))) {
     return fs::is_directory(*host_path) ? ERROR_SUCCESS : MissingOnHost(*host_path);
   }
   return OnVolume(path, [&](auto& files, std::string_view inner) {
@@ -153,9 +157,9 @@ DWORD VolumeFiles::SetAttributes(std::string_view path, DWORD attributes) {
 }
 
 DWORD VolumeFiles::List(std::string_view path, std::vector<ListedFile>& files) {
-  if (machine_.HostPath(WithoutVerbatimPrefix(path))) return ERROR_NOT_SUPPORTED;
+  if (system_.HostPath(WithoutVerbatimPrefix(path))) return ERROR_NOT_SUPPORTED;
   VolumePath place;
-  const DWORD error = FindVolumePath(machine_, path, place);
+  const DWORD error = FindVolumePath(system_, path, place);
   if (error != ERROR_SUCCESS) return error;
   if (place.volume->fat32 == nullptr) return ERROR_NOT_SUPPORTED;
   return ListFolder(*place.volume->fat32, place.inner, files);

@@ -12,6 +12,7 @@
 namespace simulator {
 
 class SimulatedMachine;
+class System;
 struct Volume;
 
 // What stands in a folder, "." and ".." (of any but a root) included.
@@ -28,7 +29,8 @@ struct ListedFile {
 // mount.
 class VolumeFiles {
  public:
-  explicit VolumeFiles(SimulatedMachine& machine) : machine_(machine) {}
+  explicit VolumeFiles(SimulatedMachine& machine);
+  explicit VolumeFiles(System& system) : system_(system) {}
 
   // A file or a folder.
   bool Exists(std::string_view path);
@@ -46,11 +48,11 @@ class VolumeFiles {
   template <typename Operation>
   DWORD OnVolume(std::string_view path, const Operation& operation);
 
-  SimulatedMachine& machine_;
+  System& system_;
 };
 
 // Creates or replaces a file of a mounted FAT32 volume, or of any other one.
-[[nodiscard]] DWORD WriteVolumeFile(SimulatedMachine& machine, const Volume& volume,
+[[nodiscard]] DWORD WriteVolumeFile(System& system, const Volume& volume,
                                     std::string_view path_on_volume, std::string_view content);
 
 }  // namespace simulator

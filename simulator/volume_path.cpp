@@ -2,8 +2,9 @@
 
 #include <algorithm>
 
-#include "simulator/simulated_machine.h"
 #include "simulator/storage/fat32_clusters.h"
+#include "simulator/system.h"
+#include "simulator/volume.h"
 
 namespace simulator {
 namespace {
@@ -22,24 +23,24 @@ std::string_view WithoutVerbatimPrefix(std::string_view path) {
   return BeginsWithDrive(rest) ? rest : path;
 }
 
-DWORD FindVolumePath(SimulatedMachine& machine, std::string_view path, VolumePath& found) {
+DWORD FindVolumePath(System& system, std::string_view path, VolumePath& found) {
   path = WithoutVerbatimPrefix(path);
   std::size_t end = 2;
   if (BeginsWithDrive(path)) {
-    found.volume = machine.FindVolumeByLetter(path[0]);
+    found.volume = system.FindVolumeByLetter(path[0]);
   } else {
     end = std::min(path.size(), path.find('\\', kVerbatimPrefix.size()));
-    found.volume = machine.FindVolumeByPath(path.substr(0, end));
+    found.volume = system.FindVolumeByPath(path.substr(0, end));
   }
   if (found.volume == nullptr) return ERROR_PATH_NOT_FOUND;
   found.inner = path.substr(end);
-  return MountForUse(machine, *found.volume);
+  return MountForUse(system, *found.volume);
 }
 
-DWORD MountForUse(SimulatedMachine& machine, Volume& volume) {
+DWORD MountForUse(System& system, Volume& volume) {
   if (volume.extents.size() != 1) return ERROR_NOT_READY;
   if (volume.locked) return ERROR_ACCESS_DENIED;
-  if (!volume.mounted) machine.Mount(volume);
+  if (!volume.mounted) system.Mount(volume);
   return volume.mounted ? ERROR_SUCCESS : kErrorUnrecognizedVolume;
 }
 

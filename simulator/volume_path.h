@@ -7,7 +7,7 @@
 
 namespace simulator {
 
-class SimulatedMachine;
+class System;
 struct Volume;
 
 // `C:\file` of `\\?\C:\file`; any other path as it is.
@@ -21,12 +21,11 @@ struct VolumePath {
 // Finds the volume of `D:\folder\file`, with or without `\\?\` in front, or of
 // `\\?\Volume{...}\folder\file`, and mounts it. ERROR_PATH_NOT_FOUND where there is none, and the
 // errors of MountForUse.
-[[nodiscard]] DWORD FindVolumePath(SimulatedMachine& machine, std::string_view path,
-                                   VolumePath& found);
+[[nodiscard]] DWORD FindVolumePath(System& system, std::string_view path, VolumePath& found);
 
 // What Windows does at the first access by name: it looks at the file system and mounts it.
 // kErrorUnrecognizedVolume when there is none of its own; ERROR_NOT_READY for a volume that is not
 // one partition; ERROR_ACCESS_DENIED for a locked one.
-[[nodiscard]] DWORD MountForUse(SimulatedMachine& machine, Volume& volume);
+[[nodiscard]] DWORD MountForUse(System& system, Volume& volume);
 
 }  // namespace simulator

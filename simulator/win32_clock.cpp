@@ -1,13 +1,13 @@
 #include <string>
 
 #include "platform/clock.h"
-#include "simulator/simulated_machine.h"
+#include "simulator/system.h"
 
 namespace win32 {
 namespace {
 
 simulator::Clock& CurrentClock() {
-  return simulator::SimulatedMachine::Current().clock();
+  return simulator::System::Current().clock();
 }
 
 }  // namespace
@@ -29,9 +29,9 @@ std::uint64_t GetTickCount64() {
 }
 
 void Sleep(DWORD milliseconds) {
-  simulator::SimulatedMachine& machine = simulator::SimulatedMachine::Current();
-  machine.calls().Note("Sleep", {}, std::to_string(milliseconds));
-  machine.clock().Sleep(milliseconds);
+  simulator::System& system = simulator::System::Current();
+  system.calls().Note("Sleep", {}, std::to_string(milliseconds));
+  system.clock().Sleep(milliseconds);
 }
 
 Thread* StartThread(void (*body)(void* argument), void* argument) {

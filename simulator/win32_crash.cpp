@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/crash_services.h"
+#include "simulator/handle_object.h"
 #include "simulator/seam_call.h"
 #include "simulator/text.h"
 
@@ -15,7 +16,7 @@ namespace {
 using simulator::CrashSender;
 using simulator::FailsOnDemand;
 using simulator::HandleObject;
-using simulator::SimulatedMachine;
+using simulator::System;
 using simulator::ToResult;
 using simulator::Utf16ToUtf8;
 
@@ -36,15 +37,14 @@ class LoadedLibrary : public HandleObject {
   std::string name_;
 };
 
-LoadedLibrary* FindLibrary(SimulatedMachine& machine, HMODULE library) {
-  return dynamic_cast<LoadedLibrary*>(machine.handles().Find(reinterpret_cast<HANDLE>(library)));
+LoadedLibrary* FindLibrary(System& system, HMODULE library) {
+  return dynamic_cast<LoadedLibrary*>(system.handles().Find(reinterpret_cast<HANDLE>(library)));
 }
 
 // Null for a library that was taken away meanwhile, and for a name that it does not have.
-FARPROC FindFunction(SimulatedMachine& machine, const LoadedLibrary& library,
-                     const std::string& name) {
-  const auto functions = machine.libraries.find(simulator::ToLowerAscii(library.name()));
-  if (functions == machine.libraries.end()) return nullptr;
+FARPROC FindFunction(System& system, const LoadedLibrary& library, const std::string& name) {
+  const auto functions = system.settings().libraries.find(simulator::ToLowerAscii(library.name()));
+  if (functions == system.settings().libraries.end()) return nullptr;
   const auto function = functions->second.find(name);
   return function == functions->second.end() ? nullptr : function->second;
 }
@@ -73,9 +73,9 @@ class Sender final : public MiniDmpSender {
  private:
   static bool IsIgnored(std::string_view name, std::string_view detail = {},
                         std::string_view arguments = {}) {
-    return FailsOnDemand(SimulatedMachine::Current(), name, detail, arguments);
+    return FailsOnDemand(System::Current(), name, detail, arguments);
   }
-  static CrashSender& Record() { return SimulatedMachine::Current().crash_sender; }
+  static CrashSender& Record() { return System::Current().crash_sender(); }
 };
 
 // Senders are never freed.
@@ -102,21 +102,21 @@ DWORD GetCurrentThreadId() {
 }
 
 HMODULE LoadLibraryW(const WCHAR* name) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
+  System& system = System::Current();
   const std::string file = Utf16ToUtf8(name);
-  if (FailsOnDemand(machine, "LoadLibraryW", file)) return nullptr;
-  if (!machine.libraries.contains(simulator::ToLowerAscii(file))) {
+  if (FailsOnDemand(system, "LoadLibraryW", file)) return nullptr;
+  if (!system.settings().libraries.contains(simulator::ToLowerAscii(file))) {
     SetLastError(kErrorModuleNotFound);
     return nullptr;
   }
-  return reinterpret_cast<HMODULE>(machine.handles().Add(std::make_unique<LoadedLibrary>(file)));
+  return reinterpret_cast<HMODULE>(system.handles().Add(std::make_unique<LoadedLibrary>(file)));
 }
 
 FARPROC GetProcAddress(HMODULE library, const char* name) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
-  if (FailsOnDemand(machine, "GetProcAddress", name)) return nullptr;
-  const LoadedLibrary* loaded = FindLibrary(machine, library);
-  const FARPROC function = loaded == nullptr ? nullptr : FindFunction(machine, *loaded, name);
+  System& system = System::Current();
+  if (FailsOnDemand(system, "GetProcAddress", name)) return nullptr;
+  const LoadedLibrary* loaded = FindLibrary(system, library);
+  const FARPROC function = loaded == nullptr ? nullptr : FindFunction(system, *loaded, name);
   if (function == nullptr) {
     SetLastError(loaded == nullptr ? kErrorModuleNotFound : kErrorProcedureNotFound);
   }
@@ -124,20 +124,20 @@ FARPROC GetProcAddress(HMODULE library, const char* name) {
 }
 
 BOOL FreeLibrary(HMODULE library) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
-  const LoadedLibrary* loaded = FindLibrary(machine, library);
+  System& system = System::Current();
+  const LoadedLibrary* loaded = FindLibrary(system, library);
   const std::string name = loaded == nullptr ? std::string() : loaded->name();
-  if (FailsOnDemand(machine, "FreeLibrary", name)) return FALSE;
+  if (FailsOnDemand(system, "FreeLibrary", name)) return FALSE;
   if (loaded == nullptr) return ToResult(kErrorModuleNotFound);
-  machine.handles().Close(reinterpret_cast<HANDLE>(library));
+  system.handles().Close(reinterpret_cast<HANDLE>(library));
   return TRUE;
 }
 
 MiniDmpSender* NewMiniDmpSender(const WCHAR* database, const WCHAR* application,
                                 const WCHAR* version, const WCHAR* fourth, std::uint32_t flags) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
-  if (!FailsOnDemand(machine, "NewMiniDmpSender", Utf16ToUtf8(application))) {
-    CrashSender& record = machine.crash_sender;
+  System& system = System::Current();
+  if (!FailsOnDemand(system, "NewMiniDmpSender", Utf16ToUtf8(application))) {
+    CrashSender& record = system.crash_sender();
     ++record.senders_made;
     record.database = Utf16ToUtf8(database);
     record.application = Utf16ToUtf8(application);

@@ -1,28 +1,53 @@
 // Device setup of the seam, answered by the current simulated machine.
 #include <cstring>
 #include <memory>
+#include <string>
+#include <utility>
+#include <vector>
 
-#include "simulator/device_setup.h"
+#include "simulator/disk.h"
+#include "simulator/handle_object.h"
 #include "simulator/seam_call.h"
 
 namespace win32 {
 namespace {
 
-using simulator::DeviceInfoSet;
 using simulator::FailsOnDemand;
-using simulator::SimulatedMachine;
+using simulator::HandleObject;
+using simulator::System;
 using simulator::ToResult;
 
 constexpr GUID kDiskInterfaceClass = {
     0x53F56307, 0xB6BF, 0x11D0, {0x94, 0xF2, 0x00, 0xA0, 0xC9, 0x1E, 0xFB, 0x8B}};
 constexpr std::size_t kPathOffset = offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_A, DevicePath);
 
+// An open device information set: the interface paths as they were when it was opened.
+class DeviceInfoSet : public HandleObject {
+ public:
+  explicit DeviceInfoSet(std::vector<std::string> paths) : paths_(std::move(paths)) {}
+
+  std::string Describe() const override { return "device information set"; }
+  const std::vector<std::string>& paths() const { return paths_; }
+
+ private:
+  std::vector<std::string> paths_;
+};
+
+// The interface paths of the disks, in the order in which they were attached.
+std::vector<std::string> DiskInterfacePaths(System& system) {
+  std::vector<std::string> paths;
+  for (const simulator::Disk& disk : system.disks()) {
+    if (!disk.identity.interface_path.empty()) paths.push_back(disk.identity.interface_path);
+  }
+  return paths;
+}
+
 bool IsDiskClass(const GUID& interface_class) {
   return std::memcmp(&interface_class, &kDiskInterfaceClass, sizeof(GUID)) == 0;
 }
 
-const DeviceInfoSet* FindSet(SimulatedMachine& machine, HDEVINFO set) {
-  return dynamic_cast<const DeviceInfoSet*>(machine.handles().Find(set));
+const DeviceInfoSet* FindSet(System& system, HDEVINFO set) {
+  return dynamic_cast<const DeviceInfoSet*>(system.handles().Find(set));
 }
 
 DWORD Enumerate(const DeviceInfoSet* set, const GUID* interface_class, DWORD index,
@@ -54,8 +79,8 @@ DWORD GetDetail(const DeviceInfoSet* set, const SP_DEVICE_INTERFACE_DATA* data,
 }  // namespace
 
 HDEVINFO SetupDiGetClassDevsW(const GUID* interface_class, const WCHAR*, HWND, DWORD flags) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
-  if (FailsOnDemand(machine, "SetupDiGetClassDevsW", {}, "flags " + std::to_string(flags))) {
+  System& system = System::Current();
+  if (FailsOnDemand(system, "SetupDiGetClassDevsW", {}, "flags " + std::to_string(flags))) {
     return INVALID_HANDLE_VALUE;
   }
   if (interface_class == nullptr) {
@@ -64,30 +89,30 @@ HDEVINFO SetupDiGetClassDevsW(const GUID* interface_class, const WCHAR*, HWND, D
   }
   std::vector<std::string> paths;
   if (IsDiskClass(*interface_class) && (flags & DIGCF_DEVICEINTERFACE) != 0) {
-    paths = simulator::DiskInterfacePaths(machine);
+    paths = DiskInterfacePaths(system);
   }
-  return machine.handles().Add(std::make_unique<DeviceInfoSet>(std::move(paths)));
+  return system.handles().Add(std::make_unique<DeviceInfoSet>(std::move(paths)));
 }
 
 BOOL SetupDiEnumDeviceInterfaces(HDEVINFO set, SP_DEVINFO_DATA*, const GUID* interface_class,
                                  DWORD index, SP_DEVICE_INTERFACE_DATA* data) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
-  if (FailsOnDemand(machine, "SetupDiEnumDeviceInterfaces", {}, "index " + std::to_string(index))) {
+  System& system = System::Current();
+  if (FailsOnDemand(system, "SetupDiEnumDeviceInterfaces", {}, "index " + std::to_string(index))) {
     return FALSE;
   }
-  return ToResult(Enumerate(FindSet(machine, set), interface_class, index, data));
+  return ToResult(Enumerate(FindSet(system, set), interface_class, index, data));
 }
 
 BOOL SetupDiGetDeviceInterfaceDetailA(HDEVINFO set, SP_DEVICE_INTERFACE_DATA* data,
                                       SP_DEVICE_INTERFACE_DETAIL_DATA_A* detail, DWORD detail_size,
                                       DWORD* required, SP_DEVINFO_DATA*) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
-  if (FailsOnDemand(machine, "SetupDiGetDeviceInterfaceDetailA", {},
+  System& system = System::Current();
+  if (FailsOnDemand(system, "SetupDiGetDeviceInterfaceDetailA", {},
                     "size " + std::to_string(detail_size))) {
     return FALSE;
   }
   DWORD needed = 0;
-  const DWORD error = GetDetail(FindSet(machine, set), data, detail, detail_size, needed);
+  const DWORD error = GetDetail(FindSet(system, set), data, detail, detail_size, needed);
   if (required != nullptr) *required = needed;
   return ToResult(error);
 }

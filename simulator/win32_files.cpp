@@ -16,7 +16,7 @@ using simulator::Describe;
 using simulator::FailsOnDemand;
 using simulator::HandleObject;
 using simulator::HexText;
-using simulator::SimulatedMachine;
+using simulator::System;
 using simulator::ToResult;
 
 // Codes as their documentation names them, for the record of calls; empty for any other.
@@ -59,22 +59,22 @@ std::string_view CodeName(DWORD code) {
 
 HANDLE Open(const char* name, const std::string& path, DWORD access, DWORD share, DWORD disposition,
             DWORD flags) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
+  System& system = System::Current();
   const auto arguments = [=] {
     return "access " + HexText(access) + " share " + HexText(share) + " disposition " +
            std::to_string(disposition) + " flags " + HexText(flags);
   };
-  const HANDLE none = machine.switches().failed_open_gives_null ? nullptr : INVALID_HANDLE_VALUE;
-  if (FailsOnDemand(machine, name, path, arguments)) return none;
+  const HANDLE none = system.switches().failed_open_gives_null ? nullptr : INVALID_HANDLE_VALUE;
+  if (FailsOnDemand(system, name, path, arguments)) return none;
   std::unique_ptr<HandleObject> object;
   bool existed = false;
   const DWORD error =
-      simulator::OpenPath(machine, {path, access, disposition, flags}, object, existed);
+      simulator::OpenPath(system, {path, access, disposition, flags}, object, existed);
   if (error != ERROR_SUCCESS) {
     SetLastError(error);
     return none;
   }
-  const HANDLE handle = machine.handles().Add(std::move(object));
+  const HANDLE handle = system.handles().Add(std::move(object));
   if (existed && (disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS)) {
     SetLastError(ERROR_ALREADY_EXISTS);
   }
@@ -131,21 +131,21 @@ HANDLE CreateFileW(const WCHAR* path, DWORD access, DWORD share, SECURITY_ATTRIB
 }
 
 BOOL CloseHandle(HANDLE handle) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
-  if (FailsOnDemand(machine, "CloseHandle", Describe(machine, handle))) return FALSE;
+  System& system = System::Current();
+  if (FailsOnDemand(system, "CloseHandle", Describe(system, handle))) return FALSE;
   // The same value names the calling process, which closing leaves alone.
   if (handle == INVALID_HANDLE_VALUE) return TRUE;
-  return ToResult(machine.handles().Close(handle) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE);
+  return ToResult(system.handles().Close(handle) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE);
 }
 
 DWORD SetFilePointer(HANDLE handle, LONG low, LONG* high, DWORD method) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
+  System& system = System::Current();
   const std::string arguments =
       "distance " + std::to_string(DistanceOf(low, high)) + " method " + std::to_string(method);
-  if (FailsOnDemand(machine, "SetFilePointer", Describe(machine, handle), arguments)) {
+  if (FailsOnDemand(system, "SetFilePointer", Describe(system, handle), arguments)) {
     return INVALID_SET_FILE_POINTER;
   }
-  HandleObject* object = machine.handles().Find(handle);
+  HandleObject* object = system.handles().Find(handle);
   std::uint64_t position = 0;
   const DWORD error =
       object == nullptr ? ERROR_INVALID_HANDLE : Seek(*object, low, high, method, position);
@@ -159,13 +159,13 @@ DWORD SetFilePointer(HANDLE handle, LONG low, LONG* high, DWORD method) {
 
 BOOL SetFilePointerEx(HANDLE handle, LARGE_INTEGER distance, LARGE_INTEGER* position,
                       DWORD method) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
+  System& system = System::Current();
   const std::string arguments =
       "distance " + std::to_string(distance.QuadPart) + " method " + std::to_string(method);
-  if (FailsOnDemand(machine, "SetFilePointerEx", Describe(machine, handle), arguments)) {
+  if (FailsOnDemand(system, "SetFilePointerEx", Describe(system, handle), arguments)) {
     return FALSE;
   }
-  HandleObject* object = machine.handles().Find(handle);
+  HandleObject* object = system.handles().Find(handle);
   std::uint64_t reached = 0;
   const DWORD error =
       object == nullptr ? ERROR_INVALID_HANDLE : object->Seek(distance.QuadPart, method, reached);
@@ -176,12 +176,12 @@ BOOL SetFilePointerEx(HANDLE handle, LARGE_INTEGER distance, LARGE_INTEGER* posi
 }
 
 BOOL ReadFile(HANDLE handle, void* buffer, DWORD length, DWORD* done, OVERLAPPED*) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
+  System& system = System::Current();
   DWORD count = 0;
   if (done == nullptr) done = &count;
   *done = 0;
-  HandleObject* object = machine.handles().Find(handle);
-  if (FailsOnDemand(machine, "ReadFile", Describe(machine, handle), TransferText(object, length))) {
+  HandleObject* object = system.handles().Find(handle);
+  if (FailsOnDemand(system, "ReadFile", Describe(system, handle), TransferText(object, length))) {
     return FALSE;
   }
   if (object == nullptr) return ToResult(ERROR_INVALID_HANDLE);
@@ -189,13 +189,12 @@ BOOL ReadFile(HANDLE handle, void* buffer, DWORD length, DWORD* done, OVERLAPPED
 }
 
 BOOL WriteFile(HANDLE handle, const void* buffer, DWORD length, DWORD* done, OVERLAPPED*) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
+  System& system = System::Current();
   DWORD count = 0;
   if (done == nullptr) done = &count;
   *done = 0;
-  HandleObject* object = machine.handles().Find(handle);
-  if (FailsOnDemand(machine, "WriteFile", Describe(machine, handle),
-                    TransferText(object, length))) {
+  HandleObject* object = system.handles().Find(handle);
+  if (FailsOnDemand(system, "WriteFile", Describe(system, handle), TransferText(object, length))) {
     return FALSE;
   }
   if (object == nullptr) return ToResult(ERROR_INVALID_HANDLE);
@@ -204,21 +203,21 @@ BOOL WriteFile(HANDLE handle, const void* buffer, DWORD length, DWORD* done, OVE
 
 BOOL DeviceIoControl(HANDLE handle, DWORD code, void* in, DWORD in_size, void* out, DWORD out_size,
                      DWORD* returned, OVERLAPPED*) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
+  System& system = System::Current();
   DWORD count = 0;
   if (returned == nullptr) returned = &count;
   *returned = 0;
   const auto arguments = [&] {
-    return Describe(machine, handle) + " in " + std::to_string(in_size) + " out " +
+    return Describe(system, handle) + " in " + std::to_string(in_size) + " out " +
            std::to_string(out_size) +
            (code == FSCTL_MOVE_FILE ? MoveText(in, in_size) : std::string());
   };
   const std::string_view known = CodeName(code);
   const std::string other = known.empty() ? HexText(code) : std::string();
-  if (FailsOnDemand(machine, "DeviceIoControl", known.empty() ? other : known, arguments)) {
+  if (FailsOnDemand(system, "DeviceIoControl", known.empty() ? other : known, arguments)) {
     return FALSE;
   }
-  HandleObject* object = machine.handles().Find(handle);
+  HandleObject* object = system.handles().Find(handle);
   if (object == nullptr) return ToResult(ERROR_INVALID_HANDLE);
   const std::span<const std::byte> input(static_cast<const std::byte*>(in),
                                          in == nullptr ? 0 : in_size);
@@ -227,18 +226,18 @@ BOOL DeviceIoControl(HANDLE handle, DWORD code, void* in, DWORD in_size, void* o
 }
 
 BOOL DeleteFileA(const char* path) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
+  System& system = System::Current();
   const std::string name(simulator::TextOrEmpty(path));
-  if (FailsOnDemand(machine, "DeleteFileA", name)) return FALSE;
-  return ToResult(simulator::VolumeFiles(machine).Remove(name));
+  if (FailsOnDemand(system, "DeleteFileA", name)) return FALSE;
+  return ToResult(simulator::VolumeFiles(system).Remove(name));
 }
 
 BOOL SetFileAttributesW(const WCHAR* path, DWORD attributes) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
+  System& system = System::Current();
   const std::string name = simulator::Utf16ToUtf8(path);
   const auto arguments = [attributes] { return "attributes " + HexText(attributes); };
-  if (FailsOnDemand(machine, "SetFileAttributesW", name, arguments)) return FALSE;
-  return ToResult(simulator::VolumeFiles(machine).SetAttributes(name, attributes));
+  if (FailsOnDemand(system, "SetFileAttributesW", name, arguments)) return FALSE;
+  return ToResult(simulator::VolumeFiles(system).SetAttributes(name, attributes));
 }
 
 }  // namespace win32

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "simulator/folder_listing.h"
+#include "simulator/handle_object.h"
 #include "simulator/seam_call.h"
 #include "simulator/text.h"
 #include "simulator/wide_text.h"
@@ -16,7 +17,7 @@ namespace {
 using simulator::FailsOnDemand;
 using simulator::HandleObject;
 using simulator::ListedFile;
-using simulator::SimulatedMachine;
+using simulator::System;
 using simulator::ToResult;
 
 // A name that is too long for its place, which is all zeros, is cut.
@@ -54,39 +55,39 @@ class FileWalk : public HandleObject {
   std::size_t next_ = 0;
 };
 
-FileWalk* FindWalk(SimulatedMachine& machine, HANDLE find) {
-  return dynamic_cast<FileWalk*>(machine.handles().Find(find));
+FileWalk* FindWalk(System& system, HANDLE find) {
+  return dynamic_cast<FileWalk*>(system.handles().Find(find));
 }
 
 }  // namespace
 
 HANDLE FindFirstFileW(const WCHAR* pattern, WIN32_FIND_DATAW* data) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
+  System& system = System::Current();
   const std::string text = simulator::Utf16ToUtf8(pattern);
-  if (FailsOnDemand(machine, "FindFirstFileW", text)) return INVALID_HANDLE_VALUE;
+  if (FailsOnDemand(system, "FindFirstFileW", text)) return INVALID_HANDLE_VALUE;
   std::vector<ListedFile> entries;
-  const DWORD error = simulator::ListFolder(machine, text, entries);
+  const DWORD error = simulator::ListFolder(system, text, entries);
   if (error != ERROR_SUCCESS) {
     SetLastError(error);
     return INVALID_HANDLE_VALUE;
   }
   auto walk = std::make_unique<FileWalk>(std::move(entries));
   walk->Next(*data);
-  return machine.handles().Add(std::move(walk));
+  return system.handles().Add(std::move(walk));
 }
 
 BOOL FindNextFileW(HANDLE find, WIN32_FIND_DATAW* data) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
-  if (FailsOnDemand(machine, "FindNextFileW")) return FALSE;
-  FileWalk* walk = FindWalk(machine, find);
+  System& system = System::Current();
+  if (FailsOnDemand(system, "FindNextFileW")) return FALSE;
+  FileWalk* walk = FindWalk(system, find);
   return ToResult(walk == nullptr ? ERROR_INVALID_HANDLE : walk->Next(*data));
 }
 
 BOOL FindClose(HANDLE find) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
-  if (FailsOnDemand(machine, "FindClose")) return FALSE;
-  if (FindWalk(machine, find) == nullptr) return ToResult(ERROR_INVALID_HANDLE);
-  machine.handles().Close(find);
+  System& system = System::Current();
+  if (FailsOnDemand(system, "FindClose")) return FALSE;
+  if (FindWalk(system, find) == nullptr) return ToResult(ERROR_INVALID_HANDLE);
+  system.handles().Close(find);
   return TRUE;
 }
 

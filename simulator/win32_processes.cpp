@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "simulator/commands/shell.h"
+#include "simulator/handle_object.h"
 #include "simulator/seam_call.h"
 #include "simulator/text.h"
 
@@ -13,7 +14,7 @@ namespace {
 using simulator::FailsOnDemand;
 using simulator::HandleObject;
 using simulator::ShellRoute;
-using simulator::SimulatedMachine;
+using simulator::System;
 using simulator::ToResult;
 
 constexpr DWORD kMaximumWaitObjects = 64;
@@ -35,27 +36,27 @@ bool IsCommandInterpreter(std::string_view file) {
          simulator::EqualsIgnoringCase(name, "cmd");
 }
 
-void Tell(const SimulatedMachine& machine, ShellRoute route, std::string_view line) {
-  if (machine.on_shell_line) machine.on_shell_line(route, line);
+void Tell(const System& system, ShellRoute route, std::string_view line) {
+  if (system.settings().on_shell_line) system.settings().on_shell_line(route, line);
 }
 
 }  // namespace
 
 BOOL ShellExecuteExW(SHELLEXECUTEINFOW* info) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
+  System& system = System::Current();
   const std::string file = simulator::Utf16ToUtf8(info->lpFile);
   const std::string parameters = simulator::Utf16ToUtf8(info->lpParameters);
   const std::string arguments = simulator::Utf16ToUtf8(info->lpVerb) + " show " +
                                 std::to_string(info->nShow) + " mask " +
                                 simulator::HexText(info->fMask) + ' ' + parameters;
-  if (FailsOnDemand(machine, "ShellExecuteExW", file, arguments)) return FALSE;
+  if (FailsOnDemand(system, "ShellExecuteExW", file, arguments)) return FALSE;
   if (info->cbSize != sizeof *info) return ToResult(ERROR_ACCESS_DENIED);
   if (!IsCommandInterpreter(file)) return ToResult(ERROR_FILE_NOT_FOUND);
-  Tell(machine, ShellRoute::kElevated, parameters);
-  const DWORD exit_code = simulator::RunCommandInterpreter(machine, parameters);
+  Tell(system, ShellRoute::kElevated, parameters);
+  const DWORD exit_code = simulator::RunCommandInterpreter(system, parameters);
   info->hProcess = nullptr;
   if ((info->fMask & SEE_MASK_NOCLOSEPROCESS) != 0) {
-    info->hProcess = machine.handles().Add(std::make_unique<EndedProcess>(exit_code));
+    info->hProcess = system.handles().Add(std::make_unique<EndedProcess>(exit_code));
   }
   return TRUE;
 }
@@ -63,16 +64,16 @@ BOOL ShellExecuteExW(SHELLEXECUTEINFOW* info) {
 // Every object here is signalled already.
 DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all,
                              DWORD milliseconds) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
+  System& system = System::Current();
   const std::string arguments = std::to_string(count) + (wait_all != FALSE ? " all " : " any ") +
                                 simulator::HexText(milliseconds) + " ms";
-  if (FailsOnDemand(machine, "WaitForMultipleObjects", {}, arguments)) return WAIT_FAILED;
+  if (FailsOnDemand(system, "WaitForMultipleObjects", {}, arguments)) return WAIT_FAILED;
   if (count == 0 || count > kMaximumWaitObjects) {
     SetLastError(ERROR_INVALID_PARAMETER);
     return WAIT_FAILED;
   }
   for (DWORD i = 0; i < count; ++i) {
-    if (machine.handles().Find(handles[i]) == nullptr) {
+    if (system.handles().Find(handles[i]) == nullptr) {
       SetLastError(ERROR_INVALID_HANDLE);
       return WAIT_FAILED;
     }
@@ -81,22 +82,22 @@ DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all,
 }
 
 BOOL GetExitCodeProcess(HANDLE process, DWORD* exit_code) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
-  if (FailsOnDemand(machine, "GetExitCodeProcess")) return FALSE;
-  const auto* ended = dynamic_cast<EndedProcess*>(machine.handles().Find(process));
+  System& system = System::Current();
+  if (FailsOnDemand(system, "GetExitCodeProcess")) return FALSE;
+  const auto* ended = dynamic_cast<EndedProcess*>(system.handles().Find(process));
   if (ended == nullptr) return ToResult(ERROR_INVALID_HANDLE);
   *exit_code = ended->exit_code();
   return TRUE;
 }
 
 int system(const char* line) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
+  System& system = System::Current();
   const std::string_view text = simulator::TextOrEmpty(line);
-  if (FailsOnDemand(machine, "system", {}, text)) return -1;
+  if (FailsOnDemand(system, "system", {}, text)) return -1;
   // Without a line the question is whether there is a shell.
   if (line == nullptr) return 1;
-  Tell(machine, ShellRoute::kSystem, text);
-  return static_cast<int>(simulator::RunShellLine(machine, text));
+  Tell(system, ShellRoute::kSystem, text);
+  return static_cast<int>(simulator::RunShellLine(system, text));
 }
 
 }  // namespace win32

@@ -14,15 +14,14 @@ namespace win32 {
 namespace {
 
 using simulator::FailsOnDemand;
-using simulator::SimulatedMachine;
+using simulator::System;
 
 constexpr auto kUnspecifiedFailure = static_cast<HRESULT>(0x80004005);
 
 thread_local DWORD last_error = ERROR_SUCCESS;
 
 // Opens a stream that the host leaves as it is: what a text mode changes is changed here.
-std::FILE* OpenOnHost(SimulatedMachine& machine, const std::filesystem::path& path,
-                      const std::string& mode) {
+std::FILE* OpenOnHost(System& system, const std::filesystem::path& path, const std::string& mode) {
   const bool binary = mode.find('b') != std::string::npos;
   const std::string host_mode = binary ? mode : mode + 'b';
 #ifdef _WIN32
@@ -30,7 +29,7 @@ std::FILE* OpenOnHost(SimulatedMachine& machine, const std::filesystem::path& pa
 #else
   std::FILE* file = std::fopen(path.c_str(), host_mode.c_str());
 #endif
-  if (file != nullptr && !binary) machine.text_streams.insert(file);
+  if (file != nullptr && !binary) system.text_streams().insert(file);
   return file;
 }
 
@@ -41,13 +40,13 @@ errno_t ErrnoOnDemand() {
 }
 
 // Opens the file that `name` leads to; the errno value of a failure, or 0.
-errno_t OpenByName(SimulatedMachine& machine, std::string_view name, const std::string& mode,
+errno_t OpenByName(System& system, std::string_view name, const std::string& mode,
                    std::FILE*& file) {
-  const auto host_path = machine.HostPath(name);
+  const auto host_path = system.HostPath(name);
   if (!host_path) return ENOENT;
   if (std::filesystem::is_directory(*host_path)) return EACCES;
   errno = 0;
-  file = OpenOnHost(machine, *host_path, mode);
+  file = OpenOnHost(system, *host_path, mode);
   if (file != nullptr) return 0;
   return errno != 0 ? errno : EINVAL;
 }
@@ -89,68 +88,68 @@ void SetLastError(DWORD error) {
 }
 
 HRESULT CoCreateGuid(GUID* guid) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
-  if (FailsOnDemand(machine, "CoCreateGuid")) return kUnspecifiedFailure;
-  *guid = machine.NextGuid();
+  System& system = System::Current();
+  if (FailsOnDemand(system, "CoCreateGuid")) return kUnspecifiedFailure;
+  *guid = system.NextGuid();
   return S_OK;
 }
 
 errno_t _wfopen_s(std::FILE** file, const WCHAR* path, const WCHAR* mode) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
+  System& system = System::Current();
   const std::string name = simulator::Utf16ToUtf8(path);
   const std::string mode_text = simulator::Utf16ToUtf8(mode);
   if (file != nullptr) *file = nullptr;
-  if (FailsOnDemand(machine, "_wfopen_s", simulator::FileNameOf(name), mode_text)) {
+  if (FailsOnDemand(system, "_wfopen_s", simulator::FileNameOf(name), mode_text)) {
     return ErrnoOnDemand();
   }
   if (file == nullptr || path == nullptr || mode == nullptr) return EINVAL;
-  return OpenByName(machine, name, mode_text, *file);
+  return OpenByName(system, name, mode_text, *file);
 }
 
 std::size_t fwrite(const void* data, std::size_t size, std::size_t count, std::FILE* file) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
+  System& system = System::Current();
   const std::string arguments = std::to_string(count) + " of " + std::to_string(size) + " bytes";
-  if (FailsOnDemand(machine, "fwrite", {}, arguments)) return 0;
-  if (!machine.text_streams.contains(file)) return std::fwrite(data, size, count, file);
+  if (FailsOnDemand(system, "fwrite", {}, arguments)) return 0;
+  if (!system.text_streams().contains(file)) return std::fwrite(data, size, count, file);
   return size == 0 ? 0 : WriteAsText({static_cast<const char*>(data), size * count}, file) / size;
 }
 
 int fclose(std::FILE* file) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
-  const bool fails = FailsOnDemand(machine, "fclose");
-  machine.text_streams.erase(file);
+  System& system = System::Current();
+  const bool fails = FailsOnDemand(system, "fclose");
+  system.text_streams().erase(file);
   const int result = std::fclose(file);
   return fails ? EOF : result;
 }
 
 std::FILE* fopen(const char* path, const char* mode) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
-  if (FailsOnDemand(machine, "fopen", simulator::FileNameOf(path), mode)) {
+  System& system = System::Current();
+  if (FailsOnDemand(system, "fopen", simulator::FileNameOf(path), mode)) {
     errno = ErrnoOnDemand();
     return nullptr;
   }
   std::FILE* file = nullptr;
-  const errno_t error = OpenByName(machine, path, mode, file);
+  const errno_t error = OpenByName(system, path, mode, file);
   if (error != 0) errno = error;
   return file;
 }
 
 std::size_t fread(void* data, std::size_t size, std::size_t count, std::FILE* file) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
+  System& system = System::Current();
   const std::string arguments = std::to_string(count) + " of " + std::to_string(size) + " bytes";
-  if (FailsOnDemand(machine, "fread", {}, arguments) || size == 0) return 0;
-  if (!machine.text_streams.contains(file)) return std::fread(data, size, count, file);
+  if (FailsOnDemand(system, "fread", {}, arguments) || size == 0) return 0;
+  if (!system.text_streams().contains(file)) return std::fread(data, size, count, file);
   return ReadAsText({static_cast<char*>(data), size * count}, file) / size;
 }
 
 int fseek(std::FILE* file, std::int32_t offset, int origin) {
   const std::string arguments = std::to_string(offset) + " from " + std::to_string(origin);
-  if (FailsOnDemand(SimulatedMachine::Current(), "fseek", {}, arguments)) return -1;
+  if (FailsOnDemand(System::Current(), "fseek", {}, arguments)) return -1;
   return std::fseek(file, offset, origin);
 }
 
 std::int32_t ftell(std::FILE* file) {
-  if (FailsOnDemand(SimulatedMachine::Current(), "ftell")) return -1;
+  if (FailsOnDemand(System::Current(), "ftell")) return -1;
 #ifdef _WIN32
   const auto position = _ftelli64(file);  // its ftell wraps
 #else
@@ -161,21 +160,21 @@ std::int32_t ftell(std::FILE* file) {
 }
 
 void rewind(std::FILE* file) {
-  if (!FailsOnDemand(SimulatedMachine::Current(), "rewind")) std::rewind(file);
+  if (!FailsOnDemand(System::Current(), "rewind")) std::rewind(file);
 }
 
 int remove(const char* path) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
-  if (FailsOnDemand(machine, "remove", simulator::FileNameOf(path))) return -1;
-  const auto host_path = machine.HostPath(path);
+  System& system = System::Current();
+  if (FailsOnDemand(system, "remove", simulator::FileNameOf(path))) return -1;
+  const auto host_path = system.HostPath(path);
   return host_path ? std::remove(host_path->string().c_str()) : -1;
 }
 
 std::int64_t time(std::int64_t* out) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
-  if (FailsOnDemand(machine, "time")) return -1;
-  if (out != nullptr) *out = machine.time();
-  return machine.time();
+  System& system = System::Current();
+  if (FailsOnDemand(system, "time")) return -1;
+  if (out != nullptr) *out = system.time();
+  return system.time();
 }
 
 }  // namespace win32

@@ -10,7 +10,7 @@ namespace win32 {
 namespace {
 
 using simulator::FailsOnDemand;
-using simulator::SimulatedMachine;
+using simulator::System;
 
 constexpr DWORD kErrorInvalidFlags = 1004;
 
@@ -71,7 +71,7 @@ std::string Narrow(const WideString& wide) {
 
 int WideCharToMultiByte(UINT code_page, DWORD flags, const WCHAR* wide, int wide_length,
                         char* narrow, int size, const char* fallback, BOOL* used_fallback) {
-  if (FailsOnDemand(SimulatedMachine::Current(), "WideCharToMultiByte")) return 0;
+  if (FailsOnDemand(System::Current(), "WideCharToMultiByte")) return 0;
   if (!IsKnown(code_page) || wide_length == 0 || size < 0) return Fail(ERROR_INVALID_PARAMETER);
   const bool strictly_utf8 = code_page == CP_UTF8;
   if (strictly_utf8 && (fallback != nullptr || used_fallback != nullptr)) {
@@ -87,7 +87,7 @@ int WideCharToMultiByte(UINT code_page, DWORD flags, const WCHAR* wide, int wide
 
 int MultiByteToWideChar(UINT code_page, DWORD flags, const char* narrow, int narrow_length,
                         WCHAR* wide, int size) {
-  if (FailsOnDemand(SimulatedMachine::Current(), "MultiByteToWideChar")) return 0;
+  if (FailsOnDemand(System::Current(), "MultiByteToWideChar")) return 0;
   if (!IsKnown(code_page) || narrow_length == 0 || size < 0) return Fail(ERROR_INVALID_PARAMETER);
   if ((flags & ~DWORD{MB_ERR_INVALID_CHARS}) != 0) return Fail(kErrorInvalidFlags);
   bool sound = true;

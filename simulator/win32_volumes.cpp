@@ -7,15 +7,17 @@
 #include <utility>
 #include <vector>
 
+#include "simulator/handle_object.h"
 #include "simulator/seam_call.h"
 #include "simulator/text.h"
+#include "simulator/volume.h"
 
 namespace win32 {
 namespace {
 
 using simulator::FailsOnDemand;
 using simulator::HandleObject;
-using simulator::SimulatedMachine;
+using simulator::System;
 using simulator::TextOrEmpty;
 using simulator::ToResult;
 using simulator::Volume;
@@ -43,19 +45,19 @@ class VolumeWalk : public HandleObject {
   std::size_t next_ = 0;
 };
 
-VolumeWalk* FindWalk(SimulatedMachine& machine, HANDLE handle) {
-  return dynamic_cast<VolumeWalk*>(machine.handles().Find(handle));
+VolumeWalk* FindWalk(System& system, HANDLE handle) {
+  return dynamic_cast<VolumeWalk*>(system.handles().Find(handle));
 }
 
 // The volume with this root, which ends in a backslash; otherwise null and the error (123 for the
 // missing backslash is believed).
-Volume* FindByRoot(SimulatedMachine& machine, std::string_view root, DWORD& error) {
+Volume* FindByRoot(System& system, std::string_view root, DWORD& error) {
   if (!root.ends_with('\\')) {
     error = ERROR_INVALID_NAME;
     return nullptr;
   }
   root.remove_suffix(1);
-  Volume* volume = machine.FindVolumeByPath(root);
+  Volume* volume = system.FindVolumeByPath(root);
   error = volume == nullptr ? ERROR_FILE_NOT_FOUND : ERROR_SUCCESS;
   return volume;
 }
@@ -68,56 +70,55 @@ std::optional<char> LetterOf(std::string_view path) {
   return letter;
 }
 
-DWORD SetMountPoint(SimulatedMachine& machine, std::string_view letter_path,
-                    std::string_view root) {
+DWORD SetMountPoint(System& system, std::string_view letter_path, std::string_view root) {
   const auto letter = LetterOf(letter_path);
   if (!letter) return ERROR_INVALID_NAME;
   DWORD error = ERROR_SUCCESS;
-  const Volume* volume = FindByRoot(machine, root, error);
-  return volume == nullptr ? error : machine.mount_manager().Assign(*letter, *volume);
+  const Volume* volume = FindByRoot(system, root, error);
+  return volume == nullptr ? error : system.mount_manager().Assign(*letter, *volume);
 }
 
 }  // namespace
 
 HANDLE FindFirstVolumeA(char* name, DWORD length) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
-  if (FailsOnDemand(machine, "FindFirstVolumeA")) return INVALID_HANDLE_VALUE;
+  System& system = System::Current();
+  if (FailsOnDemand(system, "FindFirstVolumeA")) return INVALID_HANDLE_VALUE;
   std::vector<std::string> roots;
-  for (const Volume& volume : machine.volumes()) roots.push_back(volume.path + '\\');
+  for (const Volume& volume : system.volumes()) roots.push_back(volume.path + '\\');
   auto walk = std::make_unique<VolumeWalk>(std::move(roots));
   const DWORD error = walk->Next(name, length);
   if (error != ERROR_SUCCESS) {
     SetLastError(error);
     return INVALID_HANDLE_VALUE;
   }
-  return machine.handles().Add(std::move(walk));
+  return system.handles().Add(std::move(walk));
 }
 
 BOOL FindNextVolumeA(HANDLE find, char* name, DWORD length) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
-  if (FailsOnDemand(machine, "FindNextVolumeA")) return FALSE;
-  VolumeWalk* walk = FindWalk(machine, find);
+  System& system = System::Current();
+  if (FailsOnDemand(system, "FindNextVolumeA")) return FALSE;
+  VolumeWalk* walk = FindWalk(system, find);
   return ToResult(walk == nullptr ? ERROR_INVALID_HANDLE : walk->Next(name, length));
 }
 
 BOOL FindVolumeClose(HANDLE find) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
-  if (FailsOnDemand(machine, "FindVolumeClose")) return FALSE;
-  if (FindWalk(machine, find) == nullptr) return ToResult(ERROR_INVALID_HANDLE);
-  machine.handles().Close(find);
+  System& system = System::Current();
+  if (FailsOnDemand(system, "FindVolumeClose")) return FALSE;
+  if (FindWalk(system, find) == nullptr) return ToResult(ERROR_INVALID_HANDLE);
+  system.handles().Close(find);
   return TRUE;
 }
 
 BOOL GetVolumePathNamesForVolumeNameA(const char* volume_root, char* names, DWORD length,
                                       DWORD* returned) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
+  System& system = System::Current();
   const std::string_view root = TextOrEmpty(volume_root);
-  if (FailsOnDemand(machine, "GetVolumePathNamesForVolumeNameA", root)) return FALSE;
+  if (FailsOnDemand(system, "GetVolumePathNamesForVolumeNameA", root)) return FALSE;
   DWORD error = ERROR_SUCCESS;
-  const Volume* volume = FindByRoot(machine, root, error);
+  const Volume* volume = FindByRoot(system, root, error);
   if (volume == nullptr) return ToResult(error);
   std::string text;
-  for (const char letter : machine.LettersOf(*volume)) {
+  for (const char letter : system.LettersOf(*volume)) {
     text += letter;
     text.append(":\\\0", 3);
   }
@@ -129,31 +130,31 @@ BOOL GetVolumePathNamesForVolumeNameA(const char* volume_root, char* names, DWOR
 }
 
 BOOL SetVolumeMountPointA(const char* letter_path, const char* volume_root) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
+  System& system = System::Current();
   const std::string_view path = TextOrEmpty(letter_path);
   const std::string_view root = TextOrEmpty(volume_root);
-  if (FailsOnDemand(machine, "SetVolumeMountPointA", path, root)) return FALSE;
-  return ToResult(SetMountPoint(machine, path, root));
+  if (FailsOnDemand(system, "SetVolumeMountPointA", path, root)) return FALSE;
+  return ToResult(SetMountPoint(system, path, root));
 }
 
 BOOL DeleteVolumeMountPointA(const char* letter_path) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
+  System& system = System::Current();
   const std::string_view path = TextOrEmpty(letter_path);
-  if (FailsOnDemand(machine, "DeleteVolumeMountPointA", path)) return FALSE;
+  if (FailsOnDemand(system, "DeleteVolumeMountPointA", path)) return FALSE;
   const auto letter = LetterOf(path);
-  return ToResult(letter ? machine.mount_manager().Remove(*letter) : ERROR_INVALID_NAME);
+  return ToResult(letter ? system.mount_manager().Remove(*letter) : ERROR_INVALID_NAME);
 }
 
 DWORD GetLogicalDrives() {
-  SimulatedMachine& machine = SimulatedMachine::Current();
-  if (FailsOnDemand(machine, "GetLogicalDrives")) return 0;
-  return machine.mount_manager().Mask();
+  System& system = System::Current();
+  if (FailsOnDemand(system, "GetLogicalDrives")) return 0;
+  return system.mount_manager().Mask();
 }
 
 UINT GetSystemDirectoryA(char* buffer, UINT size) {
-  SimulatedMachine& machine = SimulatedMachine::Current();
-  if (FailsOnDemand(machine, "GetSystemDirectoryA")) return 0;
-  const std::string path = std::string(1, machine.current_drive()) + ":\\Windows\\system32";
+  System& system = System::Current();
+  if (FailsOnDemand(system, "GetSystemDirectoryA")) return 0;
+  const std::string path = std::string(1, system.current_drive()) + ":\\Windows\\system32";
   if (buffer == nullptr || size <= path.size()) return static_cast<UINT>(path.size() + 1);
   std::copy_n(path.c_str(), path.size() + 1, buffer);
   return static_cast<UINT>(path.size());

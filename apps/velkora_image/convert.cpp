@@ -16,6 +16,7 @@
 #include "apps/velkora_image/logs_folder.h"
 #include "apps/velkora_image/partition_view.h"
 #include "apps/velkora_image/table_checks.h"
+#include "simulator/disk.h"
 
 namespace velkora_image {
 namespace {

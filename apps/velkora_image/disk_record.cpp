@@ -4,6 +4,10 @@
 #include <stdexcept>
 #include <string>
 
+#include "simulator/disk.h"
+#include "simulator/storage/file_system_probe.h"
+#include "simulator/volume.h"
+
 namespace velkora_image {
 namespace {
 

@@ -7,6 +7,8 @@
 #include <system_error>
 
 #include "apps/velkora_image/input_error.h"
+#include "simulator/disk.h"
+#include "simulator/volume.h"
 #include "simulator/volume_files.h"
 
 namespace velkora_image {

@@ -6,7 +6,12 @@
 #include <utility>
 
 #include "apps/velkora_image/input_error.h"
+#include "simulator/disk.h"
+#include "simulator/storage/file_system.h"
+#include "simulator/storage/file_system_probe.h"
+#include "simulator/storage/partition_store.h"
 #include "simulator/text.h"
+#include "simulator/volume.h"
 
 namespace velkora_image {
 namespace {

@@ -18,9 +18,11 @@
 #include "frame/global_context.h"
 #include "shrink/fat32_free_space.h"
 #include "shrink/fat32_shrink.h"
+#include "simulator/disk.h"
 #include "simulator/simulated_machine.h"
 #include "simulator/storage/fat32_files.h"
 #include "simulator/storage/on_disk.h"
+#include "simulator/volume.h"
 
 namespace {
 

@@ -5,8 +5,10 @@
 #include <string_view>
 
 #include "simulator/commands/bcd_store.h"
-#include "simulator/simulated_machine.h"
+#include "simulator/disk.h"
+#include "simulator/system.h"
 #include "simulator/text.h"
+#include "simulator/volume.h"
 #include "simulator/volume_files.h"
 #include "simulator/volume_path.h"
 
@@ -70,15 +72,15 @@ std::optional<Request> ParseRequest(const std::vector<std::string>& arguments) {
   return complete ? std::optional(request) : std::nullopt;
 }
 
-bool LiesOnGpt(SimulatedMachine& machine, const Volume& volume) {
+bool LiesOnGpt(System& system, const Volume& volume) {
   DiskLayout layout;
-  Disk* disk = machine.FindDisk(volume.extents.front().disk_number);
+  Disk* disk = system.FindDisk(volume.extents.front().disk_number);
   return disk != nullptr && disk->Layout(layout) == ERROR_SUCCESS &&
          layout.header.PartitionStyle == PARTITION_STYLE_GPT;
 }
 
-DWORD WriteFiles(SimulatedMachine& machine, const Request& request, bool uefi) {
-  VolumeFiles files(machine);
+DWORD WriteFiles(System& system, const Request& request, bool uefi) {
+  VolumeFiles files(system);
   const auto write = [&](const BootFile& file) {
     return files.Write(request.boot_letter + std::string(file.path), file.content);
   };
@@ -88,7 +90,7 @@ DWORD WriteFiles(SimulatedMachine& machine, const Request& request, bool uefi) {
   }
   if (error != ERROR_SUCCESS) return error;
   const BcdSettings settings{ToUpperAscii(request.windows_folder[0]), request.boot_letter, uefi,
-                             GuidText(machine.NextGuid())};
+                             GuidText(system.NextGuid())};
   const std::string store = BcdFileText(MakeBcdStore(settings));
   return write({uefi ? kUefiStore : kBiosStore, store});
 }
@@ -99,18 +101,18 @@ CommandResult Failed(std::string_view reason) {
 
 }  // namespace
 
-CommandResult RunBcdboot(SimulatedMachine& machine, const std::vector<std::string>& arguments) {
+CommandResult RunBcdboot(System& system, const std::vector<std::string>& arguments) {
   const auto request = ParseRequest(arguments);
   if (!request) return Failed("Usage: bcdboot [/v] W:\\Windows /s B: [/f uefi|bios]");
-  if (!VolumeFiles(machine).Exists(request->windows_folder)) {
+  if (!VolumeFiles(system).Exists(request->windows_folder)) {
     return Failed("There is no Windows in " + request->windows_folder + ".");
   }
-  Volume* volume = machine.FindVolumeByLetter(request->boot_letter);
-  if (volume == nullptr || MountForUse(machine, *volume) != ERROR_SUCCESS) {
+  Volume* volume = system.FindVolumeByLetter(request->boot_letter);
+  if (volume == nullptr || MountForUse(system, *volume) != ERROR_SUCCESS) {
     return Failed("The volume to start from is not accessible.");
   }
-  const bool uefi = request->uefi.value_or(LiesOnGpt(machine, *volume));
-  const DWORD error = WriteFiles(machine, *request, uefi);
+  const bool uefi = request->uefi.value_or(LiesOnGpt(system, *volume));
+  const DWORD error = WriteFiles(system, *request, uefi);
   if (error != ERROR_SUCCESS) {
     return Failed("The boot files cannot be written: error " + std::to_string(error) + ".");
   }

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "simulator/commands/bcd_store.h"
-#include "simulator/simulated_machine.h"
+#include "simulator/system.h"
 #include "simulator/text.h"
 #include "simulator/volume_files.h"
 
@@ -21,34 +21,34 @@ CommandResult Failed(std::string_view reason) {
 // Where the store lies: in a file, or with the machine.
 class StorePlace {
  public:
-  StorePlace(SimulatedMachine& machine, std::string_view path) : machine_(machine), path_(path) {}
+  StorePlace(System& system, std::string_view path) : system_(system), path_(path) {}
 
   std::optional<BcdStore> Load() {
     if (path_.empty()) return ParseBcdFile(OwnStore());
     std::string bytes;
-    if (VolumeFiles(machine_).Read(path_, bytes) != ERROR_SUCCESS) return std::nullopt;
+    if (VolumeFiles(system_).Read(path_, bytes) != ERROR_SUCCESS) return std::nullopt;
     return ParseBcdFile(bytes);
   }
 
   bool Save(const BcdStore& store) {
     const std::string bytes = BcdFileText(store);
-    if (!path_.empty()) return VolumeFiles(machine_).Write(path_, bytes) == ERROR_SUCCESS;
-    machine_.own_boot_store = bytes;
+    if (!path_.empty()) return VolumeFiles(system_).Write(path_, bytes) == ERROR_SUCCESS;
+    system_.settings().own_boot_store = bytes;
     return true;
   }
 
  private:
   const std::string& OwnStore() {
-    std::string& store = machine_.own_boot_store;
+    std::string& store = system_.settings().own_boot_store;
     if (store.empty()) {
       BcdSettings settings;
-      settings.resume_identifier = GuidText(machine_.NextGuid());
+      settings.resume_identifier = GuidText(system_.NextGuid());
       store = BcdFileText(MakeBcdStore(settings));
     }
     return store;
   }
 
-  SimulatedMachine& machine_;
+  System& system_;
   std::string path_;
 };
 
@@ -89,14 +89,14 @@ CommandResult Set(StorePlace& place, Words words) {
 
 }  // namespace
 
-CommandResult RunBcdedit(SimulatedMachine& machine, const std::vector<std::string>& arguments) {
+CommandResult RunBcdedit(System& system, const std::vector<std::string>& arguments) {
   Words words(arguments);
   std::string_view path;
   if (words.size() >= 2 && EqualsIgnoringCase(words[0], "/store")) {
     path = words[1];
     words = words.subspan(2);
   }
-  StorePlace place(machine, path);
+  StorePlace place(system, path);
   if (words.empty()) return List(place, /*all=*/false);
   if (EqualsIgnoringCase(words[0], "/set")) return Set(place, words.subspan(1));
   const bool all = words.size() == 2 && EqualsIgnoringCase(words[1], "all");

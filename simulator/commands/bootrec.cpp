@@ -6,8 +6,10 @@
 
 #include "simulator/commands/bcd_store.h"
 #include "simulator/commands/boot_code.h"
-#include "simulator/simulated_machine.h"
+#include "simulator/disk.h"
+#include "simulator/system.h"
 #include "simulator/text.h"
+#include "simulator/volume.h"
 #include "simulator/volume_files.h"
 #include "simulator/volume_path.h"
 
@@ -27,23 +29,23 @@ bool StartsTheMachine(const PARTITION_INFORMATION_EX& row) {
 }
 
 // The mounted volume that the machine starts from, and whether by UEFI. Null when there is none.
-Volume* FindBootVolume(SimulatedMachine& machine, Disk& disk, bool& uefi) {
+Volume* FindBootVolume(System& system, Disk& disk, bool& uefi) {
   DiskLayout layout;
   if (disk.Layout(layout) != ERROR_SUCCESS) return nullptr;
   uefi = layout.header.PartitionStyle == PARTITION_STYLE_GPT;
   const auto row = std::find_if(layout.rows.begin(), layout.rows.end(), StartsTheMachine);
   if (row == layout.rows.end()) return nullptr;
   Volume* volume =
-      machine.FindVolumeAt(disk.number(), static_cast<std::uint64_t>(row->StartingOffset.QuadPart));
-  const bool usable = volume != nullptr && MountForUse(machine, *volume) == ERROR_SUCCESS;
+      system.FindVolumeAt(disk.number(), static_cast<std::uint64_t>(row->StartingOffset.QuadPart));
+  const bool usable = volume != nullptr && MountForUse(system, *volume) == ERROR_SUCCESS;
   return usable ? volume : nullptr;
 }
 
 // The letter of the first volume with a Windows folder; 0 when there is none.
-char FindWindows(SimulatedMachine& machine) {
-  for (const Volume& volume : machine.volumes()) {
-    for (const char letter : machine.LettersOf(volume)) {
-      if (VolumeFiles(machine).Exists(letter + std::string(":\\Windows"))) return letter;
+char FindWindows(System& system) {
+  for (const Volume& volume : system.volumes()) {
+    for (const char letter : system.LettersOf(volume)) {
+      if (VolumeFiles(system).Exists(letter + std::string(":\\Windows"))) return letter;
     }
   }
   return 0;
@@ -54,9 +56,9 @@ CommandResult FixMbr(Disk& disk) {
   return {0, "The disk has new master boot code.\r\n"};
 }
 
-CommandResult FixBoot(SimulatedMachine& machine, Disk& disk) {
+CommandResult FixBoot(System& system, Disk& disk) {
   bool uefi = false;
-  const Volume* volume = FindBootVolume(machine, disk, uefi);
+  const Volume* volume = FindBootVolume(system, disk, uefi);
   if (volume == nullptr) return Failed("There is no partition to start from.");
   if (!WriteVolumeBootCode(disk.device(), volume->extents.front().offset, volume->file_system)) {
     return Failed("The boot sector cannot be written.");
@@ -64,17 +66,17 @@ CommandResult FixBoot(SimulatedMachine& machine, Disk& disk) {
   return {0, "The volume has new boot code.\r\n"};
 }
 
-CommandResult RebuildStore(SimulatedMachine& machine, Disk& disk) {
-  const char windows_letter = FindWindows(machine);
+CommandResult RebuildStore(System& system, Disk& disk) {
+  const char windows_letter = FindWindows(system);
   if (windows_letter == 0) return {0, "There is no Windows.\r\n"};
   bool uefi = false;
-  const Volume* volume = FindBootVolume(machine, disk, uefi);
+  const Volume* volume = FindBootVolume(system, disk, uefi);
   if (volume == nullptr) return Failed("There is no partition to start from.");
-  const std::string letters = machine.LettersOf(*volume);
+  const std::string letters = system.LettersOf(*volume);
   const BcdSettings settings{windows_letter, letters.empty() ? windows_letter : letters.front(),
-                             uefi, GuidText(machine.NextGuid())};
+                             uefi, GuidText(system.NextGuid())};
   const DWORD error =
-      WriteVolumeFile(machine, *volume, uefi ? "\\EFI\\Microsoft\\Boot\\BCD" : "\\Boot\\BCD",
+      WriteVolumeFile(system, *volume, uefi ? "\\EFI\\Microsoft\\Boot\\BCD" : "\\Boot\\BCD",
                       BcdFileText(MakeBcdStore(settings)));
   if (error != ERROR_SUCCESS) return Failed("The store cannot be written.");
   return {0, "Windows has been added to the boot store.\r\n"};
@@ -82,13 +84,13 @@ CommandResult RebuildStore(SimulatedMachine& machine, Disk& disk) {
 
 }  // namespace
 
-CommandResult RunBootrec(SimulatedMachine& machine, const std::vector<std::string>& arguments) {
+CommandResult RunBootrec(System& system, const std::vector<std::string>& arguments) {
   const std::string_view step = arguments.size() == 1 ? arguments.front() : std::string_view();
-  Disk* disk = machine.FindDisk(machine.system_disk());
+  Disk* disk = system.FindDisk(system.system_disk());
   if (disk == nullptr) return Failed("The machine has no system disk.");
   if (EqualsIgnoringCase(step, "/fixmbr")) return FixMbr(*disk);
-  if (EqualsIgnoringCase(step, "/fixboot")) return FixBoot(machine, *disk);
-  if (EqualsIgnoringCase(step, "/rebuildbcd")) return RebuildStore(machine, *disk);
+  if (EqualsIgnoringCase(step, "/fixboot")) return FixBoot(system, *disk);
+  if (EqualsIgnoringCase(step, "/rebuildbcd")) return RebuildStore(system, *disk);
   return Failed("Usage: bootrec /fixmbr | /fixboot | /rebuildbcd");
 }
 

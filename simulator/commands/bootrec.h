@@ -8,6 +8,8 @@
 
 namespace simulator {
 
+class System;
+
 // Runs BootRec on the machine's system disk: `/fixmbr` puts boot code into the boot record,
 // `/fixboot` into the boot sector of the partition that the machine starts from (the active one, or
 // the EFI system partition), and `/rebuildbcd` makes a new boot store there for the first Windows
@@ -17,6 +19,6 @@ namespace simulator {
 //
 // Unlike the other tools it stands in no folder of the system: it is run by the path of a file that
 // the machine's builder puts somewhere.
-CommandResult RunBootrec(SimulatedMachine& machine, const std::vector<std::string>& arguments);
+CommandResult RunBootrec(System& system, const std::vector<std::string>& arguments);
 
 }  // namespace simulator

@@ -4,8 +4,10 @@
 #include <string_view>
 
 #include "simulator/commands/boot_code.h"
-#include "simulator/simulated_machine.h"
+#include "simulator/disk.h"
+#include "simulator/system.h"
 #include "simulator/text.h"
+#include "simulator/volume.h"
 #include "simulator/volume_files.h"
 #include "simulator/volume_path.h"
 
@@ -40,16 +42,15 @@ CommandResult Failed(std::string_view reason) {
 
 }  // namespace
 
-CommandResult RunBootsect(SimulatedMachine& machine, const std::vector<std::string>& arguments) {
+CommandResult RunBootsect(System& system, const std::vector<std::string>& arguments) {
   const auto request = ParseRequest(arguments);
   if (!request) return Failed("Usage: bootsect /nt60 X: [/force] [/mbr]");
-  Volume* volume = machine.FindVolumeByLetter(request->letter);
+  Volume* volume = system.FindVolumeByLetter(request->letter);
   if (volume == nullptr) return Failed("The letter has no volume.");
-  if (MountForUse(machine, *volume) != ERROR_SUCCESS)
-    return Failed("The volume is not accessible.");
+  if (MountForUse(system, *volume) != ERROR_SUCCESS) return Failed("The volume is not accessible.");
   if (!TakesBootCode(volume->file_system)) return Failed("The file system takes no boot code.");
   const VolumeExtent& extent = volume->extents.front();
-  Disk* disk = machine.FindDisk(extent.disk_number);
+  Disk* disk = system.FindDisk(extent.disk_number);
   if (disk == nullptr) return Failed("The volume lies on no disk.");
   if (!WriteVolumeBootCode(disk->device(), extent.offset, volume->file_system)) {
     return Failed("The boot sector cannot be written.");

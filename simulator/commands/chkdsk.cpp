@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <string_view>
 
+#include "simulator/disk.h"
 #include "simulator/host_ntfs.h"
-#include "simulator/simulated_machine.h"
+#include "simulator/system.h"
 #include "simulator/text.h"
+#include "simulator/volume.h"
 #include "simulator/volume_files.h"
 #include "simulator/volume_path.h"
 
@@ -24,10 +26,10 @@ bool IsRepairSwitch(std::string_view word) {
   return EqualsIgnoringCase(word, "/x") || EqualsIgnoringCase(word, "/f");
 }
 
-Volume* FindVolume(SimulatedMachine& machine, std::string_view name) {
-  if (name.size() == 2 && name[1] == ':') return machine.FindVolumeByLetter(name[0]);
+Volume* FindVolume(System& system, std::string_view name) {
+  if (name.size() == 2 && name[1] == ':') return system.FindVolumeByLetter(name[0]);
   if (name.ends_with('\\')) name.remove_suffix(1);
-  return machine.FindVolumeByPath(name);
+  return system.FindVolumeByPath(name);
 }
 
 void Dismount(Volume& volume) {
@@ -51,23 +53,23 @@ CommandResult ResultOf(NtfsOutcome outcome) {
 
 }  // namespace
 
-CommandResult RunChkdsk(SimulatedMachine& machine, const std::vector<std::string>& arguments) {
+CommandResult RunChkdsk(System& system, const std::vector<std::string>& arguments) {
   if (arguments.size() < 2 ||
       !std::all_of(arguments.begin() + 1, arguments.end(), IsRepairSwitch)) {
     return NotChecked("Usage: chkdsk <volume> /x");
   }
-  Volume* volume = FindVolume(machine, arguments.front());
+  Volume* volume = FindVolume(system, arguments.front());
   if (volume == nullptr) return NotChecked("There is no such volume.");
-  if (MountForUse(machine, *volume) != ERROR_SUCCESS) {
+  if (MountForUse(system, *volume) != ERROR_SUCCESS) {
     return NotChecked("The volume is not accessible.");
   }
   if (volume->file_system != FileSystem::kNtfs) return NotChecked("The volume is not NTFS.");
   const VolumeExtent extent = volume->extents.front();
-  Disk* disk = machine.FindDisk(extent.disk_number);
+  Disk* disk = system.FindDisk(extent.disk_number);
   if (disk == nullptr) return NotChecked("The volume lies on no disk.");
   Dismount(*volume);
   CommandResult result = ResultOf(RepairNtfs(disk->device(), extent.offset, extent.length));
-  machine.Mount(*volume);
+  system.Mount(*volume);
   return result;
 }
 

@@ -65,8 +65,8 @@ DWORD RunLine(Session& session, std::string_view line) {
 }
 
 // The bytes of the script, or nothing when there is no such file.
-std::optional<std::string> ReadScript(const SimulatedMachine& machine, std::string_view path) {
-  const auto host_path = machine.HostPath(path);
+std::optional<std::string> ReadScript(const System& system, std::string_view path) {
+  const auto host_path = system.HostPath(path);
   if (!host_path || !std::filesystem::is_regular_file(*host_path)) return std::nullopt;
   std::ifstream file(*host_path, std::ios::binary);
   if (!file) return std::nullopt;
@@ -89,17 +89,17 @@ DWORD RunScript(Session& session, std::string_view script) {
 
 }  // namespace
 
-CommandResult RunDiskpart(SimulatedMachine& machine, const std::vector<std::string>& arguments) {
+CommandResult RunDiskpart(System& system, const std::vector<std::string>& arguments) {
   if (arguments.size() != 2 || !EqualsIgnoringCase(arguments[0], "/s")) {
     return {diskpart::kBadUsage, "Usage: diskpart /s <script>\r\n"};
   }
-  const auto script = ReadScript(machine, arguments[1]);
+  const auto script = ReadScript(system, arguments[1]);
   if (!script) {
     return {diskpart::kScriptNotOpened, "The script " + arguments[1] + " cannot be opened.\r\n"};
   }
-  if (machine.on_script) machine.on_script(*script);
+  if (system.settings().on_script) system.settings().on_script(*script);
 
-  Session session{machine};
+  Session session{system};
   session.Print("diskpart on the simulated machine");
   const DWORD status = RunScript(session, *script);
   return {status, session.output};

@@ -22,10 +22,10 @@ DWORD CreateReservedPartition(Session& session) {
   // On some systems creating the disk has made it already.
   if (error != ERROR_SUCCESS || !layout.rows.empty()) return StatusOf(error);
   const auto start = static_cast<std::uint64_t>(layout.header.Gpt.StartingUsableOffset.QuadPart);
-  layout.rows.push_back(MakeGptRow(kReservedPartitionType, session.machine.NextGuid(), start,
+  layout.rows.push_back(MakeGptRow(kReservedPartitionType, session.system.NextGuid(), start,
                                    kReservedPartitionEnd - start));
   layout.header.PartitionCount = 1;
-  error = session.machine.SetLayout(*session.disk, layout);
+  error = session.system.SetLayout(*session.disk, layout);
   return StatusOf(error);
 }
 
@@ -33,17 +33,17 @@ DWORD ConvertToGpt(Session& session) {
   if (session.disk->device().size() < kSmallestGptDisk) return kTooSmallForGpt;
   CREATE_DISK request{};
   request.PartitionStyle = PARTITION_STYLE_GPT;
-  request.Gpt.DiskId = session.machine.NextGuid();
+  request.Gpt.DiskId = session.system.NextGuid();
   request.Gpt.MaxPartitionCount = kGptEntries;
-  const DWORD error = session.machine.CreateDisk(*session.disk, request);
+  const DWORD error = session.system.CreateDisk(*session.disk, request);
   return error == ERROR_SUCCESS ? CreateReservedPartition(session) : StatusOf(error);
 }
 
 DWORD ConvertToMbr(Session& session) {
   CREATE_DISK request{};
   request.PartitionStyle = PARTITION_STYLE_MBR;
-  request.Mbr.Signature = session.machine.NextGuid().Data1;
-  return StatusOf(session.machine.CreateDisk(*session.disk, request));
+  request.Mbr.Signature = session.system.NextGuid().Data1;
+  return StatusOf(session.system.CreateDisk(*session.disk, request));
 }
 
 // Checks that the disk in focus is empty and not of `style` already.
@@ -64,7 +64,7 @@ DWORD SelectDisk(Session& session, Arguments arguments) {
   if (!number) return kSyntaxError;
   session.partition = 0;
   session.disk = *number <= std::numeric_limits<std::uint32_t>::max()
-                     ? session.machine.FindDisk(static_cast<std::uint32_t>(*number))
+                     ? session.system.FindDisk(static_cast<std::uint32_t>(*number))
                      : nullptr;
   if (session.disk == nullptr) return kObjectNotFound;
   session.Print("Disk " + arguments.front() + " is now the selected disk.");
@@ -74,14 +74,14 @@ DWORD SelectDisk(Session& session, Arguments arguments) {
 DWORD Clean(Session& session, Arguments) {
   DWORD status = RequireOnlineDisk(session);
   if (status != kSuccess) return status;
-  SimulatedMachine& machine = session.machine;
-  if (machine.switches().refuse_clean_of_system_disk &&
-      machine.system_disk() == session.disk->number()) {
+  System& system = session.system;
+  if (system.switches().refuse_clean_of_system_disk &&
+      system.system_disk() == session.disk->number()) {
     return kOperationDenied;
   }
   status = ZeroBothEnds(session.disk->device());
   session.partition = 0;
-  machine.UpdateProperties(*session.disk);
+  system.UpdateProperties(*session.disk);
   if (status == kSuccess) session.Print("The disk is clean now.");
   return status;
 }
@@ -101,7 +101,7 @@ DWORD Convert(Session& session, Arguments arguments) {
 }
 
 DWORD Rescan(Session& session, Arguments) {
-  session.machine.Rescan();
+  session.system.Rescan();
   session.Print("The disks have been scanned again.");
   return kSuccess;
 }
@@ -110,7 +110,7 @@ DWORD OfflineDisk(Session& session, Arguments) {
   const DWORD status = RequireOnlineDisk(session);
   if (status != kSuccess) return status;
   session.disk->set_online(false);
-  session.machine.UpdateProperties(*session.disk);
+  session.system.UpdateProperties(*session.disk);
   session.Print("The disk is offline now.");
   return kSuccess;
 }
@@ -119,7 +119,7 @@ DWORD OnlineDisk(Session& session, Arguments) {
   if (session.disk == nullptr) return kObjectNotFound;
   if (session.disk->online()) return kDiskAlreadyOnline;
   session.disk->set_online(true);
-  session.machine.UpdateProperties(*session.disk);
+  session.system.UpdateProperties(*session.disk);
   session.Print("The disk is online now.");
   return kSuccess;
 }

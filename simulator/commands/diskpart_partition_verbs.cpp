@@ -106,9 +106,9 @@ DWORD CreateEfiPartition(Session& session, Arguments arguments) {
   if (!offset) return kNotEnoughSpace;
 
   layout.rows.push_back(
-      MakeGptRow(kEfiSystemPartitionType, session.machine.NextGuid(), *offset, *length));
+      MakeGptRow(kEfiSystemPartitionType, session.system.NextGuid(), *offset, *length));
   layout.header.PartitionCount = static_cast<DWORD>(layout.rows.size());
-  error = session.machine.SetLayout(*session.disk, layout);
+  error = session.system.SetLayout(*session.disk, layout);
   if (error != ERROR_SUCCESS) return StatusOf(error);
   session.partition = layout.rows.back().PartitionNumber;
   session.Print("The partition has been created.");
@@ -125,7 +125,7 @@ DWORD Active(Session& session, Arguments) {
   if (focus.layout.header.PartitionStyle != PARTITION_STYLE_MBR) return kWrongStyleForVerb;
   if (IsLogical(focus.layout, focus.index)) return kOperationDenied;
   if (MoveBootMark(focus.layout, focus.index)) {
-    status = StatusOf(session.machine.SetLayout(*session.disk, focus.layout));
+    status = StatusOf(session.system.SetLayout(*session.disk, focus.layout));
   }
   if (status == kSuccess) session.Print("The partition is active now.");
   return status;

@@ -30,7 +30,7 @@ DWORD FindFocusedPartition(const Session& session, FocusedPartition& focus) {
 DWORD FindFocusedVolume(const Session& session, FocusedPartition& focus, Volume*& volume) {
   const DWORD status = FindFocusedPartition(session, focus);
   if (status != kSuccess) return status;
-  volume = session.machine.FindVolumeAt(session.disk->number(), focus.offset());
+  volume = session.system.FindVolumeAt(session.disk->number(), focus.offset());
   return volume == nullptr ? kObjectNotFound : kSuccess;
 }
 

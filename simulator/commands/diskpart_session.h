@@ -7,12 +7,12 @@
 
 #include "simulator/commands/diskpart_facts.h"
 #include "simulator/disk.h"
-#include "simulator/simulated_machine.h"
+#include "simulator/system.h"
 
 namespace simulator::diskpart {
 
 struct Session {
-  SimulatedMachine& machine;
+  System& system;
   Disk* disk = nullptr;
   DWORD partition = 0;  // the number in the disk's believed layout; 0 for none
   std::string output{};

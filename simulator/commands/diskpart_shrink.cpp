@@ -2,6 +2,7 @@
 #include "simulator/commands/diskpart_script.h"
 #include "simulator/commands/diskpart_verbs.h"
 #include "simulator/host_ntfs.h"
+#include "simulator/volume.h"
 #include "simulator/volume_files.h"
 #include "simulator/volume_path.h"
 
@@ -31,7 +32,7 @@ DWORD ShortenPartition(Session& session, FocusedPartition& focus, Volume& volume
   volume.extents.front().length = new_length;
   focus.row().PartitionLength.QuadPart = static_cast<LONGLONG>(new_length);
   focus.row().RewritePartition = TRUE;
-  const DWORD error = session.machine.SetLayout(*session.disk, focus.layout);
+  const DWORD error = session.system.SetLayout(*session.disk, focus.layout);
   if (error != ERROR_SUCCESS) volume.extents.front().length = old_length;
   return StatusOf(error);
 }
@@ -48,7 +49,7 @@ DWORD Shrink(Session& session, Arguments arguments) {
   Volume* volume = nullptr;
   status = FindFocusedVolume(session, focus, volume);
   if (status != kSuccess) return status;
-  if (MountForUse(session.machine, *volume) != ERROR_SUCCESS) return kCannotShrink;
+  if (MountForUse(session.system, *volume) != ERROR_SUCCESS) return kCannotShrink;
   if (volume->file_system != FileSystem::kNtfs) return kCannotShrink;
   if (*size_mib >= focus.length() / kMiB) return kShrinkTooLarge;
   const std::uint64_t new_length = focus.length() - *size_mib * kMiB;
@@ -56,7 +57,7 @@ DWORD Shrink(Session& session, Arguments arguments) {
       ShrinkStatus(ShrinkNtfs(session.disk->device(), focus.offset(), focus.length(), new_length));
   if (status == kSuccess) status = ShortenPartition(session, focus, *volume, new_length);
   if (status != kSuccess) return status;
-  session.machine.Mount(*volume);
+  session.system.Mount(*volume);
   session.Print("The volume has been shrunk by " + std::to_string(*size_mib) + " MB.");
   return kSuccess;
 }

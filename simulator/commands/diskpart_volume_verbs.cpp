@@ -1,7 +1,9 @@
 #include "simulator/commands/diskpart_script.h"
 #include "simulator/commands/diskpart_verbs.h"
 #include "simulator/storage/fat32_format.h"
+#include "simulator/storage/file_system.h"
 #include "simulator/text.h"
+#include "simulator/volume.h"
 
 namespace simulator::diskpart {
 namespace {
@@ -34,7 +36,7 @@ DWORD MakeFat32(Session& session, FocusedPartition& focus, bool quick) {
   geometry.offset = focus.offset();
   geometry.length = focus.length();
   geometry.hidden_sectors = static_cast<std::uint32_t>(focus.offset() / device.sector_size());
-  geometry.serial_number = session.machine.NextGuid().Data1;
+  geometry.serial_number = session.system.NextGuid().Data1;
   const DWORD error = FormatFat32(device, geometry);
   return error == ERROR_INVALID_PARAMETER ? kVolumeTooSmall : StatusOf(error);
 }
@@ -50,8 +52,8 @@ DWORD FindVolumeAndLetter(const Session& session, std::string_view word, Focused
   return status == kSuccess ? FindFocusedVolume(session, focus, volume) : status;
 }
 
-bool IsLetterInUse(SimulatedMachine& machine, char letter) {
-  return (machine.mount_manager().Mask() >> (letter - 'A') & 1) != 0;
+bool IsLetterInUse(System& system, char letter) {
+  return (system.mount_manager().Mask() >> (letter - 'A') & 1) != 0;
 }
 
 }  // namespace
@@ -70,7 +72,7 @@ DWORD DetailVolume(Session& session, Arguments) {
     session.Print("* Disk " + std::to_string(extent.disk_number));
   }
   session.Print("File system: " + std::string(FileSystemName(volume->file_system)));
-  session.Print("Letters:     " + session.machine.LettersOf(*volume));
+  session.Print("Letters:     " + session.system.LettersOf(*volume));
   return kSuccess;
 }
 
@@ -87,8 +89,8 @@ DWORD Format(Session& session, Arguments arguments) {
   if (!EqualsIgnoringCase(options->file_system, "fat32")) return kIncompatibleFileSystem;
   status = MakeFat32(session, focus, options->quick);
   // Also after a failure: what was there before may be gone.
-  session.machine.ForgetFiles(session.disk->number(), focus.offset());
-  session.machine.Mount(*volume);
+  session.system.ForgetFiles(session.disk->number(), focus.offset());
+  session.system.Mount(*volume);
   if (status == kSuccess) session.Print("The volume has been formatted.");
   return status;
 }
@@ -100,8 +102,8 @@ DWORD Assign(Session& session, Arguments arguments) {
   char letter = 0;
   const DWORD status = FindVolumeAndLetter(session, arguments.front(), focus, volume, letter);
   if (status != kSuccess) return status;
-  if (IsLetterInUse(session.machine, letter)) return kBadDriveLetter;
-  session.machine.SetLetter(session.disk->number(), focus.offset(), letter);
+  if (IsLetterInUse(session.system, letter)) return kBadDriveLetter;
+  session.system.SetLetter(session.disk->number(), focus.offset(), letter);
   session.Print("The letter has been assigned.");
   return kSuccess;
 }
@@ -112,8 +114,8 @@ DWORD Remove(Session& session, Arguments arguments) {
   char letter = 0;
   const DWORD status = FindVolumeAndLetter(session, arguments.front(), focus, volume, letter);
   if (status != kSuccess) return status;
-  if (session.machine.LettersOf(*volume).find(letter) == std::string::npos) return kBadDriveLetter;
-  session.machine.RemoveLetter(letter);
+  if (session.system.LettersOf(*volume).find(letter) == std::string::npos) return kBadDriveLetter;
+  session.system.RemoveLetter(letter);
   session.Print("The letter has been removed.");
   return kSuccess;
 }

@@ -6,17 +6,17 @@
 #include "simulator/commands/bootsect.h"
 #include "simulator/commands/chkdsk.h"
 #include "simulator/commands/diskpart.h"
-#include "simulator/simulated_machine.h"
+#include "simulator/system.h"
 
 namespace simulator {
 
-void RegisterStandardCommands(SimulatedMachine& machine) {
-  machine.SetCommand("bcdboot", RunBcdboot);
-  machine.SetCommand("bcdedit", RunBcdedit);
-  machine.SetCommand("bootrec", RunBootrec);
-  machine.SetCommand("bootsect", RunBootsect);
-  machine.SetCommand("chkdsk", RunChkdsk);
-  machine.SetCommand("diskpart", RunDiskpart);
+void RegisterStandardCommands(System& system) {
+  system.SetTool("bcdboot", RunBcdboot);
+  system.SetTool("bcdedit", RunBcdedit);
+  system.SetTool("bootrec", RunBootrec);
+  system.SetTool("bootsect", RunBootsect);
+  system.SetTool("chkdsk", RunChkdsk);
+  system.SetTool("diskpart", RunDiskpart);
 }
 
 }  // namespace simulator

@@ -3,8 +3,8 @@
 
 namespace simulator {
 
-class SimulatedMachine;
+class System;
 
-void RegisterStandardCommands(SimulatedMachine& machine);
+void RegisterStandardCommands(System& system);
 
 }  // namespace simulator

@@ -7,11 +7,10 @@
 #include <span>
 #include <vector>
 
+#include "simulator/storage/access.h"
 #include "simulator/storage/image_overlay.h"
 
 namespace simulator {
-
-enum class Access { kReadOnly, kReadWrite };
 
 // Somebody who keeps changes in memory for a while instead of writing them to a device at once.
 class LateWriter {

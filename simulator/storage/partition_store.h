@@ -8,6 +8,7 @@
 
 #include "platform/win32_types.h"
 #include "simulator/storage/block_device.h"
+#include "simulator/storage/store_switches.h"
 
 namespace simulator {
 
@@ -16,11 +17,6 @@ namespace simulator {
 struct DiskLayout {
   DRIVE_LAYOUT_INFORMATION_EX header = DRIVE_LAYOUT_INFORMATION_EX();  // all bytes zero
   std::vector<PARTITION_INFORMATION_EX> rows;
-};
-
-struct StoreSwitches {
-  // MBR values that do not fit 32 bits of sectors are cut to 32 bits instead of being refused.
-  bool truncate_mbr_values = false;
 };
 
 // All return a Windows error code, ERROR_SUCCESS for success.

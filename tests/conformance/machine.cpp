@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "simulator/simulated_machine.h"
+#include "simulator/volume.h"
 #include "support/machine_fixture.h"
 #include "support/temp_folder.h"
 

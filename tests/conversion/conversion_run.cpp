@@ -5,6 +5,7 @@
 
 #include "logging/log.h"
 #include "platform/win32.h"
+#include "simulator/volume.h"
 #include "support/machine_fixture.h"
 
 // The offsets of the partitions, and a backup that was not used up, stay allocated when the object

@@ -11,6 +11,7 @@
 
 #include "conversion/tools.h"
 #include "frame/velkora.h"
+#include "simulator/volume.h"
 #include "support/machine_fixture.h"
 #include "support/tools/run_tool.h"
 

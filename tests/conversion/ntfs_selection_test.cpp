@@ -14,6 +14,7 @@
 #include "conversion/gpt_disk.h"
 #include "conversion/tools.h"
 #include "platform/win32.h"
+#include "simulator/disk.h"
 #include "support/machine_fixture.h"
 
 namespace conversion {

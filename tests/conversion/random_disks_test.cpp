@@ -8,6 +8,8 @@
 #include "conversion/model/disk.h"
 #include "conversion/model/random_disk.h"
 #include "conversion/model/raw_table.h"
+#include "frame/velkora.h"
+#include "simulator/volume.h"
 #include "support/caller_record.h"
 #include "support/machine_fixture.h"
 

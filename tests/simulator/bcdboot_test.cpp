@@ -6,6 +6,8 @@
 
 #include "simulator/commands/bcd_store.h"
 #include "simulator/diskpart_fixture.h"
+#include "simulator/storage/partition_store.h"
+#include "simulator/volume.h"
 #include "simulator/volume_files.h"
 
 namespace testing_support {
@@ -41,7 +43,7 @@ class Bcdboot : public DiskpartTest {
   }
 
   DWORD Run(const std::vector<std::string>& words) {
-    return simulator::RunBcdboot(machine_, words).exit_status;
+    return simulator::RunBcdboot(machine_.system(), words).exit_status;
   }
   std::vector<std::string> Present(const std::string& letter,
                                    const std::vector<std::string>& paths) {

@@ -59,7 +59,9 @@ class Bcdedit : public testing_support::SeamTest {
     EXPECT_EQ(VolumeFiles(machine_).Write(kStore, BcdFileText(store)), ERROR_SUCCESS);
   }
 
-  CommandResult Run(const std::vector<std::string>& words) { return RunBcdedit(machine_, words); }
+  CommandResult Run(const std::vector<std::string>& words) {
+    return RunBcdedit(machine_.system(), words);
+  }
   DWORD Status(const std::vector<std::string>& words) { return Run(words).exit_status; }
   std::string Listing(const std::vector<std::string>& words) {
     const CommandResult result = Run(words);

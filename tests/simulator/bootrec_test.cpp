@@ -4,6 +4,7 @@
 
 #include "simulator/commands/bcd_store.h"
 #include "simulator/commands/shell.h"
+#include "simulator/disk.h"
 #include "simulator/seam_fixture.h"
 #include "simulator/volume_files.h"
 
@@ -24,7 +25,7 @@ class BootrecTest : public SeamTest {
   }
 
   DWORD Run(const std::string& step) {
-    const auto result = simulator::RunBootrec(machine_, {step});
+    const auto result = simulator::RunBootrec(machine_.system(), {step});
     output_ = result.output;
     return result.exit_status;
   }
@@ -71,7 +72,7 @@ TEST_F(BootrecTest, RebuildbcdMakesAStoreForTheWindowsThatItFinds) {
 
 TEST_F(BootrecTest, WhatItCannotWorkOnEndsWithStatusOne) {
   EXPECT_EQ(Run("/fixall"), 1U);
-  EXPECT_EQ(simulator::RunBootrec(machine_, {}).exit_status, 1U);
+  EXPECT_EQ(simulator::RunBootrec(machine_.system(), {}).exit_status, 1U);
   machine_.SetSystemDisk(7);
   EXPECT_EQ(Run("/fixmbr"), 1U);
   AttachGpt(7, {GptRow(kMegabyte, 8 * kMegabyte, 1)}, {kMegabyte});  // no system partition
@@ -81,10 +82,10 @@ TEST_F(BootrecTest, WhatItCannotWorkOnEndsWithStatusOne) {
 }
 
 TEST_F(BootrecTest, ShellRunsItByThePathOfAFileInAMappedFolder) {
-  EXPECT_EQ(simulator::RunShellLine(machine_, "X:\\BootRec.exe /fixmbr"), 1U);
+  EXPECT_EQ(simulator::RunShellLine(machine_.system(), "X:\\BootRec.exe /fixmbr"), 1U);
   EXPECT_FALSE(Contains(Sector(0), "master boot code"));
   std::ofstream(folder_.path() / "BootRec.exe") << "a program";
-  EXPECT_EQ(simulator::RunShellLine(machine_, "X:\\BootRec.exe /fixmbr"), 0U);
+  EXPECT_EQ(simulator::RunShellLine(machine_.system(), "X:\\BootRec.exe /fixmbr"), 0U);
   EXPECT_TRUE(Contains(Sector(0), "master boot code"));
 }
 

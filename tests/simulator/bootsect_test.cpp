@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "simulator/disk.h"
 #include "simulator/diskpart_fixture.h"
 #include "simulator/seam_fixture.h"
 #include "simulator/storage/fat32_format.h"
@@ -74,7 +75,7 @@ class Bootsect : public testing_support::SeamTest {
   }
   Sector At(std::uint64_t offset) { return Bytes(*machine_.FindDisk(1), offset, 512); }
   DWORD Run(const std::vector<std::string>& words) {
-    return RunBootsect(machine_, words).exit_status;
+    return RunBootsect(machine_.system(), words).exit_status;
   }
 };
 

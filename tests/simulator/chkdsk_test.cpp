@@ -1,6 +1,7 @@
 #include "simulator/commands/chkdsk.h"
 
 #include "simulator/diskpart_fixture.h"
+#include "simulator/volume.h"
 
 namespace testing_support {
 namespace {
@@ -11,7 +12,7 @@ constexpr DWORD kNotChecked = 3;
 class RefusedNtfsWork : public DiskpartTest {
  protected:
   DWORD Chkdsk(const std::vector<std::string>& arguments) {
-    const auto result = simulator::RunChkdsk(machine_, arguments);
+    const auto result = simulator::RunChkdsk(machine_.system(), arguments);
     output_ = result.output;
     return result.exit_status;
   }

@@ -2,7 +2,10 @@
 
 #include <cstring>
 
+#include "simulator/disk.h"
+#include "simulator/memory_files.h"
 #include "simulator/seam_fixture.h"
+#include "simulator/volume.h"
 
 namespace testing_support {
 namespace {

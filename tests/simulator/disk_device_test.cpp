@@ -2,7 +2,10 @@
 #include <cstring>
 #include <utility>
 
+#include "simulator/disk.h"
+#include "simulator/mount_manager.h"
 #include "simulator/seam_fixture.h"
+#include "simulator/volume.h"
 
 namespace testing_support {
 namespace {

@@ -3,6 +3,9 @@
 #include <fstream>
 
 #include "simulator/commands/diskpart.h"
+#include "simulator/disk.h"
+#include "simulator/storage/block_device.h"
+#include "simulator/storage/partition_store.h"
 
 namespace testing_support {
 
@@ -74,7 +77,7 @@ void DiskpartTest::MakeMbr(Disk& disk) {
 
 DWORD DiskpartTest::RunScript(std::string_view script) {
   std::ofstream(folder_.path() / "script.txt", std::ios::binary) << script;
-  const auto result = simulator::RunDiskpart(machine_, {"/s", "X:\\script.txt"});
+  const auto result = simulator::RunDiskpart(machine_.system(), {"/s", "X:\\script.txt"});
   output_ = result.output;
   return result.exit_status;
 }

@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 
 #include "simulator/commands/diskpart_layout.h"
+#include "simulator/disk.h"
 #include "simulator/diskpart_fixture.h"
+#include "simulator/storage/file_system_probe.h"
+#include "simulator/volume.h"
 
 namespace testing_support {
 namespace {

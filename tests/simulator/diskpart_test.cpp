@@ -7,6 +7,7 @@
 
 #include "simulator/commands/diskpart_layout.h"
 #include "simulator/commands/shell.h"
+#include "simulator/disk.h"
 #include "simulator/diskpart_fixture.h"
 
 namespace testing_support {
@@ -24,14 +25,14 @@ bool AreAll(const std::vector<std::byte>& bytes, std::byte value) {
 // ---- The run itself -----------------------------------------------------------------------------
 
 TEST_F(Diskpart, ParametersOtherThanAScriptAreRefused) {
-  EXPECT_EQ(simulator::RunDiskpart(machine_, {}).exit_status, 2U);
-  EXPECT_EQ(simulator::RunDiskpart(machine_, {"/x", "X:\\script.txt"}).exit_status, 2U);
+  EXPECT_EQ(simulator::RunDiskpart(machine_.system(), {}).exit_status, 2U);
+  EXPECT_EQ(simulator::RunDiskpart(machine_.system(), {"/x", "X:\\script.txt"}).exit_status, 2U);
 }
 
 TEST_F(Diskpart, AScriptThatCannotBeOpenedHasAStatusOfItsOwn) {
-  EXPECT_EQ(simulator::RunDiskpart(machine_, {"/s", "X:\\missing.txt"}).exit_status, 3U);
-  EXPECT_EQ(simulator::RunDiskpart(machine_, {"/s", "X:\\"}).exit_status, 3U);
-  EXPECT_EQ(simulator::RunDiskpart(machine_, {"/s", "Q:\\script.txt"}).exit_status, 3U);
+  EXPECT_EQ(simulator::RunDiskpart(machine_.system(), {"/s", "X:\\missing.txt"}).exit_status, 3U);
+  EXPECT_EQ(simulator::RunDiskpart(machine_.system(), {"/s", "X:\\"}).exit_status, 3U);
+  EXPECT_EQ(simulator::RunDiskpart(machine_.system(), {"/s", "Q:\\script.txt"}).exit_status, 3U);
 }
 
 TEST_F(Diskpart, TellsTheListenerTheScriptAsItStands) {
@@ -62,9 +63,9 @@ TEST_F(Diskpart, RefusesLinesThatItDoesNotKnow) {
 TEST_F(Diskpart, ThroughTheShellTheOutputOfTwoRunsIsAppended) {
   std::ofstream(folder_.path() / "cmd.log", std::ios::binary) << "rescan\r\n";
   const std::string_view line = R"(diskpart /s "X:\cmd.log" >> "X:\result.log")";
-  EXPECT_EQ(simulator::RunShellLine(machine_, line), 0U);
+  EXPECT_EQ(simulator::RunShellLine(machine_.system(), line), 0U);
   std::ofstream(folder_.path() / "cmd.log", std::ios::binary) << "select disk 9\r\n";
-  EXPECT_EQ(simulator::RunShellLine(machine_, line), kObjectNotFound);
+  EXPECT_EQ(simulator::RunShellLine(machine_.system(), line), kObjectNotFound);
   EXPECT_EQ(machine_.calls().Count("command/diskpart"), 2U);
 
   std::ifstream file(folder_.path() / "result.log", std::ios::binary);

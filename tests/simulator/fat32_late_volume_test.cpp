@@ -4,9 +4,11 @@
 #include <string>
 #include <vector>
 
+#include "simulator/disk.h"
 #include "simulator/seam_fixture.h"
 #include "simulator/storage/fat32_files.h"
 #include "simulator/storage/fat32_format.h"
+#include "simulator/volume.h"
 
 namespace simulator {
 namespace {

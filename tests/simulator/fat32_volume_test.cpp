@@ -4,10 +4,12 @@
 #include <string>
 #include <vector>
 
+#include "simulator/disk.h"
 #include "simulator/seam_fixture.h"
 #include "simulator/storage/fat32_files.h"
 #include "simulator/storage/fat32_format.h"
 #include "simulator/text.h"
+#include "simulator/volume.h"
 #include "simulator/volume_files.h"
 #include "simulator/wide_text.h"
 

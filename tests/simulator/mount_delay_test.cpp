@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "simulator/diskpart_fixture.h"
+#include "simulator/memory_files.h"
+#include "simulator/storage/block_device.h"
+#include "simulator/storage/partition_store.h"
 #include "simulator/volume_files.h"
 
 namespace testing_support {

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "simulator/volume.h"
+
 namespace simulator {
 namespace {
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "simulator/disk.h"
 #include "simulator/seam_fixture.h"
 #include "simulator/storage/fat32_format.h"
 

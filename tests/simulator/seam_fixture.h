@@ -11,6 +11,7 @@
 
 #include "platform/win32.h"
 #include "simulator/simulated_machine.h"
+#include "simulator/storage/block_device.h"
 #include "support/temp_folder.h"
 
 namespace testing_support {

@@ -134,40 +134,40 @@ class Shell : public ::testing::Test {
 
 TEST_F(Shell, RunsTheToolWithItsArgumentsAndReturnsItsStatus) {
   exit_status_ = 0x80042405;
-  EXPECT_EQ(RunShellLine(machine_, R"(TOOL.exe /s "a b")"), 0x80042405U);
+  EXPECT_EQ(RunShellLine(machine_.system(), R"(TOOL.exe /s "a b")"), 0x80042405U);
   EXPECT_EQ(runs_, (std::vector<Words>{{"/s", "a b"}}));
 }
 
 TEST_F(Shell, NotesEachRunByTheBareName) {
-  RunShellLine(machine_, "Tool.exe a >> X:\\log");
+  RunShellLine(machine_.system(), "Tool.exe a >> X:\\log");
   ASSERT_EQ(machine_.calls().Count("command/tool"), 1U);
   EXPECT_EQ(machine_.calls().calls().back().arguments, "Tool.exe a >> X:\\log");
 }
 
 TEST_F(Shell, AFailureOnDemandIsTheStatusAndTheToolDoesNothing) {
   machine_.calls().FailOn("command/tool", 2, 77);
-  EXPECT_EQ(RunShellLine(machine_, "tool >> X:\\log"), 0U);
-  EXPECT_EQ(RunShellLine(machine_, "tool >> X:\\log"), 77U);
-  EXPECT_EQ(RunShellLine(machine_, "tool >> X:\\log"), 0U);
+  EXPECT_EQ(RunShellLine(machine_.system(), "tool >> X:\\log"), 0U);
+  EXPECT_EQ(RunShellLine(machine_.system(), "tool >> X:\\log"), 77U);
+  EXPECT_EQ(RunShellLine(machine_.system(), "tool >> X:\\log"), 0U);
   EXPECT_EQ(runs_.size(), 2U);
   EXPECT_EQ(FileText("log"), "text\r\ntext\r\n");
 }
 
 TEST_F(Shell, TwoSignsAppend) {
-  EXPECT_EQ(RunShellLine(machine_, "tool >> \"X:\\my log\""), 0U);
-  EXPECT_EQ(RunShellLine(machine_, "tool >> \"X:\\my log\""), 0U);
+  EXPECT_EQ(RunShellLine(machine_.system(), "tool >> \"X:\\my log\""), 0U);
+  EXPECT_EQ(RunShellLine(machine_.system(), "tool >> \"X:\\my log\""), 0U);
   EXPECT_EQ(FileText("my log"), "text\r\ntext\r\n");
 }
 
 TEST_F(Shell, OneSignReplaces) {
-  EXPECT_EQ(RunShellLine(machine_, "tool > X:\\log"), 0U);
-  EXPECT_EQ(RunShellLine(machine_, "tool > X:\\log"), 0U);
+  EXPECT_EQ(RunShellLine(machine_.system(), "tool > X:\\log"), 0U);
+  EXPECT_EQ(RunShellLine(machine_.system(), "tool > X:\\log"), 0U);
   EXPECT_EQ(FileText("log"), "text\r\n");
 }
 
 TEST_F(Shell, TheOutputOfAFailingToolIsWrittenToo) {
   exit_status_ = 5;
-  EXPECT_EQ(RunShellLine(machine_, "tool > X:\\log"), 5U);
+  EXPECT_EQ(RunShellLine(machine_.system(), "tool > X:\\log"), 5U);
   EXPECT_EQ(FileText("log"), "text\r\n");
 }
 
@@ -177,55 +177,55 @@ TEST_F(Shell, TheRedirectionIsOpenedBeforeTheToolRuns) {
     existed = Exists("log");
     return CommandResult{};
   });
-  EXPECT_EQ(RunShellLine(machine_, "look >> X:\\log"), 0U);
+  EXPECT_EQ(RunShellLine(machine_.system(), "look >> X:\\log"), 0U);
   EXPECT_TRUE(existed);
 }
 
 TEST_F(Shell, ARedirectionThatCannotBeOpenedKeepsTheToolFromRunning) {
-  EXPECT_EQ(RunShellLine(machine_, "tool >> X:\\missing\\log"), 1U);
-  EXPECT_EQ(RunShellLine(machine_, "tool >> Q:\\log"), 1U);
-  EXPECT_EQ(RunShellLine(machine_, "tool >> X:\\"), 1U);
-  EXPECT_EQ(RunShellLine(machine_, "tool >>"), 1U);
+  EXPECT_EQ(RunShellLine(machine_.system(), "tool >> X:\\missing\\log"), 1U);
+  EXPECT_EQ(RunShellLine(machine_.system(), "tool >> Q:\\log"), 1U);
+  EXPECT_EQ(RunShellLine(machine_.system(), "tool >> X:\\"), 1U);
+  EXPECT_EQ(RunShellLine(machine_.system(), "tool >>"), 1U);
   EXPECT_TRUE(runs_.empty());
   EXPECT_EQ(machine_.calls().Count("command"), 0U);
 }
 
 TEST_F(Shell, APathWithoutADriveIsOnTheCurrentOne) {
-  EXPECT_EQ(RunShellLine(machine_, "tool >> \"\\log\""), 0U);
+  EXPECT_EQ(RunShellLine(machine_.system(), "tool >> \"\\log\""), 0U);
   EXPECT_EQ(FileText("log"), "text\r\n");
 }
 
 TEST_F(Shell, NonAsciiPathsAreUtf8) {
-  EXPECT_EQ(RunShellLine(machine_, "tool \"é\" >> \"X:\\журнал.log\""), 0U);
+  EXPECT_EQ(RunShellLine(machine_.system(), "tool \"é\" >> \"X:\\журнал.log\""), 0U);
   EXPECT_EQ(runs_, (std::vector<Words>{{"é"}}));
   EXPECT_TRUE(std::filesystem::exists(folder_.path() / std::filesystem::path(u8"журнал.log")));
 }
 
 TEST_F(Shell, AnUnknownToolGivesOneAndAnEmptyFile) {
-  EXPECT_EQ(RunShellLine(machine_, "unheard of > X:\\log"), 1U);
+  EXPECT_EQ(RunShellLine(machine_.system(), "unheard of > X:\\log"), 1U);
   EXPECT_TRUE(std::filesystem::exists(machine_.HostPath("X:\\log").value()));
   EXPECT_EQ(FileText("log"), "");
   EXPECT_EQ(machine_.calls().Count("command"), 0U);
 }
 
 TEST_F(Shell, QuotesAroundTheWholeLineGo) {
-  EXPECT_EQ(RunShellLine(machine_, R"("tool /s "a b" >> "X:\log"")"), 0U);
+  EXPECT_EQ(RunShellLine(machine_.system(), R"("tool /s "a b" >> "X:\log"")"), 0U);
   EXPECT_EQ(runs_, (std::vector<Words>{{"/s", "a b"}}));
   EXPECT_EQ(FileText("log"), "text\r\n");
 }
 
 TEST_F(Shell, AQuotedToolBesideAQuotedPathIsTornApart) {
-  EXPECT_EQ(RunShellLine(machine_, R"("C:\my tools\tool.exe" >> "X:\log")"), 1U);
+  EXPECT_EQ(RunShellLine(machine_.system(), R"("C:\my tools\tool.exe" >> "X:\log")"), 1U);
   EXPECT_TRUE(runs_.empty());
 }
 
 TEST_F(Shell, OnePairAroundAToolsPathStays) {
-  EXPECT_EQ(RunShellLine(machine_, R"("C:\my tools\tool.exe" a)"), 0U);
+  EXPECT_EQ(RunShellLine(machine_.system(), R"("C:\my tools\tool.exe" a)"), 0U);
   EXPECT_EQ(runs_, (std::vector<Words>{{"a"}}));
 }
 
 TEST_F(Shell, AnEmptyLineDoesNothing) {
-  EXPECT_EQ(RunShellLine(machine_, "  "), 0U);
+  EXPECT_EQ(RunShellLine(machine_.system(), "  "), 0U);
   EXPECT_TRUE(machine_.calls().calls().empty());
 }
 
@@ -233,32 +233,32 @@ TEST_F(Shell, AnEmptyLineDoesNothing) {
 
 TEST_F(Shell, InterpreterWithSwitchRunsTheLine) {
   exit_status_ = 9;
-  EXPECT_EQ(RunCommandInterpreter(machine_, R"(/c tool /s "X:\a" >> "X:\log")"), 9U);
+  EXPECT_EQ(RunCommandInterpreter(machine_.system(), R"(/c tool /s "X:\a" >> "X:\log")"), 9U);
   EXPECT_EQ(runs_, (std::vector<Words>{{"/s", "X:\\a"}}));
   EXPECT_EQ(FileText("log"), "text\r\n");
 }
 
 TEST_F(Shell, InterpreterWithoutSwitchWaitsUntilTheBudgetIsSpent) {
   machine_.calls().SetBudget(25);
-  EXPECT_THROW(RunCommandInterpreter(machine_, "tool >> \"X:\\log\""), CallBudgetSpent);
+  EXPECT_THROW(RunCommandInterpreter(machine_.system(), "tool >> \"X:\\log\""), CallBudgetSpent);
   EXPECT_TRUE(runs_.empty());
   EXPECT_FALSE(Exists("log"));
   EXPECT_EQ(machine_.calls().Count("command/cmd wait"), machine_.calls().calls().size());
 }
 
 TEST_F(Shell, InterpreterWithoutSwitchAndBudgetEndsToo) {
-  EXPECT_THROW(RunCommandInterpreter(machine_, ""), CallBudgetSpent);
+  EXPECT_THROW(RunCommandInterpreter(machine_.system(), ""), CallBudgetSpent);
 }
 
 TEST_F(Shell, InterpreterThatStaysRunsTheLineFirst) {
   machine_.calls().SetBudget(25);
-  EXPECT_THROW(RunCommandInterpreter(machine_, "/k tool a"), CallBudgetSpent);
+  EXPECT_THROW(RunCommandInterpreter(machine_.system(), "/k tool a"), CallBudgetSpent);
   EXPECT_EQ(runs_, (std::vector<Words>{{"a"}}));
 }
 
 TEST_F(Shell, AFailureOnDemandEndsTheWait) {
   machine_.calls().FailOn("command/cmd wait", 3, 13);
-  EXPECT_EQ(RunCommandInterpreter(machine_, "tool"), 13U);
+  EXPECT_EQ(RunCommandInterpreter(machine_.system(), "tool"), 13U);
 }
 
 TEST_F(Shell, AScriptedInterpreterGivesItsStatus) {
@@ -267,10 +267,10 @@ TEST_F(Shell, AScriptedInterpreterGivesItsStatus) {
     seen = arguments;
     return CommandResult{3, ""};
   });
-  EXPECT_EQ(RunCommandInterpreter(machine_, "bootsect /nt60 C:"), 3U);
+  EXPECT_EQ(RunCommandInterpreter(machine_.system(), "bootsect /nt60 C:"), 3U);
   EXPECT_EQ(seen, (Words{"bootsect", "/nt60", "C:"}));
   EXPECT_EQ(machine_.calls().Count("command/cmd"), 1U);
-  EXPECT_EQ(RunCommandInterpreter(machine_, "/c tool"), 0U);
+  EXPECT_EQ(RunCommandInterpreter(machine_.system(), "/c tool"), 0U);
 }
 
 }  // namespace

@@ -1,7 +1,10 @@
 #include <array>
 #include <cstring>
 
+#include "simulator/disk.h"
 #include "simulator/seam_fixture.h"
+#include "simulator/storage/partition_store.h"
+#include "simulator/volume.h"
 
 namespace testing_support {
 namespace {

@@ -5,10 +5,12 @@
 #include <stdexcept>
 #include <string>
 
+#include "simulator/disk.h"
 #include "simulator/diskpart_fixture.h"
 #include "simulator/seam_fixture.h"
 #include "simulator/storage/fat32_files.h"
 #include "simulator/storage/fat32_format.h"
+#include "simulator/volume.h"
 
 namespace simulator {
 namespace {

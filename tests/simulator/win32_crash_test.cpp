@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/crash_services.h"
+#include "simulator/crash_sender.h"
 #include "simulator/seam_fixture.h"
 
 namespace testing_support {

@@ -4,7 +4,9 @@
 #include <sstream>
 
 #include "platform/guard.h"
+#include "simulator/disk.h"
 #include "simulator/seam_fixture.h"
+#include "simulator/volume.h"
 
 namespace testing_support {
 namespace {

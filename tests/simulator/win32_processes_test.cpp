@@ -1,6 +1,7 @@
 #include <array>
 
 #include "simulator/seam_fixture.h"
+#include "simulator/system.h"
 
 namespace testing_support {
 namespace {
@@ -153,11 +154,11 @@ TEST_F(Win32ProcessesTest, SystemFailsOnDemand) {
 }
 
 TEST_F(Win32ProcessesTest, ToolsAreFoundByAnyFormOfTheirName) {
-  EXPECT_NE(machine_.FindCommand("TOOL"), nullptr);
-  EXPECT_NE(machine_.FindCommand("tool.EXE"), nullptr);
-  EXPECT_NE(machine_.FindCommand("C:\\Windows\\tool.exe"), nullptr);
-  EXPECT_EQ(machine_.FindCommand("tool.com"), nullptr);
-  EXPECT_NE(machine_.FindCommand("diskpart"), nullptr);
+  EXPECT_NE(machine_.system().FindTool("TOOL"), nullptr);
+  EXPECT_NE(machine_.system().FindTool("tool.EXE"), nullptr);
+  EXPECT_NE(machine_.system().FindTool("C:\\Windows\\tool.exe"), nullptr);
+  EXPECT_EQ(machine_.system().FindTool("tool.com"), nullptr);
+  EXPECT_NE(machine_.system().FindTool("diskpart"), nullptr);
 }
 
 TEST_F(Win32ProcessesTest, TheCallBudgetEndsARun) {

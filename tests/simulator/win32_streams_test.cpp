@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "simulator/seam_fixture.h"
+#include "simulator/system.h"
 
 namespace testing_support {
 namespace {
@@ -61,7 +62,7 @@ TEST_F(Win32StreamsTest, AStreamThatComesBackUnderTheSameAddressHasItsOwnMode) {
     Write("wb", "\n");
     EXPECT_EQ(Content(), "\n");
   }
-  EXPECT_TRUE(machine_.text_streams.empty());
+  EXPECT_TRUE(machine_.system().text_streams().empty());
 }
 
 TEST_F(Win32StreamsTest, PositionsFromEachOrigin) {

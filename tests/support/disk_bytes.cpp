@@ -6,6 +6,8 @@
 #include <string>
 #include <zlib.h>
 
+#include "convert/partition_row.h"
+#include "simulator/disk.h"
 #include "support/machine_fixture.h"
 
 namespace testing_support {

@@ -2,6 +2,7 @@
 
 #include "frame/global_context.h"
 #include "platform/win32.h"
+#include "simulator/volume.h"
 
 namespace testing_support {
 

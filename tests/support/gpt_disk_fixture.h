@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "convert/partition_row.h"
 #include "support/disk_conversion_fixture.h"
 
 namespace testing_support {

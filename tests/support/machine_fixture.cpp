@@ -8,6 +8,7 @@
 #include "frame/global_context.h"
 #include "logging/log.h"
 #include "platform/win32.h"
+#include "simulator/storage/block_device.h"
 
 namespace testing_support {
 namespace {

@@ -12,11 +12,12 @@
 #include <utility>
 #include <vector>
 
-#include "convert/partition_row.h"
-#include "frame/velkora.h"
-#include "frame/velkora_sdk.h"
 #include "simulator/simulated_machine.h"
 #include "support/temp_folder.h"
+
+namespace velkora {
+struct GptPartitionRow;
+}  // namespace velkora
 
 namespace testing_support {
 

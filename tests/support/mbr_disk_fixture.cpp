@@ -6,6 +6,7 @@
 #include "convert/mbr_to_gpt.h"
 #include "convert/partition_reader.h"
 #include "convert/partition_types.h"
+#include "simulator/disk.h"
 
 namespace testing_support {
 

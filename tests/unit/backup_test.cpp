@@ -11,6 +11,7 @@
 #include "backup/restore.h"
 #include "frame/crash_reporting.h"
 #include "platform/win32.h"
+#include "simulator/disk.h"
 #include "support/backup_disk_fixture.h"
 
 namespace velkora {

@@ -3,6 +3,7 @@
 #include <fstream>
 
 #include "frame/global_context.h"
+#include "simulator/memory_files.h"
 #include "support/machine_fixture.h"
 
 namespace {

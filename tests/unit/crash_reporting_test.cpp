@@ -11,6 +11,7 @@
 #include "frame/velkora_sdk.h"
 #include "platform/guard.h"
 #include "platform/win32.h"
+#include "simulator/crash_sender.h"
 #include "support/machine_fixture.h"
 
 namespace velkora {

@@ -1,6 +1,7 @@
 #include "disk/device_handle.h"
 
 #include "platform/win32.h"
+#include "simulator/volume.h"
 #include "support/machine_fixture.h"
 
 namespace {

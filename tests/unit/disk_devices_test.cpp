@@ -5,6 +5,7 @@
 #include "logging/log.h"
 #include "platform/guard.h"
 #include "platform/win32.h"
+#include "simulator/disk.h"
 #include "support/machine_fixture.h"
 
 namespace {

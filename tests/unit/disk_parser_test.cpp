@@ -9,6 +9,7 @@
 
 #include "backup/return_codes.h"
 #include "platform/win32.h"
+#include "simulator/handle_object.h"
 #include "support/backup_disk_fixture.h"
 
 namespace velkora {

@@ -2,6 +2,9 @@
 #include <cstring>
 
 #include "fat32_mounted_volume_fixture.h"
+#include "frame/velkora_sdk.h"
+#include "simulator/disk.h"
+#include "simulator/volume.h"
 
 namespace {
 

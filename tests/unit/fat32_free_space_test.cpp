@@ -5,7 +5,9 @@
 
 #include "disk/device_handle.h"
 #include "fat32_values.h"
+#include "simulator/disk.h"
 #include "simulator/storage/fat32_format.h"
+#include "simulator/volume.h"
 #include "support/machine_fixture.h"
 
 namespace velkora {

@@ -6,6 +6,8 @@
 #include "frame/global_context.h"
 #include "simulator/storage/fat32_files.h"
 #include "simulator/storage/fat32_format.h"
+#include "simulator/disk.h"
+#include "simulator/volume.h"
 #include "support/machine_fixture.h"
 
 namespace testing_support {

@@ -1,6 +1,8 @@
+#include "fat32_raw_volume_fixture.h"
+
 #include <cstring>
 
-#include "fat32_raw_volume_fixture.h"
+#include "simulator/volume.h"
 
 namespace testing_support {
 namespace {

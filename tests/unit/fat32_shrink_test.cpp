@@ -4,6 +4,8 @@
 #include <filesystem>
 
 #include "fat32_mounted_volume_fixture.h"
+#include "simulator/disk.h"
+#include "simulator/volume.h"
 
 namespace velkora {
 namespace {

@@ -6,6 +6,7 @@
 
 #include "convert/layout_builder.h"
 #include "convert/partition_types.h"
+#include "frame/velkora.h"
 #include "platform/win32.h"
 #include "support/layout_bytes.h"
 

@@ -3,6 +3,8 @@
 #include <cstring>
 
 #include "frame/global_context.h"
+#include "simulator/mount_manager.h"
+#include "simulator/volume.h"
 #include "support/machine_fixture.h"
 
 namespace {

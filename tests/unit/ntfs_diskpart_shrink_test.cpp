@@ -3,6 +3,7 @@
 #include <deque>
 
 #include "frame/global_context.h"
+#include "simulator/volume.h"
 #include "support/machine_fixture.h"
 
 namespace {

@@ -3,6 +3,8 @@
 #include <algorithm>
 
 #include "disk/device_handle.h"
+#include "simulator/disk.h"
+#include "simulator/volume.h"
 #include "support/machine_fixture.h"
 
 namespace {

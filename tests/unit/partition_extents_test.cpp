@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "simulator/handle_object.h"
 #include "support/backup_disk_fixture.h"
 
 namespace velkora {

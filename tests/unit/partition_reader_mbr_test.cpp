@@ -11,6 +11,7 @@
 #include "frame/global_context.h"
 #include "logging/log.h"
 #include "platform/win32.h"
+#include "simulator/disk.h"
 #include "support/machine_fixture.h"
 
 namespace velkora {

@@ -13,6 +13,7 @@
 #include "frame/global_context.h"
 #include "platform/guard.h"
 #include "platform/win32.h"
+#include "simulator/disk.h"
 #include "support/expected_events.h"
 #include "support/gpt_disk_fixture.h"
 #include "support/mbr_disk_fixture.h"

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "platform/win32.h"
+#include "simulator/handle_object.h"
 #include "support/machine_fixture.h"
 
 #ifndef _WIN32

@@ -4,6 +4,8 @@
 
 #include "disk/device_handle.h"
 #include "platform/win32.h"
+#include "simulator/disk.h"
+#include "simulator/volume.h"
 #include "support/machine_fixture.h"
 
 namespace {

@@ -3,8 +3,10 @@
 
 #include "frame/disk_records.h"
 #include "frame/global_context.h"
+#include "frame/velkora.h"
 #include "logging/log.h"
 #include "platform/win32.h"
+#include "simulator/disk.h"
 #include "support/caller_record.h"
 #include "support/machine_fixture.h"
 

@@ -7,6 +7,8 @@
 #include "frame/global_context.h"
 #include "platform/guard.h"
 #include "platform/win32.h"
+#include "simulator/disk.h"
+#include "simulator/volume.h"
 #include "support/caller_record.h"
 #include "support/machine_fixture.h"
 

@@ -5,6 +5,8 @@
 
 #include "backup/backup_storage.h"
 #include "backup/restore.h"
+#include "simulator/disk.h"
+#include "simulator/storage/partition_store.h"
 #include "support/backup_disk_fixture.h"
 
 namespace velkora {

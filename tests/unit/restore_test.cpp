@@ -7,6 +7,7 @@
 
 #include "platform/guard.h"
 #include "platform/win32.h"
+#include "simulator/disk.h"
 #include "support/backup_disk_fixture.h"
 
 namespace velkora {

@@ -6,6 +6,7 @@
 
 #include "backup/backup_storage.h"
 #include "backup/restore.h"
+#include "simulator/disk.h"
 #include "support/gpt_disk_fixture.h"
 #include "support/mbr_disk_fixture.h"
 

@@ -5,6 +5,7 @@
 #include "disk/device_handle.h"
 #include "fat32_values.h"
 #include "platform/win32.h"
+#include "simulator/disk.h"
 #include "support/machine_fixture.h"
 
 namespace velkora {

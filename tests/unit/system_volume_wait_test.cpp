@@ -13,6 +13,7 @@
 
 #include "disk/letter_restore.h"
 #include "frame/global_context.h"
+#include "simulator/clock.h"
 #include "support/machine_fixture.h"
 
 namespace {

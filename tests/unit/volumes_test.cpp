@@ -2,6 +2,7 @@
 
 #include "frame/global_context.h"
 #include "platform/win32.h"
+#include "simulator/volume.h"
 #include "support/machine_fixture.h"
 
 namespace {

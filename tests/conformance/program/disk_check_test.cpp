@@ -3,6 +3,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "simulator/disk.h"
+#include "simulator/volume.h"
 #include "support/machine_fixture.h"
 
 namespace conformance {

@@ -5,6 +5,7 @@
 
 #include "application.h"
 #include "disk_record.h"
+#include "simulator/clock.h"
 #include "simulator/volume_files.h"
 #include "test_machine.h"
 #include "tests.h"

@@ -4,7 +4,10 @@
 #include <stdexcept>
 #include <string>
 
+#include "simulator/disk.h"
 #include "simulator/storage/file_system_probe.h"
+#include "simulator/storage/partition_store.h"
+#include "simulator/volume.h"
 
 namespace {
 

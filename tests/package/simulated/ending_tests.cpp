@@ -6,6 +6,8 @@
 
 #include "application.h"
 #include "disk_record.h"
+#include "simulator/clock.h"
+#include "simulator/crash_sender.h"
 #include "test_machine.h"
 #include "tests.h"
 

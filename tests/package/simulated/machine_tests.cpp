@@ -4,6 +4,8 @@
 #include "application.h"
 #include "disk_record.h"
 #include "simulator/device_setup.h"
+#include "simulator/disk.h"
+#include "simulator/volume.h"
 #include "simulator/volume_files.h"
 #include "test_machine.h"
 #include "tests.h"

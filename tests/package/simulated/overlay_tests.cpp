@@ -5,6 +5,8 @@
 
 #include "application.h"
 #include "disk_record.h"
+#include "simulator/storage/block_device.h"
+#include "simulator/storage/image_overlay.h"
 #include "test_machine.h"
 #include "tests.h"
 

@@ -5,6 +5,7 @@
 #include <span>
 #include <stdexcept>
 
+#include "simulator/disk.h"
 #include "simulator/storage/block_device.h"
 #include "simulator/storage/fat32_format.h"
 #include "simulator/storage/partition_store.h"

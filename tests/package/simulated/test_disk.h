@@ -7,7 +7,10 @@
 #include <vector>
 
 #include "platform/win32_types.h"
-#include "simulator/disk.h"
+
+namespace simulator {
+class Disk;
+}  // namespace simulator
 
 inline constexpr std::uint64_t kMib = std::uint64_t{1} << 20;
 // Large enough to have its whole table back after a rollback (128 MiB).

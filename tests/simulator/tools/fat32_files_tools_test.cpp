@@ -7,8 +7,10 @@
 
 #include "simulator/commands/bcdboot.h"
 #include "simulator/commands/bootsect.h"
+#include "simulator/disk.h"
 #include "simulator/diskpart_fixture.h"
 #include "simulator/storage/fat32_files.h"
+#include "simulator/volume.h"
 #include "simulator/volume_files.h"
 #include "support/tools/run_tool.h"
 
@@ -68,7 +70,7 @@ TEST_F(EfiSystemPartition, ShowsToMtoolsWhatBcdbootPutThere) {
   ASSERT_EQ(RunOnDisk({"select part 1", "format fs=fat32 quick override"}), 0U);
   machine_.AddFile(1, kMiB, "Windows\\System32\\winload.exe");
   const auto result =
-      simulator::RunBcdboot(machine_, {"/v", "C:\\Windows", "/s", "S:", "/f", "uefi"});
+      simulator::RunBcdboot(machine_.system(), {"/v", "C:\\Windows", "/s", "S:", "/f", "uefi"});
   ASSERT_EQ(result.exit_status, 0U) << result.output;
   EXPECT_EQ(Mtools({"mdir", "-/", "-b", "::/"}),
             "::/EFI/\n"
@@ -107,7 +109,7 @@ TEST_F(EfiSystemPartition, StaysCleanWhileFilesComeAndGo) {
 }
 
 TEST_F(EfiSystemPartition, StaysCleanUnderBootsect) {
-  const auto result = simulator::RunBootsect(machine_, {"/nt60", "S:", "/force"});
+  const auto result = simulator::RunBootsect(machine_.system(), {"/nt60", "S:", "/force"});
   ASSERT_EQ(result.exit_status, 0U) << result.output;
   ExpectClean("0");
 }

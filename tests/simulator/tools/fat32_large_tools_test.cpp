@@ -3,6 +3,7 @@
 #include <fstream>
 #include <set>
 
+#include "simulator/disk.h"
 #include "simulator/text.h"
 #include "simulator/tools/fat32_volume_fixture.h"
 

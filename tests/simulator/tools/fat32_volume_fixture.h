@@ -10,6 +10,7 @@
 
 #include "platform/win32.h"
 #include "simulator/simulated_machine.h"
+#include "simulator/volume.h"
 #include "simulator/wide_text.h"
 #include "support/temp_folder.h"
 #include "support/tools/fat32_disk.h"

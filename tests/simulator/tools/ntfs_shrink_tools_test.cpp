@@ -5,7 +5,9 @@
 #include <sstream>
 
 #include "shrink/ntfs_diskpart_shrink.h"
+#include "simulator/commands/chkdsk.h"
 #include "simulator/tools/sfdisk_table.h"
+#include "simulator/volume.h"
 #include "support/machine_fixture.h"
 
 namespace testing_support {
@@ -109,7 +111,7 @@ class NtfsShrinkTools : public MachineTest {
                                              &error_code_, /*retry_allowed=*/true);
   }
   DWORD Chkdsk(const std::string& volume) {
-    return (*machine_.FindCommand("chkdsk"))(machine_, {volume, "/x"}).exit_status;
+    return simulator::RunChkdsk(machine_.system(), {volume, "/x"}).exit_status;
   }
 
   std::filesystem::path image_;

@@ -1,0 +1,8 @@
+// How an image is opened.
+#pragma once
+
+namespace simulator {
+
+enum class Access { kReadOnly, kReadWrite };
+
+}  // namespace simulator
