@@ -32,10 +32,13 @@ CampaignRun::CampaignRun(const BaseDisk& disk) : run_(WithoutLogs(disk), overlay
   run_.record();
   simulator::CallLog& log = run_.machine().calls();
   calls_before_ = log.calls().size();
-  run_.on_line = [this](const std::string& line) { step_ = NextStep(step_, line); };
+  run_.on_line = [this](const std::string& line) {
+    step_ = NextStep(step_, line);
+    if (line.starts_with("percent ") || line.starts_with("status ")) ++callbacks_;
+  };
   log.on_call = [this](std::size_t) {
-    steps_.push_back(step_);
-    if (stop_at_ == steps_.size() - 1) run_.Stop();
+    places_.push_back({step_, callbacks_});
+    if (stop_at_ == places_.size() - 1) run_.Stop();
   };
 }
 
@@ -53,14 +56,20 @@ std::vector<PlacedCall> CampaignRun::Calls() {
   const std::vector<simulator::Call>& log = run_.machine().calls().calls();
   std::map<std::pair<Step, std::string>, std::size_t> occurrences;
   std::vector<PlacedCall> calls;
-  for (std::size_t i = 0; i < steps_.size(); ++i) {
+  for (std::size_t i = 0; i < places_.size(); ++i) {
     const simulator::Call& call = log.at(calls_before_ + i);
+    const auto [step, callbacks] = places_[i];
     std::string name = call.name;
     if (name == "DeviceIoControl" || name == "command") name += "/" + call.detail;
-    const std::size_t occurrence = ++occurrences[{steps_[i], name}];
-    calls.push_back({std::move(name), call.arguments, steps_[i], occurrence});
+    const std::size_t occurrence = ++occurrences[{step, name}];
+    calls.push_back({std::move(name), call.arguments, step, occurrence, callbacks});
   }
   return calls;
+}
+
+bool CampaignRun::HasFailed(std::size_t place) {
+  const std::vector<simulator::Call>& log = run_.machine().calls().calls();
+  return calls_before_ + place < log.size() && log[calls_before_ + place].failed_on_demand;
 }
 
 }  // namespace campaign

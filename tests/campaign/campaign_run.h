@@ -21,6 +21,7 @@ struct PlacedCall {
   std::string arguments;
   Step step = Step::kOpening;
   std::size_t occurrence = 1;
+  std::size_t callbacks = 0;  // that came before it in the run
 };
 std::string Describe(const PlacedCall& call);
 
@@ -41,6 +42,8 @@ class CampaignRun {
   std::int32_t Convert() { return run_.Convert(); }
 
   std::vector<PlacedCall> Calls();
+  // Whether the call at `place` was made and failed on demand.
+  bool HasFailed(std::size_t place);
   conversion::ConversionRun& run() { return run_; }
   simulator::ImageOverlay& overlay() { return overlay_; }
 
@@ -49,7 +52,8 @@ class CampaignRun {
   conversion::ConversionRun run_;
   std::size_t calls_before_ = 0;
   Step step_ = Step::kOpening;
-  std::vector<Step> steps_;  // of each call
+  std::size_t callbacks_ = 0;
+  std::vector<std::pair<Step, std::size_t>> places_;  // step and callbacks before each call
   std::optional<std::size_t> stop_at_;
 };
 

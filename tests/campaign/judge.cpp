@@ -56,11 +56,19 @@ std::optional<Outcome> OutcomeOf(CampaignRun& run, std::int32_t result) {
   return std::nullopt;
 }
 
+VolumeNames NamesIn(CampaignRun& run) {
+  return {run.run().Letters(), conversion::PartNumbersOf(run.run())};
+}
+
 Judge::Judge(const BaseDisk& disk) : disk_(disk), rolled_back_(RolledBack(disk)) {
   {
     CampaignRun run(disk);
+    names_before_ = NamesIn(run);
     if (run.Convert() != 0) throw std::runtime_error(disk.scenario().name + " does not convert");
     converted_ = run.overlay();
+    errors_ = run.run().Errors();
+    callbacks_ = run.run().Callbacks();
+    names_after_ = NamesIn(run);
     oracle_.emplace(disk, run.Calls());
   }
   simulator::BlockDevice before(disk.image(), 512, simulator::Access::kReadOnly);
@@ -78,6 +86,7 @@ Judge::Judge(const BaseDisk& disk) : disk_(disk), rolled_back_(RolledBack(disk))
 }
 
 void Judge::ExpectConverted(CampaignRun& run, const PlacedCall* call) {
+  EXPECT_EQ(run.run().Callbacks(), callbacks_);
   const ByteRanges differences = Differences(disk_, run.overlay(), converted_);
   if (call == nullptr) {
     EXPECT_EQ(differences, ByteRanges());

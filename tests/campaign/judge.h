@@ -2,18 +2,30 @@
 // test.
 #pragma once
 
+#include <cstdint>
+#include <map>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "campaign/campaign_run.h"
 #include "campaign/disk_state.h"
 #include "campaign/verdict.h"
+#include "conversion/converted_disk_fixture.h"
 
 namespace campaign {
 
 // How the run ended, by its result, its callbacks and what the restore logged; none for an end that
 // a conversion must not have. Success is told as kConverted, whatever lies on the disk.
 std::optional<Outcome> OutcomeOf(CampaignRun& run, std::int32_t result);
+
+// What names the volumes of a disk, by their offsets: letters and, in the caller's record,
+// partition numbers.
+struct VolumeNames {
+  std::map<std::uint64_t, std::string> letters;
+  conversion::PartNumbers numbers;
+};
+VolumeNames NamesIn(CampaignRun& run);
 
 class Judge {
  public:
@@ -22,8 +34,14 @@ class Judge {
 
   const Oracle& oracle() const { return *oracle_; }
   ImageOverlay& converted() { return converted_; }
+  // Of the run without failure.
+  const std::vector<std::string>& errors() const { return errors_; }
+  const std::vector<std::string>& callbacks() const { return callbacks_; }
+  const VolumeNames& names_before() const { return names_before_; }
+  const VolumeNames& names_after() const { return names_after_; }
 
-  // The disk is the one that the run without failure made, but for what `call` explains.
+  // The callbacks are those of the run without failure, and the disk is the one that it made, but
+  // for what `call` explains.
   void ExpectConverted(CampaignRun& run, const PlacedCall* call = nullptr);
   void ExpectRefused(CampaignRun& run, Step step);
   // Every block is in place, and what else differs from the state that a rollback promises lies
@@ -49,6 +67,10 @@ class Judge {
   ImageOverlay rolled_back_;
   ByteRanges leftovers_;  // outside the blocks, written by a conversion and by no rollback
   std::size_t primaries_ = 0;
+  std::vector<std::string> errors_;
+  std::vector<std::string> callbacks_;
+  VolumeNames names_before_;
+  VolumeNames names_after_;
   std::optional<Oracle> oracle_;
 };
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sstream>
 
+#include "campaign/control_calls.h"
 #include "campaign/judge.h"
 #include "campaign/tables.h"
 #include "conversion/converted_disk_fixture.h"
@@ -104,7 +105,7 @@ TEST(RestoredSmallDisk, AGptUnder128MbLacksTheProtectiveRecord) {
   };
   const BaseDisk disk(scenario);
   CampaignRun run(disk);
-  run.run().machine().calls().FailOn("DeviceIoControl/IOCTL_DISK_SET_DRIVE_LAYOUT_EX");
+  run.run().machine().calls().FailOn(kSetLayout);
   ASSERT_EQ(OutcomeOf(run, run.Convert()), Outcome::kRolledBack);
   simulator::BlockDevice restored(disk.image(), 512, run.overlay());
   EXPECT_EQ(ReadBytes(restored, 0, kSector), Bytes(kSector));

@@ -3,6 +3,7 @@
 // written, or says that it failed.
 #include <gtest/gtest.h>
 
+#include "campaign/control_calls.h"
 #include "campaign/judge.h"
 #include "campaign/points.h"
 
@@ -10,10 +11,6 @@ namespace campaign {
 namespace {
 
 using Lines = std::vector<std::string>;
-
-constexpr char kGetLayout[] = "DeviceIoControl/IOCTL_DISK_GET_DRIVE_LAYOUT_EX";
-constexpr char kDismount[] = "DeviceIoControl/FSCTL_DISMOUNT_VOLUME";
-constexpr char kUpdate[] = "DeviceIoControl/IOCTL_DISK_UPDATE_PROPERTIES";
 
 // What the attempts of the restore return where it fails. One whose backup is gone crashes.
 constexpr int kNotOpened = -2;

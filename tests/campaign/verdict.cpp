@@ -7,21 +7,14 @@
 #include <string_view>
 #include <utility>
 
+#include "campaign/control_calls.h"
 #include "campaign/tables.h"
-#include "conversion/control_calls.h"
 
 namespace campaign {
 namespace {
 
 using enum Step;
 using enum Verdict;
-using conversion::kCreateDisk;
-using conversion::kDeviceNumber;
-using conversion::kDismount;
-using conversion::kGetLayout;
-using conversion::kGetStyle;
-using conversion::kSetLayout;
-using conversion::kUpdate;
 
 struct Rule {
   Step step;

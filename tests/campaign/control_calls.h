@@ -1,7 +1,7 @@
 // Control codes as the record of calls names them.
 #pragma once
 
-namespace conversion {
+namespace campaign {
 
 inline constexpr char kGetStyle[] = "DeviceIoControl/IOCTL_DISK_GET_PARTITION_INFO_EX";
 inline constexpr char kGetLayout[] = "DeviceIoControl/IOCTL_DISK_GET_DRIVE_LAYOUT_EX";
@@ -12,4 +12,4 @@ inline constexpr char kDeviceNumber[] = "DeviceIoControl/IOCTL_STORAGE_GET_DEVIC
 inline constexpr char kExtents[] = "DeviceIoControl/IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS";
 inline constexpr char kDismount[] = "DeviceIoControl/FSCTL_DISMOUNT_VOLUME";
 
-}  // namespace conversion
+}  // namespace campaign
