@@ -1,89 +1,106 @@
 // A stop that is asked for when a call comes, at every call of whole conversions: what follows is
 // told by the points at which the flag is looked at.
-#include <gtest/gtest.h>
+#include <algorithm>
+#include <gmock/gmock.h>
 
 #include "campaign/judge.h"
 #include "campaign/points.h"
+#include "campaign/stop_oracle.h"
 
 namespace campaign {
 namespace {
 
-constexpr char kSetLayout[] = "DeviceIoControl/IOCTL_DISK_SET_DRIVE_LAYOUT_EX";
+using Lines = std::vector<std::string>;
+
+MATCHER(BeginsAsTold, "") {
+  return std::get<0>(arg).starts_with(std::get<1>(arg));
+}
 
 class StopCampaign : public ::testing::TestWithParam<std::string> {
  protected:
   StopCampaign()
-      : scenario_(FindScenario(GetParam())), disk_(DiskOf(scenario_)), judge_(JudgeOf(scenario_)) {}
+      : scenario_(FindScenario(GetParam())),
+        disk_(DiskOf(scenario_)),
+        judge_(JudgeOf(scenario_)),
+        oracle_(scenario_, calls(), judge_.callbacks()) {}
 
   const std::vector<PlacedCall>& calls() const { return judge_.oracle().calls(); }
-
-  // The first call that satisfies the condition.
-  template <typename Condition>
-  std::size_t FirstCall(Condition condition) const {
-    const auto found = std::find_if(calls().begin(), calls().end(), condition);
-    return static_cast<std::size_t>(found - calls().begin());
-  }
-  std::size_t FirstOf(Step step) const {
-    return FirstCall([step](const PlacedCall& call) { return call.step == step; });
-  }
-
-  // The last look at the flag that ends in a rollback is in front of this call.
-  std::size_t PointOfNoReturn() const {
-    if (scenario_.direction == Direction::kMbrToGpt) {
-      return FirstCall([](const PlacedCall& call) {
-        return call.step == Step::kWriting && call.name == kSetLayout;
-      });
-    }
-    // Behind the written table, and on a system disk where the system volume is sought.
-    if (scenario_.system) return FirstOf(Step::kBootSector);
-    std::size_t place = FirstOf(Step::kWriting);
-    while (calls().at(place).step == Step::kWriting) ++place;
-    return place;
-  }
-
-  // The list of a data disk, read again for the secondary GPT, stays without a row, which is
-  // forgiven, and an empty list leads past the last look at the flag.
-  bool LosesTheList(std::size_t place) const {
-    if (scenario_.direction == Direction::kGptToMbr || scenario_.system) return false;
-    const std::size_t read = FirstCall([](const PlacedCall& call) {
-      return call.step == Step::kReadingAgain && call.name == "ReadFile";
-    });
-    return read < calls().size() && place <= read;
-  }
-
-  Outcome Expected(std::size_t place) const {
-    // Every row of the first read looks at the flag, and the last call of that read is followed by
-    // rows.
-    if (calls().at(place).step == Step::kOpening) return Outcome::kRefused;
-    if (LosesTheList(place)) return Outcome::kTableCut;
-    return place < PointOfNoReturn() ? Outcome::kRolledBack : Outcome::kConverted;
-  }
 
   void RunPoint(std::size_t place, Tally& tally) {
     const PlacedCall& call = calls().at(place);
     SCOPED_TRACE(GetParam() + ": stop at " + Describe(call));
-    const Outcome expected = Expected(place);
+    const Stopped stopped = oracle_.StopAt(place);
     CampaignRun run(disk_);
     run.StopAt(place);
     std::optional<Outcome> outcome = OutcomeOf(run, run.Convert());
-    if (expected == Outcome::kTableCut && outcome == Outcome::kConverted) outcome = expected;
-    if (outcome != expected) {
+    if (stopped.outcome == Outcome::kTableCut && outcome == Outcome::kConverted) {
+      outcome = stopped.outcome;
+    }
+    if (outcome != stopped.outcome) {
       tally.AddUnexpected();
-      ADD_FAILURE() << "expected " << OutcomeName(expected) << ", and it is "
+      ADD_FAILURE() << "expected " << OutcomeName(stopped.outcome) << ", and it is "
                     << (outcome ? OutcomeName(*outcome) : "none of the known ends");
       return;
     }
-    tally.Add(expected);
+    tally.Add(stopped.outcome);
     EXPECT_EQ(run.run().Lines("log 1: Set Convert Stop!").size(), 1u);
-    if (expected == Outcome::kConverted) judge_.ExpectConverted(run);
-    if (expected == Outcome::kRefused) judge_.ExpectRefused(run, call.step);
-    if (expected == Outcome::kRolledBack) judge_.ExpectRolledBack(run);
-    if (expected == Outcome::kTableCut) judge_.ExpectTableCut(run, 0);
+    ExpectDisk(run, stopped.outcome, call);
+    ExpectShown(run, stopped);
+    ExpectNames(run, stopped);
+  }
+
+  void ExpectDisk(CampaignRun& run, Outcome outcome, const PlacedCall& call) {
+    if (outcome == Outcome::kConverted) judge_.ExpectConverted(run);
+    if (outcome == Outcome::kRefused) judge_.ExpectRefused(run, call.step);
+    if (outcome == Outcome::kRolledBack) judge_.ExpectRolledBack(run);
+    if (outcome == Outcome::kTableCut) judge_.ExpectTableCut(run, 0);
+  }
+
+  void ExpectShown(CampaignRun& run, const Stopped& stopped) {
+    Lines callbacks = stopped.callbacks;
+    const bool rolled_back = stopped.outcome == Outcome::kRolledBack;
+    if (rolled_back) {
+      callbacks.insert(callbacks.end(), {"status 9", "percent 100", "status 10"});
+    }
+    EXPECT_EQ(run.run().Callbacks(), callbacks);
+    EXPECT_THAT(run.run().Errors(), ::testing::Pointwise(BeginsAsTold(), stopped.errors));
+    EXPECT_EQ(run.run().OpenHandles(), Lines(stopped.open_walks, "volume walk"));
+    const std::vector<PlacedCall> made = run.Calls();
+    const auto [last, ignored] =
+        std::mismatch(made.begin(), made.end(), calls().begin(), calls().end(),
+                      [](const PlacedCall& a, const PlacedCall& b) {
+                        return a.name == b.name && a.step == b.step;
+                      });
+    EXPECT_EQ(static_cast<std::size_t>(last - made.begin()), stopped.calls);
+    // Unless a walk of the conversion itself has ended before.
+    if (rolled_back && stopped.open_walks == 1) {
+      EXPECT_EQ(made.at(stopped.calls).step, Step::kCleaningAgain);
+    }
+  }
+
+  // A conversion and a rollback whose walk over the volumes ends give no letter back: the volumes
+  // have those that the system gives, which are the first ones for those of a new table.
+  void ExpectNames(CampaignRun& run, const Stopped& stopped) {
+    const bool converted = stopped.outcome == Outcome::kConverted;
+    VolumeNames names = converted ? judge_.names_after() : judge_.names_before();
+    if (stopped.outcome == Outcome::kTableCut) names.letters.clear();
+    if (!converted || stopped.open_walks > 0) {
+      EXPECT_EQ(run.run().machine().calls().Count("DeleteVolumeMountPointA"), 0u);
+      EXPECT_EQ(run.run().machine().calls().Count("SetVolumeMountPointA"), 0u);
+    }
+    if (converted && stopped.open_walks > 0) {
+      char letter = 'C';
+      for (auto& [offset, letters] : names.letters) letters = letter++;
+    }
+    names.numbers = (stopped.renumbered ? judge_.names_after() : judge_.names_before()).numbers;
+    EXPECT_EQ(NamesIn(run).letters, names.letters);
+    EXPECT_EQ(NamesIn(run).numbers, names.numbers);
   }
 
   const Scenario& scenario_;
   const BaseDisk& disk_;
   Judge& judge_;
+  const StopOracle oracle_;
 };
 
 TEST_P(StopCampaign, EachCall) {
