@@ -58,7 +58,7 @@ TEST_F(MbrDataDisk, ThreePrimariesAroundLogicals) {
 TEST_F(MbrDataDisk, AnEmptyContainerIsNoRow) {
   MbrTable table = {EvenPrimaries(2, 2), {}};
   table.primaries.push_back({7 * kSectorsPerMib, 10 * kSectorsPerMib - 1, kMbrContainer});
-  Convert(table, 16, "mbr_empty_container");
+  Convert(table, 16, "mbr_two_primaries");
 }
 
 TEST_F(MbrDataDisk, RowsOutOfOrderAreNumberedInDiskOrder) {
@@ -84,7 +84,7 @@ TEST_F(MbrDataDisk, EveryOtherTypeBecomesBasicData) {
   rows[1].type = "ef";
   rows[2].type = "27";
   rows[3].type = "a5";
-  Convert({rows, {}}, 16, "mbr_other_types");
+  Convert({rows, {}}, 16, "mbr_four_primaries");
 }
 
 // A data disk needs no boot partition, however much room there is for one.

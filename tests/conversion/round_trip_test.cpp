@@ -43,7 +43,7 @@ TEST_F(RoundTrip, AnMbrDataDisk) {
 
   Convert("round_trip_mbr_1");
   ExpectConvertedGpt(image(), expected, rows);
-  Convert("round_trip_mbr_2");
+  Convert("round_trip_to_mbr");
 
   expected.Convert(rows);
   EXPECT_EQ(DifferingSectors(expected.path(), image()), SectorRanges());
@@ -59,7 +59,7 @@ TEST_F(RoundTrip, AGptDataDisk) {
   ExpectedImage expected(image(), File("expected.img"));
   const auto hashes = PartitionHashes(image(), partitions);
 
-  Convert("round_trip_gpt_1");
+  Convert("round_trip_to_mbr");
   expected.Convert(partitions);
   EXPECT_EQ(DifferingSectors(expected.path(), image()), SectorRanges());
   Convert("round_trip_gpt_2");
