@@ -1,16 +1,23 @@
 #include "conversion/transcript.h"
 
+#include <algorithm>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <iostream>
 #include <map>
 #include <regex>
+#include <stdexcept>
 
 namespace conversion {
 namespace {
 
-Transcript ReadLines(const std::filesystem::path& path) {
+namespace fs = std::filesystem;
+using testing_support::Difference;
+
+constexpr std::string_view kBase = "base: ";
+
+Transcript ReadLines(const fs::path& path) {
   std::ifstream file(path);
   Transcript lines;
   std::string line;
@@ -18,14 +25,23 @@ Transcript ReadLines(const std::filesystem::path& path) {
   return lines;
 }
 
-void WriteLines(const std::filesystem::path& path, const Transcript& lines) {
+void WriteLines(const fs::path& path, const Transcript& lines) {
   std::ofstream file(path);
   for (const std::string& line : lines) file << line << '\n';
 }
 
-bool IsUpdate() {
-  const char* update = std::getenv("VELKORA_UPDATE_TRANSCRIPTS");
-  return update != nullptr && std::string_view(update) == "1";
+// What the first line of a file says.
+std::string BaseOf(const fs::path& path) {
+  const Transcript lines = ReadLines(path);
+  if (lines.empty() || !lines.front().starts_with(kBase)) {
+    throw std::runtime_error(path.string() + ": the first line names no base");
+  }
+  return lines.front().substr(kBase.size());
+}
+
+std::string Setting(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? "" : value;
 }
 
 }  // namespace
@@ -69,13 +85,92 @@ Transcript Normalised(const Transcript& lines) {
   return normalised;
 }
 
+Transcript TranscriptFiles::LoadWhole(const std::string& name) const {
+  Transcript lines = ReadLines(Whole(name));
+  if (lines.empty()) throw std::runtime_error(Whole(name).string() + " is missing or empty");
+  return lines;
+}
+
+Transcript TranscriptFiles::Load(const std::string& name) const {
+  const fs::path path = Short(name);
+  if (!fs::exists(path)) return LoadWhole(name);
+  if (fs::exists(Whole(name))) {
+    throw std::runtime_error(path.string() + " stands beside a whole one of its name");
+  }
+  const std::string base = BaseOf(path);
+  try {
+    Transcript lines = ReadLines(path);
+    lines.erase(lines.begin());
+    return testing_support::Apply(LoadWhole(base), testing_support::ParseHunks(lines));
+  } catch (const std::runtime_error& error) {
+    throw std::runtime_error(path.string() + ": " + error.what());
+  }
+}
+
+void TranscriptFiles::StoreDifference(const std::string& name, const std::string& base,
+                                      const Transcript& lines) const {
+  Transcript text = {std::string(kBase) + base};
+  for (std::string& line : testing_support::FormatHunks(Difference(LoadWhole(base), lines))) {
+    text.push_back(std::move(line));
+  }
+  WriteLines(Short(name), text);
+}
+
+void TranscriptFiles::Store(const std::string& name, const Transcript& lines) const {
+  if (fs::exists(Short(name))) return StoreDifference(name, BaseOf(Short(name)), lines);
+  std::map<std::string, Transcript> others;
+  for (const std::string& other : NamesOnBase(name)) others[other] = Load(other);
+  WriteLines(Whole(name), lines);
+  for (const auto& [other, text] : others) StoreDifference(other, name, text);
+}
+
+void TranscriptFiles::StoreWithBestBase(const std::string& name, const Transcript& lines) const {
+  if (!NamesOnBase(name).empty()) return Store(name, lines);
+  std::size_t fewest = lines.size() / 2 + 1;
+  std::string best;
+  for (const std::string& base : Names(".txt")) {
+    if (base == name) continue;
+    const auto hunks = testing_support::FormatHunks(Difference(LoadWhole(base), lines));
+    if (hunks.size() + 1 >= fewest) continue;
+    fewest = hunks.size() + 1;
+    best = base;
+  }
+  fs::remove(best.empty() ? Short(name) : Whole(name));
+  if (best.empty()) return WriteLines(Whole(name), lines);
+  StoreDifference(name, best, lines);
+}
+
+std::vector<std::string> TranscriptFiles::Names(const std::string& ending) const {
+  std::vector<std::string> names;
+  for (const fs::directory_entry& entry : fs::directory_iterator(folder_)) {
+    if (entry.path().extension() == ending) names.push_back(entry.path().stem());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::vector<std::string> TranscriptFiles::NamesOnBase(const std::string& base) const {
+  std::vector<std::string> names = Names(".diff");
+  std::erase_if(names, [&](const std::string& name) { return BaseOf(Short(name)) != base; });
+  return names;
+}
+
 void ExpectTranscript(const Transcript& lines, const std::string& name) {
-  const std::filesystem::path path = std::filesystem::path(VELKORA_TRANSCRIPTS) / (name + ".txt");
+  const TranscriptFiles files(VELKORA_TRANSCRIPTS);
   const Transcript actual = Normalised(lines);
-  if (IsUpdate()) WriteLines(path, actual);
-  const Transcript expected = ReadLines(path);
-  EXPECT_FALSE(expected.empty()) << path << " is missing or empty";
-  EXPECT_EQ(actual, expected) << path;
+  const std::string update = Setting("VELKORA_UPDATE_TRANSCRIPTS");
+  if (update == "1") files.Store(name, actual);
+  if (update == "best") files.StoreWithBestBase(name, actual);
+  if (Setting("VELKORA_PRINT_TRANSCRIPTS") == "1") {
+    for (const std::string& line : actual) std::cout << line << '\n';
+  }
+  ExpectSameTranscript(name, actual, files.Load(name));
+}
+
+void ExpectSameTranscript(const std::string& name, const Transcript& actual,
+                          const Transcript& expected) {
+  EXPECT_TRUE(actual == expected) << "not the transcript " << name << ":\n"
+                                  << DescribeHunks(expected, Difference(expected, actual));
 }
 
 }  // namespace conversion
