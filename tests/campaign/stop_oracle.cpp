@@ -13,7 +13,6 @@ using Lines = std::vector<std::string>;
 constexpr std::size_t kPrimaries = 3;
 constexpr std::size_t kEntriesPerTable = 4;
 constexpr char kListError[] = "Get partitions fail!";
-constexpr char kWalkError[] = "RestoreVolumeInfos Error: ";
 
 }  // namespace
 
@@ -88,7 +87,7 @@ void StopOracle::AddWriteLooks() {
 
 // Behind each volume that is found; then, to MBR, where the system volume is sought.
 void StopOracle::AddLetterLooks() {
-  const char* error = IsToMbr() ? kWalkError : "RestoreVolumeInfos error: ";
+  const char* error = IsToMbr() ? "RestoreVolumeInfos Error: 0" : "RestoreVolumeInfos error: 0";
   std::vector<std::size_t> finds;
   for (std::size_t i = 0; i < calls_.size(); ++i) {
     const std::string& name = calls_[i].name;
@@ -129,8 +128,9 @@ void StopOracle::Take(const Look& look, Stopped& stopped) const {
     case kRollsBack:
       stopped.outcome = Outcome::kRolledBack;
       stopped.callbacks = CallbacksAt(look);
-      // Its own walk over the volumes ends, too.
-      stopped.errors.push_back(kWalkError);
+      // Its own walk over the volumes ends, too, and tells an error that the restore left.
+      stopped.errors.push_back(IsToMbr() ? "RestoreVolumeInfos Error: 6"
+                                         : "RestoreVolumeInfos Error: 0");
       ++stopped.open_walks;
       break;
     case kEndsWalk:

@@ -22,7 +22,7 @@ enum class Effect {
 struct Look {
   std::size_t place = 0;
   Effect effect = Effect::kRollsBack;
-  std::string error;  // how the line of level 3 begins; empty: none
+  std::string error;  // the line of level 3; empty: none
 };
 
 // How a run with a stop ends.
@@ -30,7 +30,7 @@ struct Stopped {
   Outcome outcome = Outcome::kConverted;
   std::size_t calls = 0;               // the same as without stop up to there
   std::vector<std::string> callbacks;  // without those of a rollback
-  std::vector<std::string> errors;     // how each line of level 3 begins
+  std::vector<std::string> errors;     // lines of level 3
   std::size_t open_walks = 0;          // over the volumes
   bool renumbered = false;             // the volumes of the record
 };

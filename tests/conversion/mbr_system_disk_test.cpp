@@ -54,18 +54,6 @@ class MbrSystemDisk : public ConversionTest {
     disk.Expect();
   }
 
-  // Runs a conversion that fails and is rolled back; the letters are those of before.
-  void ExpectFailure(ConversionRun& run, const Lines& callbacks, const Lines& errors,
-                     const std::string& transcript) {
-    const auto letters = run.Letters();
-    EXPECT_EQ(run.Convert(), 1);
-    ExpectTranscript(run.transcript(), transcript);
-    EXPECT_EQ(run.Callbacks(), RolledBack(callbacks));
-    EXPECT_EQ(run.Errors(), errors);
-    EXPECT_EQ(run.Letters(), letters);
-    EXPECT_EQ(run.OpenHandles(), Lines());
-  }
-
   // A disk on which the boot repair fails, when the EFI system partition has been made.
   void ExpectNoRepair(ConversionRun& run, const Partitions& rows, const Lines& errors,
                       const std::string& transcript) {

@@ -50,6 +50,17 @@ std::vector<std::string> RolledBack(std::vector<std::string> callbacks) {
   return callbacks;
 }
 
+void ExpectFailure(ConversionRun& run, const Lines& callbacks, const Lines& errors,
+                   const std::string& transcript) {
+  const auto letters = run.Letters();
+  EXPECT_EQ(run.Convert(), 1);
+  ExpectTranscript(run.transcript(), transcript);
+  EXPECT_EQ(run.Callbacks(), RolledBack(callbacks));
+  EXPECT_EQ(run.Errors(), errors);
+  EXPECT_EQ(run.Letters(), letters);
+  EXPECT_EQ(run.OpenHandles(), Lines());
+}
+
 RolledBackDisk::RolledBackDisk(const std::filesystem::path& image, const Partitions& wanted)
     : image_(image), dump_(Dump(image)), expected_(image, image.string() + ".expected") {
   expected_.BackUp(wanted);

@@ -5,12 +5,18 @@
 #include <string>
 #include <vector>
 
+#include "conversion/conversion_run.h"
 #include "conversion/expected_image.h"
 
 namespace conversion {
 
 // These callbacks, and those of a rollback that went well behind them.
 std::vector<std::string> RolledBack(std::vector<std::string> callbacks);
+
+// Converts, and expects a failure with these callbacks in front of those of the rollback, these
+// errors, the letters of before, and no open handle.
+void ExpectFailure(ConversionRun& run, const std::vector<std::string>& callbacks,
+                   const std::vector<std::string>& errors, const std::string& transcript);
 
 class RolledBackDisk {
  public:
