@@ -85,6 +85,13 @@ TEST_F(SeamOpen, NamesAreFoundWithoutRegardToSeparator) {
   EXPECT_EQ(ReadRest(file), "text");
 }
 
+TEST_F(SeamOpen, PathMayBeginWithTheLongPathPrefix) {
+  WriteText("file", "text");
+  const File file(Open("\\\\?\\" + Path("file"), GENERIC_READ, OPEN_EXISTING));
+  ASSERT_TRUE(file.is_open());
+  EXPECT_EQ(ReadRest(file), "text");
+}
+
 TEST_F(SeamOpen, WideNamesKeepEveryCharacter) {
   const WideString path = WidePath(WIDE("Gr\u00fc\u00dfe \u65e5\u672c.txt"));
   {
@@ -116,6 +123,11 @@ TEST_F(SeamOpen, ClosedHandleIsError6) {
   win32::SetLastError(kUntouched);
   EXPECT_FALSE(win32::CloseHandle(handle));
   EXPECT_EQ(win32::GetLastError(), DWORD{ERROR_INVALID_HANDLE});
+}
+
+// The same value names the calling process, which closing leaves alone.
+TEST_F(SeamOpen, InvalidHandleValueIsClosedWithoutHarm) {
+  EXPECT_TRUE(win32::CloseHandle(INVALID_HANDLE_VALUE));
 }
 
 TEST_F(SeamOpen, CloseLeavesTheLastError) {

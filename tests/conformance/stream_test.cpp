@@ -156,6 +156,11 @@ TEST_F(SeamReading, TextModeWritesLineFeedsAsCrLf) {
   EXPECT_EQ(win32::fwrite("a\nb\r\n", 1, 5, file), 5u);
   EXPECT_EQ(win32::fclose(file), 0);
   EXPECT_EQ(ReadText("file"), "a\r\nb\r\r\n");
+  file = win32::fopen(Path("file").c_str(), "a");
+  ASSERT_NE(file, nullptr);
+  EXPECT_EQ(win32::fwrite("\n", 1, 1, file), 1u);
+  EXPECT_EQ(win32::fclose(file), 0);
+  EXPECT_EQ(ReadText("file"), "a\r\nb\r\r\n\r\n");
 }
 
 TEST_F(SeamReading, PositionsCountFromEachOrigin) {

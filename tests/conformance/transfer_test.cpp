@@ -172,6 +172,9 @@ TEST_F(SeamTransfer, ClosedHandleIsError6ForEveryOperation) {
   EXPECT_EQ(win32::SetFilePointer(handle, 0, nullptr, FILE_BEGIN), DWORD{INVALID_SET_FILE_POINTER});
   EXPECT_EQ(win32::GetLastError(), DWORD{ERROR_INVALID_HANDLE});
   win32::SetLastError(kUntouched);
+  EXPECT_FALSE(win32::SetFilePointerEx(handle, LARGE_INTEGER(), nullptr, FILE_BEGIN));
+  EXPECT_EQ(win32::GetLastError(), DWORD{ERROR_INVALID_HANDLE});
+  win32::SetLastError(kUntouched);
   EXPECT_FALSE(win32::DeviceIoControl(handle, IOCTL_DISK_UPDATE_PROPERTIES, nullptr, 0, nullptr, 0,
                                       &done, nullptr));
   EXPECT_EQ(win32::GetLastError(), DWORD{ERROR_INVALID_HANDLE});

@@ -81,6 +81,9 @@ TEST_F(SeamVolumes, ShortBufferIsError234WithTheLengthNeeded) {
   EXPECT_FALSE(win32::GetVolumePathNamesForVolumeNameA(root.c_str(), names, sizeof names, &length));
   EXPECT_EQ(win32::GetLastError(), DWORD{ERROR_MORE_DATA});
   EXPECT_EQ(length, 5u);
+  char enough[5];
+  EXPECT_TRUE(
+      win32::GetVolumePathNamesForVolumeNameA(root.c_str(), enough, sizeof enough, &length));
 }
 
 TEST_F(SeamVolumes, UnknownVolumeIsError2) {

@@ -106,16 +106,6 @@ TEST_F(DeviceSetupTest, SizesOfTheStructuresAreChecked) {
   EXPECT_EQ(Detail(set, data, 512, /*cb_size=*/512), ERROR_INVALID_USER_BUFFER);
 }
 
-TEST_F(DeviceSetupTest, PathThatDoesNotFitTellsTheRoomThatItNeeds) {
-  AddDisk(1).identity.interface_path = "\\\\?\\a";
-  const HDEVINFO set = OpenSet();
-  SP_DEVICE_INTERFACE_DATA data{};
-  EXPECT_EQ(Enumerate(set, 0, data), ERROR_SUCCESS);
-  EXPECT_EQ(Detail(set, data, 9), ERROR_INSUFFICIENT_BUFFER);
-  EXPECT_EQ(required_, 10U);
-  EXPECT_EQ(Detail(set, data, 10), ERROR_SUCCESS);
-}
-
 TEST_F(DeviceSetupTest, HandlesThatAreNoSetsAreRefused) {
   AddDisk(1);
   SP_DEVICE_INTERFACE_DATA data{};

@@ -94,16 +94,6 @@ TEST_F(DiskpartPartitions, CreateTakesTheFirstRegionThatFits) {
   EXPECT_EQ(layout.rows[5].PartitionLength.QuadPart, static_cast<LONGLONG>(7 * kMiB));
 }
 
-TEST_F(DiskpartPartitions, CreateMakesASystemPartitionWithoutLetterAndSelectsIt) {
-  Disk& disk = AttachDisk(200 * kMiB);
-  EXPECT_EQ(RunOnDisk({"convert gpt", "create part efi size=100", "detail volume"}), 0U);
-  const DiskLayout layout = LayoutOf(disk);
-  ASSERT_EQ(layout.rows.size(), 2U);
-  EXPECT_TRUE(simulator::diskpart::IsSameGuid(layout.rows[1].Gpt.PartitionType,
-                                              simulator::diskpart::kEfiSystemPartitionType));
-  EXPECT_EQ(LettersAt(16 * kMiB), "");
-}
-
 TEST_F(DiskpartPartitions, CreateEndsAtTheLastUsableSector) {
   AttachDisk(200 * kMiB);
   EXPECT_EQ(RunOnDisk({"convert gpt", "create part efi size=184"}), kNotEnoughSpace);
@@ -123,9 +113,7 @@ TEST_F(DiskpartPartitions, CreateRefusesSizesThatAreNone) {
 }
 
 TEST_F(DiskpartPartitions, CreateNeedsAGpt) {
-  Disk& disk = AttachDisk(200 * kMiB);
-  EXPECT_EQ(RunOnDisk({"create part efi size=10"}), kOperationDenied);
-  MakeMbr(disk);
+  AttachDisk(200 * kMiB);
   EXPECT_EQ(RunOnDisk({"create part efi size=10"}), kOperationDenied);
 }
 
@@ -176,11 +164,6 @@ TEST_F(DiskpartPartitions, FormatTakesAtMost32GiB) {
   EXPECT_EQ(RunOnDisk({"select part 1", "format fs=fat32 quick override"}), 0U);
 }
 
-TEST_F(DiskpartPartitions, FormatRefusesAVolumeBelowFat32) {
-  MakeGpt(AttachDisk(200 * kMiB), {{kMiB, 8 * kMiB}});
-  EXPECT_EQ(RunOnDisk({"select part 1", "format fs=fat32 quick override"}), kVolumeTooSmall);
-}
-
 TEST_F(DiskpartPartitions, FormatNeedsAVolume) {
   AttachDisk(200 * kMiB);
   EXPECT_EQ(RunOnDisk({"convert gpt", "select part 1", "format fs=fat32 quick override"}),
@@ -221,42 +204,7 @@ TEST_F(DiskpartPartitions, ActiveOnceMoreWritesNothing) {
   EXPECT_EQ(disk.device().bytes_written(), written);
 }
 
-TEST_F(DiskpartPartitions, ActiveRefusesLogicalPartitions) {
-  Disk& disk = AttachDisk(200 * kMiB);
-  MakeMbr(disk);
-  EXPECT_EQ(RunOnDisk({"select part 3", "active"}), kOperationDenied);
-  EXPECT_EQ(BootFlags(disk), (std::vector<int>{0, 0, 0, 0}));
-}
-
-TEST_F(DiskpartPartitions, ActiveRefusesAGptDisk) {
-  MakeGpt(AttachDisk(200 * kMiB), {{kMiB, 8 * kMiB}});
-  EXPECT_EQ(RunOnDisk({"select part 1", "active"}), kOperationDenied);
-}
-
 // ---- assign, remove -----------------------------------------------------------------------------
-
-TEST_F(DiskpartPartitions, AssignGivesALetterAlsoToASystemPartition) {
-  AttachDisk(200 * kMiB);
-  EXPECT_EQ(RunOnDisk({"convert gpt", "create part efi size=100", "assign letter=s"}), 0U);
-  EXPECT_EQ(LettersAt(16 * kMiB), "S");
-}
-
-TEST_F(DiskpartPartitions, AssignMovesTheLetterOfAVolumeThatHasOne) {
-  MakeGpt(AttachDisk(200 * kMiB), {{kMiB, 8 * kMiB}});
-  ASSERT_EQ(LettersAt(kMiB), "C");
-  EXPECT_EQ(RunOnDisk({"select part 1", "assign letter=T"}), 0U);
-  EXPECT_EQ(LettersAt(kMiB), "T");
-}
-
-TEST_F(DiskpartPartitions, AssignRefusesALetterInUse) {
-  MakeGpt(AttachDisk(200 * kMiB), {{kMiB, 8 * kMiB}, {16 * kMiB, 8 * kMiB}});
-  ASSERT_EQ(LettersAt(kMiB), "C");
-  EXPECT_EQ(RunOnDisk({"select part 2", "assign letter=C"}), kBadDriveLetter);
-  // X stands for a folder.
-  EXPECT_EQ(RunOnDisk({"select part 2", "assign letter=X"}), kBadDriveLetter);
-  EXPECT_EQ(LettersAt(kMiB), "C");
-  EXPECT_EQ(LettersAt(16 * kMiB), "D");
-}
 
 TEST_F(DiskpartPartitions, AssignRefusesWhatIsNoLetter) {
   MakeGpt(AttachDisk(200 * kMiB), {{kMiB, 8 * kMiB}});
@@ -264,13 +212,6 @@ TEST_F(DiskpartPartitions, AssignRefusesWhatIsNoLetter) {
                                       "assign S", "assign", "remove letter=", "remove"}) {
     EXPECT_EQ(RunOnDisk({"select part 1", line}), kSyntaxError) << line;
   }
-}
-
-TEST_F(DiskpartPartitions, RemoveTakesTheLetterAway) {
-  MakeGpt(AttachDisk(200 * kMiB), {{kMiB, 8 * kMiB}});
-  EXPECT_EQ(RunOnDisk({"select part 1", "remove letter=c"}), 0U);
-  EXPECT_EQ(LettersAt(kMiB), "");
-  EXPECT_EQ(RunOnDisk({"select part 1", "remove letter=C"}), kBadDriveLetter);
 }
 
 TEST_F(DiskpartPartitions, RemoveRefusesALetterOfAnotherVolume) {

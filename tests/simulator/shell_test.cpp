@@ -153,18 +153,6 @@ TEST_F(Shell, AFailureOnDemandIsTheStatusAndTheToolDoesNothing) {
   EXPECT_EQ(FileText("log"), "text\r\ntext\r\n");
 }
 
-TEST_F(Shell, TwoSignsAppend) {
-  EXPECT_EQ(RunShellLine(machine_.system(), "tool >> \"X:\\my log\""), 0U);
-  EXPECT_EQ(RunShellLine(machine_.system(), "tool >> \"X:\\my log\""), 0U);
-  EXPECT_EQ(FileText("my log"), "text\r\ntext\r\n");
-}
-
-TEST_F(Shell, OneSignReplaces) {
-  EXPECT_EQ(RunShellLine(machine_.system(), "tool > X:\\log"), 0U);
-  EXPECT_EQ(RunShellLine(machine_.system(), "tool > X:\\log"), 0U);
-  EXPECT_EQ(FileText("log"), "text\r\n");
-}
-
 TEST_F(Shell, TheOutputOfAFailingToolIsWrittenToo) {
   exit_status_ = 5;
   EXPECT_EQ(RunShellLine(machine_.system(), "tool > X:\\log"), 5U);
@@ -206,22 +194,6 @@ TEST_F(Shell, AnUnknownToolGivesOneAndAnEmptyFile) {
   EXPECT_TRUE(std::filesystem::exists(machine_.HostPath("X:\\log").value()));
   EXPECT_EQ(FileText("log"), "");
   EXPECT_EQ(machine_.calls().Count("command"), 0U);
-}
-
-TEST_F(Shell, QuotesAroundTheWholeLineGo) {
-  EXPECT_EQ(RunShellLine(machine_.system(), R"("tool /s "a b" >> "X:\log"")"), 0U);
-  EXPECT_EQ(runs_, (std::vector<Words>{{"/s", "a b"}}));
-  EXPECT_EQ(FileText("log"), "text\r\n");
-}
-
-TEST_F(Shell, AQuotedToolBesideAQuotedPathIsTornApart) {
-  EXPECT_EQ(RunShellLine(machine_.system(), R"("C:\my tools\tool.exe" >> "X:\log")"), 1U);
-  EXPECT_TRUE(runs_.empty());
-}
-
-TEST_F(Shell, OnePairAroundAToolsPathStays) {
-  EXPECT_EQ(RunShellLine(machine_.system(), R"("C:\my tools\tool.exe" a)"), 0U);
-  EXPECT_EQ(runs_, (std::vector<Words>{{"a"}}));
 }
 
 TEST_F(Shell, AnEmptyLineDoesNothing) {

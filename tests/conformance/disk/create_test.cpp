@@ -173,13 +173,16 @@ TEST_F(DiskCreate, UnknownStyleIsError50) {
   EXPECT_EQ(Ask(OpenDisk(), IOCTL_DISK_CREATE_DISK, request).error, DWORD{ERROR_NOT_SUPPORTED});
 }
 
-TEST_F(DiskCreate, HandleThatMayNotWriteIsError5) {
+TEST_F(DiskCreate, HandleThatMayNotReadAndWriteIsError5) {
   auto request = CREATE_DISK();
   request.Mbr.Signature = kSignature;
   const File disk = OpenDisk(GENERIC_READ);
   EXPECT_EQ(Ask(disk, IOCTL_DISK_CREATE_DISK, BytesOf(request)).error, DWORD{ERROR_ACCESS_DENIED});
   EXPECT_EQ(Ask(disk, IOCTL_DISK_SET_DRIVE_LAYOUT_EX, ToBytes(MbrLayout({}))).error,
             DWORD{ERROR_ACCESS_DENIED});
+  EXPECT_EQ(Ask(OpenDisk(GENERIC_WRITE), IOCTL_DISK_CREATE_DISK, BytesOf(request)).error,
+            DWORD{ERROR_ACCESS_DENIED});
+  EXPECT_EQ(Ask(OpenDisk(0), IOCTL_DISK_GET_DRIVE_LAYOUT_EX, {}, 4096).error, DWORD{ERROR_SUCCESS});
 }
 
 }  // namespace

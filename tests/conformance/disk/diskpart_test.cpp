@@ -58,8 +58,8 @@ TEST_F(DiskDiskpart, ConvertToGptMakesAReservedPartition) {
   EXPECT_EQ(layout.rows[0].Gpt.Name[0], 'M');
 }
 
-TEST_F(DiskDiskpart, ConvertTakesADiskWithTheReservedPartitionAlone) {
-  ASSERT_EQ(Diskpart("convert gpt\r\n"), 0u);
+TEST_F(DiskDiskpart, ConvertTakesAnEmptyDiskOrOneWithTheReservedPartitionAlone) {
+  ASSERT_EQ(Diskpart("convert mbr\r\nconvert gpt\r\n"), 0u);
   EXPECT_EQ(Diskpart("convert mbr\r\n"), 0u);
   EXPECT_EQ(GetLayout().header.PartitionStyle, static_cast<DWORD>(PARTITION_STYLE_MBR));
 }
@@ -67,11 +67,15 @@ TEST_F(DiskDiskpart, ConvertTakesADiskWithTheReservedPartitionAlone) {
 TEST_F(DiskDiskpart, ConvertRefusesADiskWithPartitions) {
   MakePartition();
   EXPECT_EQ(Diskpart("convert gpt\r\n"), kNotConvertible);
+  MakeGpt({GptRow(kBasicDataType, 1, kSectorsPerMiB, 100 * kSectorsPerMiB)});
+  EXPECT_EQ(Diskpart("convert mbr\r\n"), kNotConvertible);
 }
 
 TEST_F(DiskDiskpart, ConvertToTheSameStyleIsRefused) {
   ASSERT_EQ(Diskpart("convert mbr\r\n"), 0u);
   EXPECT_EQ(Diskpart("convert mbr\r\n"), kNotConvertible);
+  ASSERT_EQ(Diskpart("convert gpt\r\n"), 0u);
+  EXPECT_EQ(Diskpart("convert gpt\r\n"), kNotConvertible);
 }
 
 TEST_F(DiskDiskpart, EfiPartitionGoesToTheFirstAlignedGap) {

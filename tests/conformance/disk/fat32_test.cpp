@@ -111,6 +111,7 @@ TEST_F(DiskFat32, BitmapRefusesShortBuffersAndAStartBehindTheEnd) {
   EXPECT_EQ(Ask(volume, FSCTL_GET_VOLUME_BITMAP, Bytes(7), 4096).error,
             DWORD{ERROR_INSUFFICIENT_BUFFER});
   EXPECT_EQ(Bitmap(volume, cluster_count_, 4096).error, DWORD{ERROR_INVALID_PARAMETER});
+  EXPECT_EQ(Bitmap(volume, cluster_count_ - 1, 24).error, DWORD{ERROR_SUCCESS});
 }
 
 TEST_F(DiskFat32, PointersNameTheClustersOfTheBitmap) {
@@ -193,6 +194,8 @@ TEST_F(DiskFat32, MoveBehindTheEndIsError87) {
   EXPECT_EQ(Move(volume, file, cluster_count_, cluster_count_ - 8, 1),
             DWORD{ERROR_INVALID_PARAMETER});
   EXPECT_EQ(Move(volume, file, 0, std::uint64_t{1} << 32, 1), DWORD{ERROR_INVALID_PARAMETER});
+  EXPECT_EQ(Move(volume, file, std::uint64_t{1} << 32, cluster_count_ - 8, 1),
+            DWORD{ERROR_INVALID_PARAMETER});
 }
 
 TEST_F(DiskFat32, MoveToClustersInUseIsError87AlsoToItsOwn) {

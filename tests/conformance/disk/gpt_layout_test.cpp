@@ -1,4 +1,6 @@
 // The GPT, as it is set and as it comes back.
+#include <algorithm>
+
 #include "conformance/disk/disk_fixture.h"
 
 namespace conformance {
@@ -11,8 +13,7 @@ using DiskGptLayout = DiskTest;
 TEST_F(DiskGptLayout, PartitionsComeBackNumberedInTheOrderGiven) {
   PARTITION_INFORMATION_EX first = GptRow(kBasicDataType, 1, 60 * kM, 40 * kM);
   first.Gpt.Attributes = DWORD64{1} << 63;
-  first.Gpt.Name[0] = 'd';
-  first.Gpt.Name[1] = 0x65E5;
+  for (WCHAR& unit : first.Gpt.Name) unit = 0x65E5;
   MakeGpt({first, GptRow(kBasicDataType, 2, kM, 50 * kM)});
   const DriveLayout layout = GetLayout();
   ASSERT_EQ(layout.rows.size(), 2u);
@@ -23,8 +24,9 @@ TEST_F(DiskGptLayout, PartitionsComeBackNumberedInTheOrderGiven) {
   EXPECT_TRUE(SameGuid(layout.rows[0].Gpt.PartitionType, kBasicDataType));
   EXPECT_TRUE(SameGuid(layout.rows[0].Gpt.PartitionId, first.Gpt.PartitionId));
   EXPECT_EQ(layout.rows[0].Gpt.Attributes, DWORD64{1} << 63);
-  EXPECT_EQ(layout.rows[0].Gpt.Name[1], 0x65E5);
+  EXPECT_TRUE(std::equal(first.Gpt.Name, first.Gpt.Name + 36, layout.rows[0].Gpt.Name));
   EXPECT_EQ(layout.rows[1].PartitionNumber, 2u);
+  EXPECT_EQ(layout.rows[1].Gpt.Attributes, DWORD64{0});
   EXPECT_EQ(OffsetOf(layout.rows[1]), kMiB);
 }
 
@@ -62,8 +64,10 @@ TEST_F(DiskGptLayout, IdentityOfTheDiskStaysThatOfItsMaking) {
   const GUID made = GetLayout().header.Gpt.DiskId;
   DriveLayout layout = GptLayout({GptRow(kBasicDataType, 1, kM, 50 * kM)});
   layout.header.Gpt.DiskId = {1, 2, 3, {4}};
+  layout.header.Gpt.MaxPartitionCount = 256;
   ASSERT_EQ(SetLayout(layout), DWORD{ERROR_SUCCESS});
   EXPECT_TRUE(SameGuid(GetLayout().header.Gpt.DiskId, made));
+  EXPECT_EQ(GetLayout().header.Gpt.MaxPartitionCount, 128u);
 }
 
 TEST_F(DiskGptLayout, ProtectiveRecordIsNotWrittenAgain) {
@@ -136,6 +140,9 @@ TEST_F(DiskGptLayout, MoreRowsThanTheTableHoldsAreError87) {
   std::vector<PARTITION_INFORMATION_EX> rows;
   for (BYTE i = 0; i < 129; ++i) rows.push_back(GptRow(kBasicDataType, i, kM + i * 8u, 8));
   EXPECT_EQ(SetLayout(GptLayout(rows)), DWORD{ERROR_INVALID_PARAMETER});
+  rows.pop_back();
+  ASSERT_EQ(SetLayout(GptLayout(rows)), DWORD{ERROR_SUCCESS});
+  EXPECT_EQ(GetLayout().rows.size(), 128u);
 }
 
 }  // namespace

@@ -95,14 +95,18 @@ TEST_F(DiskMbrLayout, BootRecordsCountFromThemselvesAndLinksFromTheExtended) {
   EXPECT_EQ(LoadAt<std::uint16_t>(second, 510), 0xAA55u);
 }
 
-TEST_F(DiskMbrLayout, BootRecordKeepsItsBytesOutsideTheTable) {
+TEST_F(DiskMbrLayout, BootRecordsKeepTheirBytesOutsideTheTable) {
   ASSERT_EQ(CreateMbr(), DWORD{ERROR_SUCCESS});
   constexpr std::uint64_t kRecord = 100 * kSectorsPerMiB;
   SetSectors(kRecord, Bytes(kSector, std::byte{0x77}));
+  Bytes sector = Sectors(0);
+  sector[0] = std::byte{0x77};
+  SetSectors(0, sector);
   ASSERT_EQ(SetLayout(LayoutWithLogicals()), DWORD{ERROR_SUCCESS});
+  EXPECT_EQ(Sectors(0)[0], std::byte{0x77});
   const Bytes record = Sectors(kRecord);
-  EXPECT_EQ(record[0], std::byte{0x77});
-  EXPECT_EQ(record[kEntry - 1], std::byte{0x77});
+  EXPECT_EQ(Bytes(record.begin(), record.begin() + kEntry), Bytes(kEntry, std::byte{0x77}))
+      << "a linked record has no signature of its own";
 }
 
 TEST_F(DiskMbrLayout, RowThatIsNotRewrittenKeepsItsBytes) {
@@ -145,9 +149,12 @@ TEST_F(DiskMbrLayout, SetSucceedsWithoutRoomForTheAnswer) {
 
 TEST_F(DiskMbrLayout, LayoutWithoutRowsMakesAnEmptyDisk) {
   MakeMbr({MbrRow(7, kFirst, kCount)});
-  ASSERT_EQ(Set({}), DWORD{ERROR_SUCCESS});
-  const DriveLayout layout = GetLayout();
-  EXPECT_EQ(layout.header.Mbr.Signature, kSignature);
+  DriveLayout layout = MbrLayout({});
+  layout.header.PartitionCount = 0;
+  layout.header.Mbr.Signature = 0x77665544;
+  ASSERT_EQ(SetLayout(layout), DWORD{ERROR_SUCCESS});
+  layout = GetLayout();
+  EXPECT_EQ(layout.header.Mbr.Signature, DWORD{0x77665544});
   for (const PARTITION_INFORMATION_EX& row : layout.rows) EXPECT_EQ(row.Mbr.PartitionType, 0);
 }
 
@@ -210,8 +217,8 @@ TEST_F(DiskMbrLayout, ChainEndsAtABootRecordWithoutItsMark) {
   EXPECT_EQ(layout.rows[4].PartitionNumber, 2u);
 }
 
-TEST_F(DiskMbrLayout, HiddenExtendedTypesLeadToATableToo) {
-  for (const BYTE type : {BYTE{0x15}, BYTE{0x1F}}) {
+TEST_F(DiskMbrLayout, EveryExtendedTypeLeadsToATable) {
+  for (const BYTE type : {BYTE{0x05}, BYTE{0x15}, BYTE{0x1F}}) {
     ASSERT_EQ(CreateMbr(), DWORD{ERROR_SUCCESS});
     DriveLayout layout = LayoutWithLogicals();
     layout.rows[1].Mbr.PartitionType = type;

@@ -62,6 +62,7 @@ TEST_F(DiskVolume, DeviceNumberHasDiskAndPartition) {
   EXPECT_EQ(number.DeviceType, DWORD{FILE_DEVICE_DISK});
   EXPECT_EQ(number.DeviceNumber, machine_.spare_disk());
   EXPECT_EQ(number.PartitionNumber, 3u);
+  EXPECT_EQ(FindVolume(100 * kMiB), "") << "the extended partition has no volume";
 }
 
 TEST_F(DiskVolume, ReadAtTheEndGivesNothingAndAcrossItIsCut) {
@@ -78,6 +79,12 @@ TEST_F(DiskVolume, TransferThatIsNotAlignedIsError87) {
   const File volume = OpenVolume(MakeFat32());
   EXPECT_EQ(Read(volume, 0, 100).error, DWORD{ERROR_INVALID_PARAMETER});
   EXPECT_EQ(Read(volume, 100, kSector).error, DWORD{ERROR_INVALID_PARAMETER});
+}
+
+TEST_F(DiskVolume, AccessIsWhatTheOpenAskedFor) {
+  const std::string root = MakeVolume();
+  EXPECT_EQ(Write(OpenVolume(root, GENERIC_READ), 0, Bytes(kSector)), DWORD{ERROR_ACCESS_DENIED});
+  EXPECT_EQ(Read(OpenVolume(root, GENERIC_WRITE), 0, kSector).error, DWORD{ERROR_ACCESS_DENIED});
 }
 
 TEST_F(DiskVolume, UnchangedPartitionKeepsItsVolume) {
@@ -145,8 +152,8 @@ TEST_F(DiskVolume, DismountLeavesThisHandleGoodAndNoOther) {
   EXPECT_EQ(Read(other, 0, kSector).error, DWORD{ERROR_NOT_READY});
 }
 
-TEST_F(DiskVolume, SecondDismountIsError21) {
-  const File volume = OpenVolume(MakeFat32());
+TEST_F(DiskVolume, DismountNeedsNoWriteAccessAndASecondOneIsError21) {
+  const File volume = OpenVolume(MakeFat32(), GENERIC_READ);
   ASSERT_EQ(Ask(volume, FSCTL_DISMOUNT_VOLUME).error, DWORD{ERROR_SUCCESS});
   EXPECT_EQ(Ask(volume, FSCTL_DISMOUNT_VOLUME).error, DWORD{ERROR_NOT_READY});
 }
