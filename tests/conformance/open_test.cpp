@@ -44,11 +44,13 @@ TEST_F(SeamOpen, OpenAlwaysKeepsAnExistingFileAndSaysSo) {
   EXPECT_EQ(ReadRest(file), "old text");
 }
 
-TEST_F(SeamOpen, CreateNewRefusesAnExistingFile) {
+TEST_F(SeamOpen, CreateNewMakesAFileAndRefusesAnExistingOne) {
   WriteText("file", "old text");
   EXPECT_FALSE(File(Open(Path("file"), GENERIC_WRITE, CREATE_NEW)).is_open());
   EXPECT_EQ(win32::GetLastError(), kFileExists);
   EXPECT_EQ(ReadText("file"), "old text");
+  EXPECT_TRUE(File(Open(Path("new"), GENERIC_WRITE, CREATE_NEW)).is_open());
+  EXPECT_EQ(ReadText("new"), "");
 }
 
 TEST_F(SeamOpen, TruncateExistingWantsAFile) {

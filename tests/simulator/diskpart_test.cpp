@@ -25,6 +25,7 @@ bool AreAll(const std::vector<std::byte>& bytes, std::byte value) {
 
 TEST_F(Diskpart, ScriptIsAParameterAndAFileThatOpens) {
   EXPECT_EQ(simulator::RunDiskpart(machine_.system(), {}).exit_status, 2U);
+  EXPECT_EQ(simulator::RunDiskpart(machine_.system(), {"/x", "X:\\script.txt"}).exit_status, 2U);
   EXPECT_EQ(simulator::RunDiskpart(machine_.system(), {"/s", "X:\\"}).exit_status, 3U);
   EXPECT_EQ(simulator::RunDiskpart(machine_.system(), {"/s", "Q:\\script.txt"}).exit_status, 3U);
 }

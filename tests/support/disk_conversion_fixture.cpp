@@ -1,5 +1,9 @@
 #include "support/disk_conversion_fixture.h"
 
+#include "convert/gpt_to_mbr.h"
+#include "convert/mbr_to_gpt.h"
+#include "convert/partition_reader.h"
+#include "convert/partition_types.h"
 #include "frame/global_context.h"
 #include "platform/win32.h"
 #include "simulator/volume.h"
@@ -23,6 +27,20 @@ void DiskConversionTest::ShowDisk(const std::vector<std::uint64_t>& offsets, boo
       win32::CreateFileA(record_.disk().id, GENERIC_READ | GENERIC_WRITE,
                          FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
   machine_.calls().Clear();
+}
+
+bool DiskConversionTest::ConvertUnprotected() {
+  if (record_.disk().disk_type == DiskType::kMbr) {
+    velkora::MbrPartitionList rows;
+    if (!velkora::ReadMbrPartitions(converter_.disk_handle, rows)) return false;
+    converter_.partition_offsets = velkora::MbrPartitionOffsets(rows);
+    return velkora::MBR2GPT(converter_, rows);
+  }
+  velkora::GptPartitionList rows;
+  if (!velkora::ReadGptPartitions(converter_.disk_handle, rows)) return false;
+  velkora::FilterGptPartitions(rows);
+  converter_.partition_offsets = velkora::GptPartitionOffsets(rows);
+  return velkora::GPT2MBR(converter_, rows);
 }
 
 void DiskConversionTest::MarkAsSystemDisk(std::size_t volume) {

@@ -21,6 +21,9 @@ class DiskConversionTest : public MachineTest {
   // `with_record`, and opens the disk for the converter.
   void ShowDisk(const std::vector<std::uint64_t>& offsets, bool with_record);
 
+  // The path to the other style without the backup before the conversion and the rollback after it.
+  bool ConvertUnprotected();
+
   // The disk of the running system, whose volume is the record's volume `volume`.
   void MarkAsSystemDisk(std::size_t volume);
   // Replaces a tool by one that ends with `exit_status`.

@@ -1,9 +1,5 @@
 #include "support/gpt_disk_fixture.h"
 
-#include "convert/gpt_to_mbr.h"
-#include "convert/partition_reader.h"
-#include "convert/partition_types.h"
-
 namespace testing_support {
 
 void GptDiskTest::SetUpDisk(const std::vector<GptEntry>& entries, bool with_record) {
@@ -15,14 +11,6 @@ void GptDiskTest::SetUpDisk(const std::vector<GptEntry>& entries, bool with_reco
     WriteNtfsBootSector(disk_, entry.first_sector, entry.last_sector - entry.first_sector + 1);
   }
   ShowDisk(offsets, with_record);
-}
-
-bool GptDiskTest::ConvertUnprotected() {
-  velkora::GptPartitionList rows;
-  if (!velkora::ReadGptPartitions(converter_.disk_handle, rows)) return false;
-  velkora::FilterGptPartitions(rows);
-  converter_.partition_offsets = velkora::GptPartitionOffsets(rows);
-  return velkora::GPT2MBR(converter_, rows);
 }
 
 std::vector<GptEntry> GptDiskTest::SpacedEntries(std::size_t count) {

@@ -20,9 +20,6 @@ class GptDiskTest : public DiskConversionTest {
   // the disk for the converter. With `with_record` each entry's volume is in the record too.
   void SetUpDisk(const std::vector<GptEntry>& entries, bool with_record = true);
 
-  // The path to MBR without the backup in front of the conversion and the rollback behind it.
-  bool ConvertUnprotected();
-
   // `count` basic data entries of 16 MiB, 1 MiB apart, the first at 1 MiB.
   static std::vector<GptEntry> SpacedEntries(std::size_t count);
   static velkora::GptPartitionList Rows(const std::vector<GptEntry>& entries);

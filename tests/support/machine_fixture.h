@@ -28,6 +28,9 @@ struct LogLine {
 };
 void PrintTo(const LogLine& line, std::ostream* out);
 
+using Log = std::vector<LogLine>;
+using Texts = std::vector<std::string>;
+
 // (kind, value) as the callback gets them.
 using Event = std::pair<int, int>;
 

@@ -25,13 +25,6 @@ void MbrDiskTest::SetUpDisk(const std::vector<MbrEntry>& primaries,
   ShowDisk(offsets, with_record);
 }
 
-bool MbrDiskTest::ConvertUnprotected() {
-  velkora::MbrPartitionList rows;
-  if (!velkora::ReadMbrPartitions(converter_.disk_handle, rows)) return false;
-  converter_.partition_offsets = velkora::MbrPartitionOffsets(rows);
-  return velkora::MBR2GPT(converter_, rows);
-}
-
 std::vector<MbrEntry> MbrDiskTest::SpacedEntries(std::size_t count) {
   std::vector<MbrEntry> entries;
   for (std::size_t i = 0; i < count; ++i) entries.push_back(Between(1 + 17 * i, 17 + 17 * i));

@@ -22,9 +22,6 @@ class MbrDiskTest : public DiskConversionTest {
   void SetUpDisk(const std::vector<MbrEntry>& primaries, const std::vector<MbrEntry>& logicals = {},
                  bool with_record = true);
 
-  // The path to GPT without the backup in front of the conversion and the rollback behind it.
-  bool ConvertUnprotected();
-
   // `count` entries of 16 MiB, 1 MiB apart, the first at 1 MiB.
   static std::vector<MbrEntry> SpacedEntries(std::size_t count);
   // An entry that begins and ends at these MiB.

@@ -26,8 +26,7 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
 namespace velkora {
 namespace {
 
-using testing_support::LogLine;
-using testing_support::MachineTest;
+using namespace testing_support;
 
 void Hear(void* context, const char*, int level, const char* text) {
   static_cast<std::vector<LogLine>*>(context)->push_back({level, text});

@@ -11,19 +11,7 @@
 namespace velkora {
 namespace {
 
-using testing_support::BackupDiskTest;
-using testing_support::Bytes;
-using testing_support::Fat16Start;
-using testing_support::Fat32Start;
-using testing_support::kBasicDataGuid;
-using testing_support::MftRecordBytes;
-using testing_support::NtfsStart;
-using testing_support::PutNumber;
-using testing_support::WriteBytes;
-using testing_support::WriteGpt;
-using testing_support::WriteMbr;
-
-using Strings = std::vector<std::string>;
+using namespace testing_support;
 
 constexpr std::uint64_t kVolume = 1 << 20;
 
@@ -54,7 +42,7 @@ class BackupCodes : public BackupDiskTest, public ::testing::WithParamInterface<
   void ExpectLine(const std::string& entry) const {
     const std::string line = GetParam().line;
     const std::string crash = "[BackupRestore] [E] " + entry + " crash!";
-    EXPECT_EQ(Lines(3), (Strings{GetParam().code == -18 ? crash : "[BackupRestore] " + line}));
+    EXPECT_EQ(Lines(3), (Texts{GetParam().code == -18 ? crash : "[BackupRestore] " + line}));
   }
 
  private:

@@ -14,13 +14,9 @@
 namespace velkora {
 namespace {
 
-using testing_support::BackupDiskTest;
-using testing_support::Bytes;
-using testing_support::PutNumber;
-using testing_support::PutText;
+using namespace testing_support;
 
 using ByteList = std::vector<std::byte>;
-using Strings = std::vector<std::string>;
 
 constexpr char kPath[] = "X:\\disk.backup";
 
@@ -201,8 +197,8 @@ TEST_F(BackupFile, AFileCutAnywhereEndsInSuccessOrInTheGuard) {
     const bool is_whole = whole.contains(length);
     ASSERT_EQ(RestoreDiskPartition(kPath), is_whole ? 0 : -18) << length;
     ASSERT_EQ(machine_.calls().Count(std::string("CreateFileA/") + kDevice), is_whole ? 1U : 0U);
-    const Strings crash = {"[BackupRestore] [E] RestoreDiskPartition crash!"};
-    ASSERT_EQ(Lines(3), is_whole ? Strings() : crash) << length;
+    const Texts crash = {"[BackupRestore] [E] RestoreDiskPartition crash!"};
+    ASSERT_EQ(Lines(3), is_whole ? Texts() : crash) << length;
   }
 }
 

@@ -17,18 +17,10 @@
 namespace velkora {
 namespace {
 
-using testing_support::BackupDiskTest;
-using testing_support::kBasicDataGuid;
-using testing_support::Places;
-using testing_support::Sector;
-using testing_support::WriteBytes;
-using testing_support::WriteGpt;
-using testing_support::WriteMbr;
-using testing_support::WriteSector;
+using namespace testing_support;
 
 using Offsets = std::vector<std::uint64_t>;
 using PlaceMap = std::map<std::uint64_t, std::size_t>;
-using Strings = std::vector<std::string>;
 
 constexpr char kPath[] = "X:\\disk.backup";
 
@@ -96,22 +88,21 @@ Offsets Backup::PutChain(std::uint32_t logicals) {
 
 TEST_F(Backup, TheFileFormNamesDeviceOffsetsAndPath) {
   EXPECT_EQ(BackupDiskPartition(kDevice, {1048576, 0, 18446744073709551615u}, kPath), 0);
-  EXPECT_EQ(AllLines(),
-            (Strings{"1 [BackupRestore] DoBackup device_id=\\\\.\\PhysicalDrive1, "
-                     "offsets={1048576,0,18446744073709551615}, path=X:\\disk.backup"}));
+  EXPECT_EQ(AllLines(), (Texts{"1 [BackupRestore] DoBackup device_id=\\\\.\\PhysicalDrive1, "
+                               "offsets={1048576,0,18446744073709551615}, path=X:\\disk.backup"}));
 }
 
 TEST_F(Backup, TheMemoryFormNamesDeviceAndOffsets) {
   EXPECT_EQ(ToStorage({512, 1024}), 0);
-  EXPECT_EQ(AllLines(), (Strings{"1 [BackupRestore] DoBackup device_id=\\\\.\\PhysicalDrive1, "
-                                 "offsets={512,1024}"}));
+  EXPECT_EQ(AllLines(), (Texts{"1 [BackupRestore] DoBackup device_id=\\\\.\\PhysicalDrive1, "
+                               "offsets={512,1024}"}));
 }
 
 TEST_F(Backup, WithoutOffsetsTheLogShowsBracesAndTheTableAloneIsHeld) {
   WriteMbr(disk_, {{7, 2048, 2048}, {5, 8192, 8192}}, {{7, 10240, 2048}});
   EXPECT_EQ(ToStorage(), 0);
-  EXPECT_EQ(AllLines(), (Strings{"1 [BackupRestore] DoBackup device_id=\\\\.\\PhysicalDrive1, "
-                                 "offsets={}"}));
+  EXPECT_EQ(AllLines(), (Texts{"1 [BackupRestore] DoBackup device_id=\\\\.\\PhysicalDrive1, "
+                               "offsets={}"}));
   EXPECT_EQ(Places(StorageBlocks()), (PlaceMap{{0, 512}, {8192 * 512, 512}}));
   EXPECT_EQ(BackupDiskPartition(kDevice, {}, kPath), 0);
   EXPECT_EQ(LastLine(),
@@ -122,7 +113,7 @@ TEST_F(Backup, WithoutOffsetsTheLogShowsBracesAndTheTableAloneIsHeld) {
 TEST_F(Backup, TheDiskIsOpenedOnceWithoutBufferingAndClosed) {
   Settle();
   EXPECT_EQ(ToStorage(), 0);
-  const Strings calls = machine_.calls().Lines();
+  const Texts calls = machine_.calls().Lines();
   ASSERT_FALSE(calls.empty());
   EXPECT_EQ(calls.front(),
             "CreateFileA/\\\\.\\PhysicalDrive1 access 0xc0000000 share 0x3 "
@@ -135,12 +126,11 @@ TEST_F(Backup, TheDiskIsOpenedOnceWithoutBufferingAndClosed) {
 TEST_F(Backup, TheDiskIsClosedBeforeTheFileIsWritten) {
   Settle();
   EXPECT_EQ(BackupDiskPartition(kDevice, {}, kPath), 0);
-  Strings names;
+  Texts names;
   for (const simulator::Call& call : machine_.calls().calls()) {
     if (names.empty() || names.back() != call.name) names.push_back(call.name);
   }
-  EXPECT_EQ(names,
-            (Strings{"CreateFileA", "fopen", "ReadFile", "CloseHandle", "fwrite", "fclose"}));
+  EXPECT_EQ(names, (Texts{"CreateFileA", "fopen", "ReadFile", "CloseHandle", "fwrite", "fclose"}));
 }
 
 TEST_F(Backup, TheDiskIsClosedBeforeTheBlocksAreStored) {
@@ -185,10 +175,10 @@ TEST_F(Backup, ADisksFirstSectorByteByByteInTheFile) {
 }
 
 TEST_F(Backup, AnAreaOfNoLengthIsNullInMemoryAndABareHeaderInTheFile) {
-  testing_support::FatFields fields;
+  FatFields fields;
   fields.bytes_per_sector = 0;
   WriteMbr(disk_, {{7, 2048, 2048}});
-  testing_support::WriteBytes(disk_, kMiB, Fat32Start(fields));
+  WriteBytes(disk_, kMiB, Fat32Start(fields));
   EXPECT_EQ(ToStorage({kMiB}), 0);
   ASSERT_EQ(storage_->count, 2U);
   const BackupBlock* block = storage_->blocks[storage_->blocks[0]->offset == 0 ? 1 : 0];
@@ -232,7 +222,7 @@ TEST_F(Backup, ExactlyTwoHundredFiftySixBlocksSucceed) {
 
 TEST_F(Backup, TheBlock257EndsInTheGuardAndTheStorageKeepsTheOthers) {
   EXPECT_EQ(ToStorage(PutChain(128)), -18);
-  EXPECT_EQ(Lines(3), (Strings{"[BackupRestore] [E] BackupDiskPartitionToStorage crash!"}));
+  EXPECT_EQ(Lines(3), (Texts{"[BackupRestore] [E] BackupDiskPartitionToStorage crash!"}));
   ASSERT_NE(storage_, nullptr);
   EXPECT_EQ(storage_->count, 256U);
   EXPECT_EQ(dump_written, 1);
@@ -252,7 +242,7 @@ TEST_F(Backup, AReleasedStorageEndsInTheGuard) {
   EXPECT_EQ(ReleaseBackupData(storage_), 0);
   log_.clear();
   EXPECT_EQ(ToStorage(), -18);
-  EXPECT_EQ(Lines(3), (Strings{"[BackupRestore] [E] BackupDiskPartitionToStorage crash!"}));
+  EXPECT_EQ(Lines(3), (Texts{"[BackupRestore] [E] BackupDiskPartitionToStorage crash!"}));
   storage_ = nullptr;
 }
 
@@ -260,15 +250,15 @@ TEST_F(Backup, AReleasedStorageEndsInTheGuard) {
 
 TEST_F(Backup, ACrashAbandonsTheDiskAndTheFile) {
   WriteMbr(disk_, {{7, 2048, 8192}});
-  testing_support::WriteBytes(disk_, kMiB, testing_support::Fat32Start({}));
-  testing_support::Bytes table(512);
-  testing_support::PutNumber(table, 8, 2, 4);  // the root folder leads to itself
-  testing_support::WriteBytes(disk_, kMiB + 4 * 512, table);
+  WriteBytes(disk_, kMiB, Fat32Start({}));
+  Bytes table(512);
+  PutNumber(table, 8, 2, 4);  // the root folder leads to itself
+  WriteBytes(disk_, kMiB + 4 * 512, table);
   EXPECT_EQ(ToStorage({kMiB}), -18);
-  EXPECT_EQ(machine_.handles().Open(), (Strings{"disk 1"}));
+  EXPECT_EQ(machine_.handles().Open(), (Texts{"disk 1"}));
   EXPECT_EQ(storage_, nullptr);
   EXPECT_EQ(BackupDiskPartition(kDevice, {kMiB}, kPath), -18);
-  EXPECT_EQ(machine_.handles().Open(), (Strings{"disk 1", "disk 1"}));
+  EXPECT_EQ(machine_.handles().Open(), (Texts{"disk 1", "disk 1"}));
   EXPECT_EQ(machine_.calls().Count("fopen"), 1U);
   EXPECT_EQ(machine_.calls().Count("fclose"), 0U);
 }
@@ -297,7 +287,7 @@ TEST_F(Backup, AFileInAMissingFolderLeavesTheDiskOpen) {
   EXPECT_EQ(BackupDiskPartition(kDevice, {}, "X:\\missing\\disk.backup"), -9);
   EXPECT_EQ(LastLine(),
             "1 [BackupRestore] DoBackup fopen X:\\missing\\disk.backup failed. error = 2");
-  EXPECT_EQ(machine_.handles().Open(), (Strings{"disk 1"}));
+  EXPECT_EQ(machine_.handles().Open(), (Texts{"disk 1"}));
   EXPECT_EQ(machine_.calls().Count("ReadFile"), 0U);
   EXPECT_FALSE(std::filesystem::exists(folder_.path() / "missing"));
 }

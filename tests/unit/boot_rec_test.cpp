@@ -6,12 +6,8 @@
 #include "simulator/memory_files.h"
 #include "support/machine_fixture.h"
 
+namespace testing_support {
 namespace {
-
-using testing_support::LogLine;
-using testing_support::MachineTest;
-using Log = std::vector<LogLine>;
-using Texts = std::vector<std::string>;
 
 const char kFixMbr[] = "X:\\logs\\BootRec.exe /fixmbr >> \"X:\\logs\\BOOTREC_result.log\"";
 const char kFixBoot[] = "X:\\logs\\BootRec.exe /fixboot >> \"X:\\logs\\BOOTREC_result.log\"";
@@ -116,19 +112,20 @@ TEST_F(FixWithBootRec, FolderIsNotProbed) {
 // With the machine's own BootRec, on a disk that starts from an active NTFS partition.
 TEST_F(FixWithBootRec, PutsBootCodeOntoTheSystemDiskAndAStoreBesideIt) {
   simulator::Disk& disk = NewDisk(1, 64 << 20);
-  testing_support::WriteMbr(disk, {{7, 2048, 30720, /*active=*/true}});
-  testing_support::WriteNtfsBootSector(disk, 2048, 30719);
+  WriteMbr(disk, {{7, 2048, 30720, /*active=*/true}});
+  WriteNtfsBootSector(disk, 2048, 30719);
   machine_.UpdateProperties(disk);
   machine_.SetLetter(1, 2048 * 512, 'C');
   machine_.SetSystemDisk(1);
   machine_.AddFile(1, 2048 * 512, "Windows\\System32\\winload.exe");
   std::ofstream(logs_folder_ / "BootRec.exe") << "a program";
-  const auto record = testing_support::ReadSector(disk, 0);
-  const auto boot = testing_support::ReadSector(disk, 2048);
+  const auto record = ReadSector(disk, 0);
+  const auto boot = ReadSector(disk, 2048);
   EXPECT_TRUE(velkora::FixWithBootRec()) << LogsFileText("BOOTREC_result.log");
-  EXPECT_NE(testing_support::ReadSector(disk, 0), record);
-  EXPECT_NE(testing_support::ReadSector(disk, 2048), boot);
+  EXPECT_NE(ReadSector(disk, 0), record);
+  EXPECT_NE(ReadSector(disk, 2048), boot);
   EXPECT_TRUE(machine_.memory_files(1, 2048 * 512).Exists("Boot\\BCD"));
 }
 
 }  // namespace
+}  // namespace testing_support

@@ -6,12 +6,9 @@
 #include "frame/global_context.h"
 #include "support/machine_fixture.h"
 
+namespace testing_support {
 namespace {
 
-using testing_support::LogLine;
-using testing_support::MachineTest;
-using Log = std::vector<LogLine>;
-using Texts = std::vector<std::string>;
 using simulator::CommandResult;
 
 const std::string kStore = "bcdedit /store S:\\EFI\\Microsoft\\Boot\\BCD";
@@ -126,45 +123,35 @@ TEST_F(BcdEnableRecovery, ListingIsReadAsText) {
   EXPECT_EQ(open->arguments, "r");
 }
 
-TEST_F(BcdEnableRecovery, ValueIsTheLastWordOfTheLine) {
-  EXPECT_EQ(IdentifierIn("resumeobject   two   {last}\n"), "{last}");
+struct Listing {
+  const char* name;
+  const char* text;
+  const char* identifier;
+};
+
+class BcdListing : public BcdEnableRecovery, public ::testing::WithParamInterface<Listing> {};
+
+TEST_P(BcdListing, GivesTheIdentifier) {
+  EXPECT_EQ(IdentifierIn(GetParam().text), GetParam().identifier);
 }
 
-TEST_F(BcdEnableRecovery, LineWithOneBlankHasKeyAndValueOnEitherSide) {
-  EXPECT_EQ(IdentifierIn("resumeobject {one}\n"), "{one}");
-}
+constexpr Listing kListings[] = {
+    {"ValueIsTheLastWordOfTheLine", "resumeobject   two   {last}\n", "{last}"},
+    {"LineWithOneBlankHasKeyAndValueOnEitherSide", "resumeobject {one}\n", "{one}"},
+    {"ValueBehindATrailingBlankIsEmpty", "resumeobject {one} \n", ""},
+    {"KeyInAnotherCaseDoesNotMatch", "ResumeObject {upper}\nresumeobject {one}\n", "{one}"},
+    {"LongerKeyDoesNotMatch", "resumeobjects {more}\nresumeobject {one}\n", "{one}"},
+    {"ShorterKeyDoesNotMatch", "resume {less}\nresumeobject {one}\n", "{one}"},
+    {"IndentedKeyDoesNotMatch", " resumeobject {indented}\nresumeobject {one}\n", "{one}"},
+    {"FirstMatchingLineCounts", "resumeobject {one}\nresumeobject {two}\n", "{one}"},
+    {"EmptyLinesAndLinesWithoutABlankAreSkipped", "\n-----\nresumeobject\n\nresumeobject {one}\n",
+     "{one}"},
+    {"LastLineNeedsNoLineFeed", "identifier {bootmgr}\nresumeobject {one}", "{one}"},
+    {"EmptyListingLeavesTheIdentifierEmpty", "", ""},
+};
 
-TEST_F(BcdEnableRecovery, ValueBehindATrailingBlankIsEmpty) {
-  EXPECT_EQ(IdentifierIn("resumeobject {one} \n"), "");
-}
-
-TEST_F(BcdEnableRecovery, KeyInAnotherCaseDoesNotMatch) {
-  EXPECT_EQ(IdentifierIn("ResumeObject {upper}\nresumeobject {one}\n"), "{one}");
-}
-
-TEST_F(BcdEnableRecovery, LongerKeyDoesNotMatch) {
-  EXPECT_EQ(IdentifierIn("resumeobjects {more}\nresumeobject {one}\n"), "{one}");
-}
-
-TEST_F(BcdEnableRecovery, ShorterKeyDoesNotMatch) {
-  EXPECT_EQ(IdentifierIn("resume {less}\nresumeobject {one}\n"), "{one}");
-}
-
-TEST_F(BcdEnableRecovery, IndentedKeyDoesNotMatch) {
-  EXPECT_EQ(IdentifierIn(" resumeobject {indented}\nresumeobject {one}\n"), "{one}");
-}
-
-TEST_F(BcdEnableRecovery, FirstMatchingLineCounts) {
-  EXPECT_EQ(IdentifierIn("resumeobject {one}\nresumeobject {two}\n"), "{one}");
-}
-
-TEST_F(BcdEnableRecovery, EmptyLinesAndLinesWithoutABlankAreSkipped) {
-  EXPECT_EQ(IdentifierIn("\n-----\nresumeobject\n\nresumeobject {one}\n"), "{one}");
-}
-
-TEST_F(BcdEnableRecovery, LastLineNeedsNoLineFeed) {
-  EXPECT_EQ(IdentifierIn("identifier {bootmgr}\nresumeobject {one}"), "{one}");
-}
+INSTANTIATE_TEST_SUITE_P(All, BcdListing, ::testing::ValuesIn(kListings),
+                         [](const auto& test) { return test.param.name; });
 
 TEST_F(BcdEnableRecovery, NulInALineDoesNotSwallowTheNext) {
   const std::string nul(1, '\0');
@@ -199,10 +186,6 @@ TEST_F(BcdEnableRecovery, ListingWithoutTheKeyLeavesTheIdentifierEmpty) {
   EXPECT_EQ(Lines(1),
             (Texts{"BcdEnableRecovery Begin...", "cmd: " + kListLine, "Bcdedit Get Info Success!",
                    "cmd: " + SetLine(""), "BcdEnableRecovery Success!"}));
-}
-
-TEST_F(BcdEnableRecovery, EmptyListingLeavesTheIdentifierEmpty) {
-  EXPECT_EQ(IdentifierIn(""), "");
 }
 
 TEST_F(BcdEnableRecovery, ToolDecidesOnTheLineWithoutAnIdentifier) {
@@ -283,3 +266,4 @@ TEST_F(BcdeditPrint, FailedToolIsAFailure) {
 }
 
 }  // namespace
+}  // namespace testing_support

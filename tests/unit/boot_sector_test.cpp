@@ -3,12 +3,8 @@
 #include "frame/global_context.h"
 #include "support/machine_fixture.h"
 
+namespace testing_support {
 namespace {
-
-using testing_support::LogLine;
-using testing_support::MachineTest;
-using Log = std::vector<LogLine>;
-using Texts = std::vector<std::string>;
 
 const std::string kLine = "bootsect /nt60 C: /force /mbr >> \"X:\\logs\\BOOTSECT_result.log\"";
 
@@ -103,3 +99,4 @@ TEST_F(RecoverMbr, RefusedElevationIsAFailure) {
 }
 
 }  // namespace
+}  // namespace testing_support

@@ -6,12 +6,8 @@
 #include "platform/win32.h"
 #include "support/machine_fixture.h"
 
+namespace testing_support {
 namespace {
-
-using testing_support::LogLine;
-using testing_support::MachineTest;
-using Log = std::vector<LogLine>;
-using Texts = std::vector<std::string>;
 
 const std::string kTail = " >> \"X:\\logs\\BCDBOOT_result.log\"";
 const std::string kUefiLine = "bcdboot /v C:\\Windows /s X: /f uefi" + kTail;
@@ -205,3 +201,4 @@ TEST_F(RecoverBcd, RefusedElevationIsAFailure) {
 }
 
 }  // namespace
+}  // namespace testing_support

@@ -7,14 +7,8 @@
 #include "simulator/volume.h"
 #include "support/machine_fixture.h"
 
+namespace testing_support {
 namespace {
-
-using testing_support::Event;
-using testing_support::Events;
-using testing_support::LogLine;
-using testing_support::MachineTest;
-using Log = std::vector<LogLine>;
-using Texts = std::vector<std::string>;
 
 constexpr std::uint64_t kMiB = 1024 * 1024;
 constexpr std::uint64_t kFirst = 2048 * 512;
@@ -28,13 +22,13 @@ constexpr char kRefusal[] =
 class CompressPart : public MachineTest {
  protected:
   CompressPart() : disk_(NewDisk(1, 64 * kMiB)) {
-    testing_support::WriteMbr(disk_, {{7, 2048, 30720}, {7, 34816, 30720}});
-    testing_support::WriteNtfsBootSector(disk_, 2048, 30719);
-    testing_support::WriteNtfsBootSector(disk_, 34816, 30719);
+    WriteMbr(disk_, {{7, 2048, 30720}, {7, 34816, 30720}});
+    WriteNtfsBootSector(disk_, 2048, 30719);
+    WriteNtfsBootSector(disk_, 34816, 30719);
     machine_.UpdateProperties(disk_);
     converter_.disk_info = &record_;
     converter_.disk_handle = velkora::GetDeviceHandleById(disk_.path().c_str());
-    converter_.callback = testing_support::RecordEvent;
+    converter_.callback = RecordEvent;
     machine_.calls().Clear();
   }
   ~CompressPart() override { velkora::CloseDeviceHandle(converter_.disk_handle); }
@@ -61,7 +55,7 @@ class CompressPart : public MachineTest {
   }
 
   std::uint8_t TotalSectorsByte(std::uint64_t sector, std::size_t index) {
-    return testing_support::ReadSector(disk_, sector).at(40 + index);
+    return ReadSector(disk_, sector).at(40 + index);
   }
 
   simulator::Disk& disk_;
@@ -88,7 +82,7 @@ TEST_F(CompressPart, StatusGoesOutBehindTheOpeningLineAndBeforeAnythingIsTouched
   AddRecord(kFirst, VolumeFileSystem::kNtfs);
   Log log_at_status;
   std::size_t calls_at_status = 99;
-  testing_support::EventHook() = [&](Event) {
+  EventHook() = [&](Event) {
     log_at_status = log_;
     calls_at_status = machine_.calls().calls().size();
   };
@@ -166,3 +160,4 @@ TEST_F(CompressPart, RunsNoToolAndDoesNotLookAtTheTableAgain) {
 }
 
 }  // namespace
+}  // namespace testing_support

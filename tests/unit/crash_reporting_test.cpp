@@ -17,9 +17,7 @@
 namespace velkora {
 namespace {
 
-using testing_support::MachineTest;
-
-using Strings = std::vector<std::string>;
+using namespace testing_support;
 
 constexpr char kDump[] = "VelkoraSDK_v1, 0, 0, 20-d-5130b0fa.dmp";
 
@@ -47,10 +45,10 @@ TEST_F(CrashSenderSetUp, TheSenderGetsTextsTypeAndCallback) {
 
 TEST_F(CrashSenderSetUp, TheCallsStandInThisOrder) {
   InitCrashReporting("base", "program", "1.2");
-  Strings names;
+  Texts names;
   for (const simulator::Call& call : machine_.calls().calls()) names.push_back(call.name);
   EXPECT_EQ(names,
-            (Strings{"NewMiniDmpSender", "getMiniDumpType", "setMiniDumpType", "setCallback"}));
+            (Texts{"NewMiniDmpSender", "getMiniDumpType", "setMiniDumpType", "setCallback"}));
 }
 
 TEST_F(CrashSenderSetUp, EachOfTheSixBitsIsAddedToTheType) {
@@ -85,13 +83,13 @@ class CrashAttachments : public MachineTest {
   void AddFile(const std::string& name) const {
     std::ofstream(logs_folder_ / std::u8string(name.begin(), name.end())) << name;
   }
-  Strings Attached() const {
-    Strings files = machine_.crash_sender.attachments;
+  Texts Attached() const {
+    Texts files = machine_.crash_sender.attachments;
     std::sort(files.begin(), files.end());
     return files;
   }
   // The root of a drive of its own, which lists no "." and "..".
-  void UseDriveRoot(const Strings& names) {
+  void UseDriveRoot(const Texts& names) {
     const std::filesystem::path root = folder_.path() / "root";
     std::filesystem::create_directory(root);
     for (const std::string& name : names) std::ofstream(root / name) << name;
@@ -112,7 +110,7 @@ TEST_F(CrashAttachments, AFolderThatIsNoUtf8AttachesNothingAndRaisesNothing) {
 TEST_F(CrashAttachments, TheOneCodeAttachesTheFolderAndIsAnsweredWithNo) {
   AddFile("a.log");
   EXPECT_FALSE(machine_.crash_sender.Tell(80));
-  EXPECT_EQ(Attached(), (Strings{"X:\\logs\\a.log"}));
+  EXPECT_EQ(Attached(), (Texts{"X:\\logs\\a.log"}));
   EXPECT_EQ(machine_.crash_sender.reports, 0U);
 }
 
@@ -132,8 +130,8 @@ TEST_F(CrashAttachments, FilesOfEveryKindAndFoldersAreAttached) {
   std::filesystem::create_directory(LogsFile("folder"));
   AddLogFilesToReport();
   EXPECT_EQ(Attached(),
-            (Strings{"X:\\logs\\DISKPART_result.log", std::string("X:\\logs\\") + kDump,
-                     "X:\\logs\\folder", "X:\\logs\\without extension", "X:\\logs\\\xC3\xA4.txt"}));
+            (Texts{"X:\\logs\\DISKPART_result.log", std::string("X:\\logs\\") + kDump,
+                   "X:\\logs\\folder", "X:\\logs\\without extension", "X:\\logs\\\xC3\xA4.txt"}));
   EXPECT_EQ(machine_.calls().Count("FindFirstFileW/X:\\logs\\*"), 1U);
   EXPECT_EQ(machine_.calls().Count("FindClose"), 1U);
   EXPECT_TRUE(machine_.handles().Open().empty());
@@ -144,7 +142,7 @@ TEST_F(CrashAttachments, NamesThatBeginWithADotAreSkipped) {
   AddFile("..double");
   AddFile("visible.log");
   AddLogFilesToReport();
-  EXPECT_EQ(Attached(), (Strings{"X:\\logs\\visible.log"}));
+  EXPECT_EQ(Attached(), (Texts{"X:\\logs\\visible.log"}));
 }
 
 TEST_F(CrashAttachments, AnEmptyFolderAttachesNothing) {

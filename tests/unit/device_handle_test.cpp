@@ -4,11 +4,9 @@
 #include "simulator/volume.h"
 #include "support/machine_fixture.h"
 
+namespace testing_support {
 namespace {
 
-using testing_support::LogLine;
-using testing_support::MachineTest;
-using Log = std::vector<LogLine>;
 using Handles = std::vector<std::string>;
 
 constexpr char kDiskPath[] = "\\\\.\\PhysicalDrive1";
@@ -20,9 +18,9 @@ constexpr std::uint32_t kUntouched = 0xCDCDCDCD;
 class DeviceHandleTest : public MachineTest {
  protected:
   DeviceHandleTest() : disk_(NewDisk(1, 64 * kMiB)) {
-    testing_support::WriteMbr(disk_, {{7, 2048, 30720}, {7, 34816, 30720}});
-    testing_support::WriteNtfsBootSector(disk_, 2048, 30719);
-    testing_support::WriteNtfsBootSector(disk_, 34816, 30719);
+    WriteMbr(disk_, {{7, 2048, 30720}, {7, 34816, 30720}});
+    WriteNtfsBootSector(disk_, 2048, 30719);
+    WriteNtfsBootSector(disk_, 34816, 30719);
     machine_.UpdateProperties(disk_);
     machine_.calls().Clear();
   }
@@ -44,12 +42,12 @@ class GetDeviceIndex : public DeviceHandleTest {};
 TEST_F(GetDeviceHandleById, GivesAHandleThatReadsAndWrites) {
   HANDLE handle = velkora::GetDeviceHandleById(kDiskPath);
   ASSERT_NE(handle, INVALID_HANDLE_VALUE);
-  testing_support::Sector sector{};
+  Sector sector{};
   sector[7] = 0x5A;
   DWORD done = 0;
   EXPECT_TRUE(win32::WriteFile(handle, sector.data(), 512, &done, nullptr));
   EXPECT_TRUE(win32::ReadFile(handle, sector.data(), 512, &done, nullptr));
-  EXPECT_EQ(testing_support::ReadSector(disk_, 0)[7], 0x5A);
+  EXPECT_EQ(ReadSector(disk_, 0)[7], 0x5A);
   EXPECT_EQ(log_, Log{});
   velkora::CloseDeviceHandle(handle);
 }
@@ -213,3 +211,4 @@ TEST_F(GetDeviceIndex, FailedQueryClosesTheHandle) {
 }
 
 }  // namespace
+}  // namespace testing_support

@@ -8,12 +8,8 @@
 #include "simulator/disk.h"
 #include "support/machine_fixture.h"
 
+namespace testing_support {
 namespace {
-
-using testing_support::LogLine;
-using testing_support::MachineTest;
-using Log = std::vector<LogLine>;
-using Texts = std::vector<std::string>;
 
 constexpr std::uint64_t kMiB = 1024 * 1024;
 constexpr char kDetailCall[] = "SetupDiGetDeviceInterfaceDetailA";
@@ -239,3 +235,4 @@ TEST_F(GetDiskSize, FailureStoresAndLogsNothingMore) {
 }
 
 }  // namespace
+}  // namespace testing_support

@@ -10,19 +10,9 @@
 namespace velkora {
 namespace {
 
-using testing_support::Bytes;
-using testing_support::DiskParserTest;
-using testing_support::GptEntry;
-using testing_support::kBasicDataGuid;
-using testing_support::MarkRange;
-using testing_support::Places;
-using testing_support::PutNumber;
-using testing_support::ReadBytes;
-using testing_support::WriteBytes;
-using testing_support::WriteGpt;
+using namespace testing_support;
 
 using PlaceMap = std::map<std::uint64_t, std::size_t>;
-using Strings = std::vector<std::string>;
 
 constexpr std::uint64_t kSecondary = (64 << 20) - 512;
 const PlaceMap kTable = {{512, 512}, {1024, 16384}, {kSecondary - 16384, 16384}, {kSecondary, 512}};
@@ -158,50 +148,18 @@ TEST_F(GptParser, AnEntrysByteOffsetWrapsAt64Bits) {
 
 // ---- Failures -----------------------------------------------------------------------------------
 
-TEST_F(GptParser, AnUnreadableHeaderEndsTheParse) {
-  WriteGpt(disk_, {Entry(2048, 1)});
-  machine_.calls().FailOn("ReadFile", 2, 23);
-  EXPECT_EQ(Run(), -12);
-  EXPECT_EQ(AllLines(), (Strings{"3 [BackupRestore] ParseGPT: read header error 23"}));
-  EXPECT_TRUE(blocks_.empty());
-}
-
-TEST_F(GptParser, AHeaderWhosePlaceIsNotReachedEndsTheParse) {
-  WriteGpt(disk_, {Entry(2048, 1)});
-  machine_.calls().FailOn("SetFilePointerEx", 1, 131);
-  EXPECT_EQ(Run(), -12);
-  EXPECT_EQ(AllLines(), (Strings{"3 [BackupRestore] ParseGPT: read header error 131"}));
-  EXPECT_TRUE(blocks_.empty());
-}
-
-TEST_F(GptParser, AnUnreadableArrayEndsTheParse) {
-  WriteGpt(disk_, {Entry(2048, 1)});
-  machine_.calls().FailOn("ReadFile", 3, 1117);
-  EXPECT_EQ(Run(), -12);
-  EXPECT_EQ(AllLines(), (Strings{"3 [BackupRestore] ParseGPT: read error 1117"}));
-  EXPECT_EQ(Places(blocks_), (PlaceMap{{512, 512}}));
-}
-
-TEST_F(GptParser, AnArrayWhosePlaceIsNotReachedEndsTheParse) {
-  WriteGpt(disk_, {Entry(2048, 1)});
-  machine_.calls().FailOn("SetFilePointerEx", 2, 131);
-  EXPECT_EQ(Run(), -12);
-  EXPECT_EQ(AllLines(), (Strings{"3 [BackupRestore] ParseGPT: read error 131"}));
-}
-
 TEST_F(GptParser, AFailingVolumeEndsTheScanWithItsCode) {
   WriteGpt(disk_, {Entry(2048, 1), Entry(4096, 2), Entry(8192, 3)});
   machine_.calls().FailOn("ReadFile", 5, 23);
   EXPECT_EQ(Run({2048 * 512, 4096 * 512, 8192 * 512}), -13);
-  EXPECT_EQ(AllLines(), (Strings{"3 [BackupRestore] ParseFileSystem read offs 0x200000 error:23"}));
+  EXPECT_EQ(AllLines(), (Texts{"3 [BackupRestore] ParseFileSystem read offs 0x200000 error:23"}));
   EXPECT_EQ(Places(blocks_), With(kTable, 2048 * 512, 2048));
 }
 
 TEST_F(GptParser, APartitionBehindTheDiskFailsItsRead) {
   WriteGpt(disk_, {Entry(kDiskSize / 512 + 100, 1)});
   EXPECT_EQ(Run({kDiskSize + 51200}), -13);
-  EXPECT_EQ(AllLines(),
-            (Strings{"3 [BackupRestore] ParseFileSystem read offs 0x400c800 error:27"}));
+  EXPECT_EQ(AllLines(), (Texts{"3 [BackupRestore] ParseFileSystem read offs 0x400c800 error:27"}));
 }
 
 }  // namespace

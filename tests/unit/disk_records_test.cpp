@@ -14,11 +14,7 @@
 namespace velkora {
 namespace {
 
-using testing_support::CallerRecord;
-using testing_support::MachineTest;
-using testing_support::SetText;
-
-using Strings = std::vector<std::string>;
+using namespace testing_support;
 
 TEST(DiskTypeText, NamesGptAndMbrAndTakesTheRestForRaw) {
   EXPECT_STREQ(DiskTypeText(DiskType{1}), "GPT");
@@ -66,14 +62,14 @@ TEST_F(LogDiskInfoLines, ShowDiskAndVolumes) {
   record.Add(536'871'960'576, VolumeFileSystem{42}, "").size = 5;
   LogDiskInfo(record.disk());
   EXPECT_EQ(AllLines(),
-            (Strings{"1 -----------diskinfo-----------",
-                     "1 [disk] disk_type: GPT, id: \\\\.\\PhysicalDrive7, index: 7, serial_num: "
-                     "WD-12 34, is_system: 1, size: 1099511627776, volume_count: 2",
-                     "1 [part] offset: 1048576, size: 536870912000, letter: C:, is_system: 1, "
-                     "filesystem: NTFS",
-                     "1 [part] offset: 536871960576, size: 5, letter: , is_system: 0, filesystem: "
-                     "RAW",
-                     "1 ------------------------------"}));
+            (Texts{"1 -----------diskinfo-----------",
+                   "1 [disk] disk_type: GPT, id: \\\\.\\PhysicalDrive7, index: 7, serial_num: "
+                   "WD-12 34, is_system: 1, size: 1099511627776, volume_count: 2",
+                   "1 [part] offset: 1048576, size: 536870912000, letter: C:, is_system: 1, "
+                   "filesystem: NTFS",
+                   "1 [part] offset: 536871960576, size: 5, letter: , is_system: 0, filesystem: "
+                   "RAW",
+                   "1 ------------------------------"}));
 }
 
 TEST_F(LogDiskInfoLines, ShowWideValues) {

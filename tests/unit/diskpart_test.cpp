@@ -9,12 +9,8 @@
 #include "platform/win32.h"
 #include "support/machine_fixture.h"
 
+namespace testing_support {
 namespace {
-
-using testing_support::LogLine;
-using testing_support::MachineTest;
-using Log = std::vector<LogLine>;
-using Texts = std::vector<std::string>;
 
 constexpr std::uint64_t kMiB = 1024 * 1024;
 constexpr char kLine[] =
@@ -190,11 +186,11 @@ TEST_F(DiskpartRunScript, ErrorTextWithStatusZeroIsASuccess) {
 
 TEST_F(DiskpartRunScript, RejectedLastLineFailsThoughEarlierLinesTookEffect) {
   simulator::Disk& disk = NewDisk(1, 64 * kMiB);
-  testing_support::WriteMbr(disk, {{7, 2048, 30720}});
+  WriteMbr(disk, {{7, 2048, 30720}});
   machine_.UpdateProperties(disk);
   RunAsSystem();
   EXPECT_FALSE(velkora::DISKPART_RunScript("select disk 1\r\nclean\r\nselect part 9\r\n"));
-  EXPECT_EQ(testing_support::ReadSector(disk, 0), testing_support::Sector{});
+  EXPECT_EQ(ReadSector(disk, 0), Sector{});
 }
 
 TEST_F(DiskpartRunScript, FolderThatDoesNotExistRunsNothing) {
@@ -331,3 +327,4 @@ TEST_F(DiskpartTexts, FolderThatIsNotUtf8RaisesARangeError) {
 }
 
 }  // namespace
+}  // namespace testing_support

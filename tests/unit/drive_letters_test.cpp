@@ -2,11 +2,8 @@
 
 #include "support/machine_fixture.h"
 
+namespace testing_support {
 namespace {
-
-using testing_support::LogLine;
-using testing_support::MachineTest;
-using Log = std::vector<LogLine>;
 
 constexpr std::string_view kAllLetters = "ABCDEFGHIJKLMNOPQRSTUVWXYZ";
 
@@ -23,84 +20,61 @@ class DriveLettersTest : public MachineTest {
 };
 
 class GetFirstUnUsedLetter : public DriveLettersTest {};
-class GetUnusedLetters : public DriveLettersTest {};
 class GetUsedLetters : public DriveLettersTest {};
 class GetSystemDriveLetter : public DriveLettersTest {};
 
-TEST_F(GetFirstUnUsedLetter, IsDWithCInUse) {
-  Use("C");
-  EXPECT_EQ(velkora::GetFirstUnUsedLetter(), "D");
+struct UsedLetters {
+  const char* name;
+  std::string_view used;
+  std::string_view answer;
+};
+
+class FirstUnusedLetter : public DriveLettersTest,
+                          public ::testing::WithParamInterface<UsedLetters> {};
+
+TEST_P(FirstUnusedLetter, FollowsTheMask) {
+  Use(GetParam().used);
+  EXPECT_EQ(velkora::GetFirstUnUsedLetter(), GetParam().answer);
 }
 
-TEST_F(GetFirstUnUsedLetter, IsEWithCAndDInUse) {
-  Use("CD");
-  EXPECT_EQ(velkora::GetFirstUnUsedLetter(), "E");
+constexpr UsedLetters kFirstLetters[] = {
+    {"IsDWithCInUse", "C", "D"},
+    {"IsEWithCAndDInUse", "CD", "E"},
+    {"IsCWithNoneOfTheFirstInUse", "", "C"},
+    {"FillsAGap", "CE", "D"},
+    {"IsAThoughInUseWithAAndC", "AC", "A"},
+    {"IsAThoughInUseWithABAndC", "ABC", "A"},
+    {"IsBThoughInUseWithBAlone", "B", "B"},
+    {"IsAOnceCToZAreInUse", kAllLetters.substr(2), "A"},
+    {"FollowsTheWrappedMaskWithAllLettersInUse", kAllLetters, "A"},
+};
+
+INSTANTIATE_TEST_SUITE_P(All, FirstUnusedLetter, ::testing::ValuesIn(kFirstLetters),
+                         [](const auto& test) { return test.param.name; });
+
+class UnusedLetters : public DriveLettersTest, public ::testing::WithParamInterface<UsedLetters> {};
+
+TEST_P(UnusedLetters, FollowTheMask) {
+  Use(GetParam().used);
+  EXPECT_EQ(Text(velkora::GetUnusedLetters()), GetParam().answer);
 }
 
-TEST_F(GetFirstUnUsedLetter, IsCWithNoneOfTheFirstInUse) {
-  EXPECT_EQ(velkora::GetFirstUnUsedLetter(), "C");
-}
+constexpr UsedLetters kUnusedLetters[] = {
+    {"AreAscendingAndLeaveOutAAndB", "CD", "EFGHIJKLMNOPQRSTUVWYZ"},
+    {"NameATakenLetterWithAInUse", "AC", "ABCEFGHIJKLMNOPQRSTUVWYZ"},
+    {"NameATakenLetterWithABAndCInUse", "ABC", "ACEFGHIJKLMNOPQRSTUVWYZ"},
+    {"AreAAndBOnceCToZAreInUse", kAllLetters.substr(2), "AB"},
+    {"FollowTheWrappedMaskWithAllLettersInUse", kAllLetters, "ACDEFGHIJKLMNOPQRSTUVWXYZ"},
+};
 
-TEST_F(GetFirstUnUsedLetter, FillsAGap) {
-  Use("CE");
-  EXPECT_EQ(velkora::GetFirstUnUsedLetter(), "D");
-}
-
-TEST_F(GetFirstUnUsedLetter, IsAThoughInUseWithAAndC) {
-  Use("AC");
-  EXPECT_EQ(velkora::GetFirstUnUsedLetter(), "A");
-}
-
-TEST_F(GetFirstUnUsedLetter, IsAThoughInUseWithABAndC) {
-  Use("ABC");
-  EXPECT_EQ(velkora::GetFirstUnUsedLetter(), "A");
-}
-
-TEST_F(GetFirstUnUsedLetter, IsBThoughInUseWithBAlone) {
-  Use("B");
-  EXPECT_EQ(velkora::GetFirstUnUsedLetter(), "B");
-}
-
-TEST_F(GetFirstUnUsedLetter, IsAOnceCToZAreInUse) {
-  Use(kAllLetters.substr(2));
-  EXPECT_EQ(velkora::GetFirstUnUsedLetter(), "A");
-}
-
-TEST_F(GetFirstUnUsedLetter, FollowsTheWrappedMaskWithAllLettersInUse) {
-  Use(kAllLetters);
-  EXPECT_EQ(velkora::GetFirstUnUsedLetter(), "A");
-}
+INSTANTIATE_TEST_SUITE_P(All, UnusedLetters, ::testing::ValuesIn(kUnusedLetters),
+                         [](const auto& test) { return test.param.name; });
 
 TEST_F(GetFirstUnUsedLetter, TakesAFailedQueryForNoLetterInUse) {
   Use("CD");
   machine_.calls().FailOn("GetLogicalDrives", 1, 5, simulator::Repeat::kFromThenOn);
   EXPECT_EQ(velkora::GetFirstUnUsedLetter(), "C");
   EXPECT_EQ(log_, Log{});
-}
-
-TEST_F(GetUnusedLetters, AreAscendingAndLeaveOutAAndB) {
-  Use("CD");
-  EXPECT_EQ(Text(velkora::GetUnusedLetters()), "EFGHIJKLMNOPQRSTUVWYZ");
-}
-
-TEST_F(GetUnusedLetters, NameATakenLetterWithAInUse) {
-  Use("AC");
-  EXPECT_EQ(Text(velkora::GetUnusedLetters()), "ABCEFGHIJKLMNOPQRSTUVWYZ");
-}
-
-TEST_F(GetUnusedLetters, NameATakenLetterWithABAndCInUse) {
-  Use("ABC");
-  EXPECT_EQ(Text(velkora::GetUnusedLetters()), "ACEFGHIJKLMNOPQRSTUVWYZ");
-}
-
-TEST_F(GetUnusedLetters, AreAAndBOnceCToZAreInUse) {
-  Use(kAllLetters.substr(2));
-  EXPECT_EQ(Text(velkora::GetUnusedLetters()), "AB");
-}
-
-TEST_F(GetUnusedLetters, FollowTheWrappedMaskWithAllLettersInUse) {
-  Use(kAllLetters);
-  EXPECT_EQ(Text(velkora::GetUnusedLetters()), "ACDEFGHIJKLMNOPQRSTUVWXYZ");
 }
 
 TEST_F(GetUsedLetters, AreAscending) {
@@ -134,3 +108,4 @@ TEST_F(GetSystemDriveLetter, FailureIsLoggedAndLeavesTheLetter) {
 }
 
 }  // namespace
+}  // namespace testing_support

@@ -10,15 +10,8 @@
 namespace velkora {
 namespace {
 
-using testing_support::Event;
-using testing_support::Events;
-using testing_support::MbrDiskTest;
-using testing_support::MbrEntry;
-using testing_support::MbrRowsOf;
-using testing_support::PlacesOf;
-using testing_support::RowPlace;
+using namespace testing_support;
 
-using Strings = std::vector<std::string>;
 using Places = std::vector<RowPlace>;
 
 constexpr std::uint64_t kEfiSectors = 614400;  // 300 MiB
@@ -104,17 +97,17 @@ TEST_F(EnsureGptTailRoom, LastRowIsShrunkByOneMiBAndTheListReadAnew) {
   EXPECT_TRUE(Run());
   EXPECT_EQ(PlacesOf(rows_), shrunk_);
   EXPECT_EQ(Events(), (std::vector<Event>{{0, 5}}));
-  EXPECT_EQ(scripts_, Strings{"rescan\r\n"});
-  EXPECT_EQ(AllLines(), (Strings{"1 CompressPart Begin...", "1 Compress NTFS Partition...",
-                                 "1 Compress NTFS Partition End!", "1 DISKPART_Rescan Begin...",
-                                 "1 DISKPART_Rescan Success!"}));
+  EXPECT_EQ(scripts_, Texts{"rescan\r\n"});
+  EXPECT_EQ(AllLines(), (Texts{"1 CompressPart Begin...", "1 Compress NTFS Partition...",
+                               "1 Compress NTFS Partition End!", "1 DISKPART_Rescan Begin...",
+                               "1 DISKPART_Rescan Success!"}));
 }
 
 TEST_F(EnsureGptTailRoom, FailedShrinkIsAFailure) {
   SetUpRows({Between(1, 4096)}, false);
   EXPECT_FALSE(Run());
   EXPECT_EQ(AllLines(),
-            (Strings{"1 CompressPart Begin...", "1 CompressPart End", "3 CompressPart fail!"}));
+            (Texts{"1 CompressPart Begin...", "1 CompressPart End", "3 CompressPart fail!"}));
   EXPECT_EQ(rows_.size(), 1U);
 }
 
@@ -130,7 +123,7 @@ TEST_F(EnsureGptTailRoom, FailedReadLeavesTheListEmpty) {
   SetUpTightRows();
   machine_.on_script = [this](std::string_view) { machine_.calls().FailOn("ReadFile", 1, 23); };
   EXPECT_FALSE(Run());
-  EXPECT_EQ(Lines(3), (Strings{"Read Error: 23", "Get partitions fail!"}));
+  EXPECT_EQ(Lines(3), (Texts{"Read Error: 23", "Get partitions fail!"}));
   EXPECT_TRUE(rows_.empty());
 }
 
@@ -144,7 +137,7 @@ TEST_F(EnsureGptTailRoom, FailedReadOfABootRecordLeavesTheListCutAndUnsorted) {
   // The table and the first boot record are read, the second is not.
   machine_.on_script = [this](std::string_view) { machine_.calls().FailOn("ReadFile", 3, 23); };
   EXPECT_FALSE(Run());
-  EXPECT_EQ(Lines(3), (Strings{"Read Error: 23", "Get partitions fail!"}));
+  EXPECT_EQ(Lines(3), (Texts{"Read Error: 23", "Get partitions fail!"}));
   EXPECT_EQ(PlacesOf(rows_), PlacesOf(MbrRowsOf({late, early, first})));
 }
 
@@ -152,7 +145,7 @@ TEST_F(EnsureGptTailRoom, StopDuringTheShrinkLeavesTheListEmpty) {
   SetUpTightRows();
   StopAt({0, 5});
   EXPECT_FALSE(Run());
-  EXPECT_EQ(Lines(3), Strings{"Get partitions fail!"});
+  EXPECT_EQ(Lines(3), Texts{"Get partitions fail!"});
   EXPECT_TRUE(rows_.empty());
 }
 
@@ -261,7 +254,7 @@ TEST_F(EnsureEfiRoom, Exactly300MiBAtTheEndAreNotUsed) {
   SetUpRows({Between(1, 100)});
   record_.disk().size = 400ULL << 20;
   EXPECT_FALSE(Run());
-  EXPECT_EQ(AllLines(), Strings{"3 Need compress for efi but not"});
+  EXPECT_EQ(AllLines(), Texts{"3 Need compress for efi but not"});
 }
 
 TEST_F(EnsureEfiRoom, OneByteMoreAtTheEndIsEnough) {
@@ -316,7 +309,7 @@ TEST_F(EnsureEfiRoom, RowThatIsShrunkNeedNotBeTheLast) {
 TEST_F(EnsureEfiRoom, RowOfExactlyOneGiBIsNotShrunk) {
   SetUpRows({Between(1, 1025), Between(1025, 2049), Between(2049, 3073), Between(3073, 4096)});
   EXPECT_FALSE(Run());
-  EXPECT_EQ(AllLines(), Strings{"3 Need compress for efi but not"});
+  EXPECT_EQ(AllLines(), Texts{"3 Need compress for efi but not"});
   EXPECT_EQ(Events(), std::vector<Event>{});
   EXPECT_EQ(rows_.size(), 4U);
 }
@@ -344,7 +337,7 @@ TEST_F(EnsureEfiRoom, FailedShrinkIsAFailure) {
   SetUpRows({Between(1, 4096)}, false);
   EXPECT_FALSE(Run());
   EXPECT_EQ(AllLines(),
-            (Strings{"1 CompressPart Begin...", "1 CompressPart End", "3 CompressPart fail!"}));
+            (Texts{"1 CompressPart Begin...", "1 CompressPart End", "3 CompressPart fail!"}));
   EXPECT_TRUE(scripts_.empty());
 }
 
@@ -357,8 +350,8 @@ TEST_F(EnsureEfiRoom, ListIsReadAnewAlsoWithoutAShrink) {
   EXPECT_EQ(efi_position_, 2U);
   EXPECT_EQ(PlacesOf(rows_),
             (Places{{kMiB, 99 * kMiB}, {50 * kMiB, kEfiSectors}, {100 * kMiB, 100 * kMiB}}));
-  EXPECT_EQ(scripts_, Strings{"rescan\r\n"});
-  EXPECT_EQ(AllLines(), (Strings{"1 DISKPART_Rescan Begin...", "1 DISKPART_Rescan Success!"}));
+  EXPECT_EQ(scripts_, Texts{"rescan\r\n"});
+  EXPECT_EQ(AllLines(), (Texts{"1 DISKPART_Rescan Begin...", "1 DISKPART_Rescan Success!"}));
 }
 
 TEST_F(EnsureEfiRoom, EfiRowIsNeitherActiveNorHidden) {
@@ -381,7 +374,7 @@ TEST_F(EnsureEfiRoom, FailedReadLeavesTheListEmpty) {
   SetUpRows({Between(1, 100)});
   machine_.calls().FailOn("ReadFile", 1, 23);
   EXPECT_FALSE(Run());
-  EXPECT_EQ(Lines(3), (Strings{"Read Error: 23", "Get partitions fail!"}));
+  EXPECT_EQ(Lines(3), (Texts{"Read Error: 23", "Get partitions fail!"}));
   EXPECT_TRUE(rows_.empty());
 }
 
@@ -389,8 +382,8 @@ TEST_F(EnsureEfiRoom, StopIsSeenByTheReadAlone) {
   SetUpRows({Between(1, 100)});
   GetGlobalContext().stop_requested = 1;
   EXPECT_FALSE(Run());
-  EXPECT_EQ(scripts_, Strings{"rescan\r\n"});
-  EXPECT_EQ(Lines(3), Strings{"Get partitions fail!"});
+  EXPECT_EQ(scripts_, Texts{"rescan\r\n"});
+  EXPECT_EQ(Lines(3), Texts{"Get partitions fail!"});
 }
 
 }  // namespace

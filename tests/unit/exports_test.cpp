@@ -15,14 +15,11 @@
 namespace velkora {
 namespace {
 
-using testing_support::LogLine;
-using testing_support::MachineTest;
+using namespace testing_support;
 
 // Applications end an object through DestroyVelkoraSDK alone.
 static_assert(!std::has_virtual_destructor_v<VelkoraSDK>);
 static_assert(!std::is_destructible_v<VelkoraSDK>);
-
-using Strings = std::vector<std::string>;
 
 void Hear(void* context, const char*, int level, const char* text) {
   static_cast<std::vector<LogLine>*>(context)->push_back({level, text});
@@ -44,7 +41,7 @@ class Exports : public MachineTest {
 TEST_F(Exports, InitLogsVersionThenLogsFolder) {
   Init("X:\\logs");
   EXPECT_EQ(AllLines(),
-            (Strings{"1 Velkora SDK Version: 1, 0, 0, 20-d-5130b0fa", "1 Logs Folder: X:\\logs"}));
+            (Texts{"1 Velkora SDK Version: 1, 0, 0, 20-d-5130b0fa", "1 Logs Folder: X:\\logs"}));
 }
 
 TEST_F(Exports, InitKeepsTheLogsFolderAsItStands) {

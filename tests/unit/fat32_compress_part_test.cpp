@@ -6,14 +6,8 @@
 #include "simulator/disk.h"
 #include "simulator/volume.h"
 
+namespace testing_support {
 namespace {
-
-using testing_support::Event;
-using testing_support::Events;
-using testing_support::Fat32MountedVolume;
-using testing_support::LogLine;
-using Log = std::vector<LogLine>;
-using Texts = std::vector<std::string>;
 
 class CompressFat32Part : public Fat32MountedVolume {
  protected:
@@ -26,7 +20,7 @@ class CompressFat32Part : public Fat32MountedVolume {
     record_.volume_count = 1;
     record_.volumes[0] = &volume_;
     converter_.disk_info = &record_;
-    converter_.callback = testing_support::RecordEvent;
+    converter_.callback = RecordEvent;
     machine_.calls().Clear();
   }
 
@@ -51,7 +45,7 @@ TEST_F(CompressFat32Part, ShrinksTheVolumeByItsPartitionNumber) {
 
 TEST_F(CompressFat32Part, PartitionIsNotFoundByTheNumberOfTheDisk) {
   constexpr std::uint64_t kOther = 43 * 2048 * 512;
-  testing_support::WriteMbr(disk_, {{7, 43 * 2048, 10 * 2048}, {12, 2048, kSectors}});
+  WriteMbr(disk_, {{7, 43 * 2048, 10 * 2048}, {12, 2048, kSectors}});
   machine_.UpdateProperties(disk_);
   ASSERT_EQ(Path(), volume_.volume_id);
   EXPECT_TRUE(Compress());
@@ -108,3 +102,4 @@ TEST_F(CompressFat32Part, ClusterSizeIsTheRecordsAndNotTheBootSectors) {
 }
 
 }  // namespace
+}  // namespace testing_support

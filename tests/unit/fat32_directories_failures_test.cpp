@@ -7,16 +7,10 @@
 namespace velkora {
 namespace {
 
-using testing_support::Bytes;
-using testing_support::kBoundary;
-using testing_support::kFolder;
-using testing_support::kLast;
-using testing_support::kNew;
-using testing_support::kOld;
-using testing_support::MoveDirectoryDebrisTest;
+using namespace testing_support;
+
 using Runs = std::vector<ClusterRun>;
 using Rows = std::vector<DirectoryDebris>;
-using Texts = std::vector<std::string>;
 
 // ---- Transfers that fail or fall short ---------------------------------------------------------
 
@@ -175,7 +169,7 @@ TEST_F(MoveDirectoryDebrisTest, LastEntryOfTheFatIsInBounds) {
 class MoveDirectoryDebrisFault : public MoveDirectoryDebrisTest {
  protected:
   void ExpectFault(const Rows& rows) {
-    EXPECT_EQ(testing_support::FaultOf([&] { Move(rows); }), EXCEPTION_ACCESS_VIOLATION);
+    EXPECT_EQ(FaultOf([&] { Move(rows); }), EXCEPTION_ACCESS_VIOLATION);
   }
 };
 

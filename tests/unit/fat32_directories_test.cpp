@@ -5,15 +5,8 @@
 namespace velkora {
 namespace {
 
-using testing_support::Bytes;
-using testing_support::kArchive;
-using testing_support::kBoundary;
-using testing_support::kFolder;
-using testing_support::kLast;
-using testing_support::kNew;
-using testing_support::kOld;
-using testing_support::MoveDirectoryDebrisTest;
-using testing_support::RawEntry;
+using namespace testing_support;
+
 using Runs = std::vector<ClusterRun>;
 
 // ---- Which fragments move ----------------------------------------------------------------------
@@ -107,7 +100,7 @@ TEST_F(MoveDirectoryDebrisTest, PassOverSubdirectoriesEndsAtEightZeroBytes) {
 
 TEST_F(MoveDirectoryDebrisTest, NameThatOnlyBeginsWithZeroIsNoEnd) {
   PutDirectory(kOld, 0, {{'S', kFolder, 40}, {'T', kFolder, 41}});
-  testing_support::WriteBytes(disk_, SectorOf(kOld) * 512 + 64, Bytes(7));
+  WriteBytes(disk_, SectorOf(kOld) * 512 + 64, Bytes(7));
   EXPECT_TRUE(Move({{0, kOld, 0, 1, 0}}));
   EXPECT_EQ(EntryCluster(40, 1), kNew);
   EXPECT_EQ(EntryCluster(41, 1), kNew);

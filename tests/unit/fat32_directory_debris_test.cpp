@@ -5,10 +5,7 @@
 namespace velkora {
 namespace {
 
-using testing_support::FileWalk;
-using testing_support::LogLine;
-using Texts = std::vector<std::string>;
-using Log = std::vector<LogLine>;
+using namespace testing_support;
 
 constexpr char kGetPointers[] = "DeviceIoControl/FSCTL_GET_RETRIEVAL_POINTERS";
 

@@ -1,19 +1,16 @@
 // The walk over a mounted volume, and what is asked of the file system for the files it finds.
-#include "fat32_file_walk_fixture.h"
-
 #include <algorithm>
 #include <filesystem>
 #include <system_error>
 
+#include "fat32_file_walk_fixture.h"
 #include "platform/win32.h"
 
 namespace velkora {
 namespace {
 
-using testing_support::FileWalk;
-using testing_support::LogLine;
-using Texts = std::vector<std::string>;
-using Log = std::vector<LogLine>;
+using namespace testing_support;
+
 using Runs = std::vector<ClusterRun>;
 using Pieces = std::vector<FileExtent>;
 

@@ -13,9 +13,8 @@
 namespace velkora {
 namespace {
 
-using testing_support::LogLine;
-using testing_support::MachineTest;
-using Log = std::vector<LogLine>;
+using namespace testing_support;
+
 using Runs = std::vector<ClusterRun>;
 using Bytes = std::vector<std::byte>;
 
@@ -153,8 +152,7 @@ TEST(BoundaryCluster, CutsTheBytesOfAHugeSizeTo64Bits) {
 
 #ifndef _WIN32
 TEST(BoundaryCluster, ClusterSizeZeroIsADivisionByZero) {
-  EXPECT_EQ(testing_support::FaultOf([] { BoundaryCluster(1000, 1, 0); }),
-            EXCEPTION_INT_DIVIDE_BY_ZERO);
+  EXPECT_EQ(FaultOf([] { BoundaryCluster(1000, 1, 0); }), EXCEPTION_INT_DIVIDE_BY_ZERO);
 }
 #endif
 
@@ -167,7 +165,7 @@ constexpr std::uint64_t kVolumeStart = 1024 * 1024;
 class GetClusterLocationTest : public MachineTest {
  protected:
   GetClusterLocationTest() : disk_(NewDisk(1, 48 * kVolumeStart)) {
-    testing_support::WriteMbr(disk_, {{12, 2048, 40 * 2048}});
+    WriteMbr(disk_, {{12, 2048, 40 * 2048}});
     EXPECT_EQ(simulator::FormatFat32(disk_.device(), {kVolumeStart, 40 * kVolumeStart, 2048, 1}),
               ERROR_SUCCESS);
     machine_.UpdateProperties(disk_);
@@ -188,7 +186,7 @@ TEST_F(GetClusterLocationTest, ListsWhatTheFileSystemHasFree) {
   machine_.AddFile(1, kVolumeStart, "\\file", std::string(20 * 512, 'f'));
   ASSERT_TRUE(Get());
   // Reserved sectors, two FATs; what is left are the clusters.
-  const auto boot = testing_support::ReadSector(disk_, 2048);
+  const auto boot = ReadSector(disk_, 2048);
   const std::uint64_t fat_sectors = boot[36] + boot[37] * 256U;
   EXPECT_EQ(total_, 40 * 2048 - (boot[14] + boot[15] * 256U) - 2 * fat_sectors);
   // The root directory and the file fill clusters 2 to 22, LCNs 0 to 20.

@@ -4,14 +4,7 @@
 namespace velkora {
 namespace {
 
-using testing_support::Bytes;
-using testing_support::Fat32RawVolume;
-using testing_support::kArchive;
-using testing_support::kFolder;
-using testing_support::kLast;
-using testing_support::kLongName;
-using testing_support::RawEntry;
-using Texts = std::vector<std::string>;
+using namespace testing_support;
 
 constexpr std::uint32_t kParent = 100;
 constexpr std::uint32_t kOld = 70'001;
@@ -178,9 +171,9 @@ TEST_F(UpdateParentEntryTest, ChainThatLeavesTheFatIsAnAccessViolationBeforeAnyt
   // With its upper bits set even the end of a chain is a cluster like any other.
   for (const std::uint32_t next : {76'800U, 0x0FFFFFF7U, 0xFFFFFFFFU}) {
     fat_.SetEntry(kParent, next);
-    EXPECT_EQ(testing_support::FaultOf([&] { Update(); }), EXCEPTION_ACCESS_VIOLATION) << next;
+    EXPECT_EQ(FaultOf([&] { Update(); }), EXCEPTION_ACCESS_VIOLATION) << next;
   }
-  EXPECT_EQ(testing_support::FaultOf([&] { Update(76'800); }), EXCEPTION_ACCESS_VIOLATION);
+  EXPECT_EQ(FaultOf([&] { Update(76'800); }), EXCEPTION_ACCESS_VIOLATION);
   EXPECT_EQ(machine_.calls().Count("ReadFile"), 0U);
 }
 
@@ -189,7 +182,7 @@ TEST_F(UpdateParentEntryTest, ScanOfA64KibClusterRepairsItAndRunsOutOfTheBuffer)
   SetBootField(13, 128, 1);
   ChainOf(2);
   PutDirectory(kParent, 0, {{'D', kFolder, kOld}});
-  EXPECT_EQ(testing_support::FaultOf([&] { Update(); }), EXCEPTION_ACCESS_VIOLATION);
+  EXPECT_EQ(FaultOf([&] { Update(); }), EXCEPTION_ACCESS_VIOLATION);
   EXPECT_EQ(EntryCluster(kParent, 2), kNew);
   EXPECT_EQ(machine_.calls().Count("ReadFile"), 1U);
 }

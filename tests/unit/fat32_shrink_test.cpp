@@ -10,13 +10,9 @@
 namespace velkora {
 namespace {
 
+using namespace testing_support;
+
 using Bytes = std::vector<std::byte>;
-using testing_support::Fat32MountedVolume;
-using testing_support::LogLine;
-using testing_support::ReadBytes;
-using testing_support::Sector;
-using Texts = std::vector<std::string>;
-using Log = std::vector<LogLine>;
 
 constexpr char kUpdateProperties[] = "DeviceIoControl/IOCTL_DISK_UPDATE_PROPERTIES";
 constexpr char kGetBitmap[] = "DeviceIoControl/FSCTL_GET_VOLUME_BITMAP";
@@ -59,9 +55,9 @@ class CompressFat32Test : public Fat32MountedVolume {
     EXPECT_EQ(Content("\\high folder\\another"), std::string(3 * 512, 'a'));
   }
 
-  std::uint32_t TotalSectors() { return Number(testing_support::ReadSector(disk_, 2048), 32); }
+  std::uint32_t TotalSectors() { return Number(ReadSector(disk_, 2048), 32); }
   std::uint32_t PartitionSectors(std::size_t row) {
-    return Number(testing_support::ReadSector(disk_, 0), 446 + 16 * row + 12);
+    return Number(ReadSector(disk_, 0), 446 + 16 * row + 12);
   }
 
   // Behind the opening lines; no disk and no volume is open.
@@ -102,12 +98,12 @@ TEST_F(CompressFat32Test, EverythingBehindTheBoundaryMovesAndNothingIsLost) {
 
 TEST_F(CompressFat32Test, VolumeAndPartitionShrinkTogether) {
   Populate();
-  const Sector boot_before = testing_support::ReadSector(disk_, 2048);
+  const Sector boot_before = ReadSector(disk_, 2048);
   const Bytes reserved_before = ReadBytes(disk_, kStart + 512, 31 * 512);
   EXPECT_TRUE(Shrink());
   EXPECT_EQ(PartitionSectors(0), kSectors - kSizeMib * 2048);
   EXPECT_EQ(PartitionSectors(1), 10 * 2048U);
-  Sector boot = testing_support::ReadSector(disk_, 2048);
+  Sector boot = ReadSector(disk_, 2048);
   EXPECT_EQ(Number(boot, 32), kSectors - kSizeMib * 2048);
   std::copy_n(&boot_before[32], 4, &boot[32]);
   EXPECT_EQ(boot, boot_before);
@@ -254,7 +250,7 @@ TEST_F(CompressFat32Test, PartitionNumberThatNoRowHasLeavesASectorCountOfZero) {
 #ifndef _WIN32
 TEST_F(CompressFat32Test, ClusterSizeZeroIsADivisionByZeroBeforeTheWalk) {
   Populate();
-  EXPECT_EQ(testing_support::FaultOf([&] { Shrink(1, 0); }), EXCEPTION_INT_DIVIDE_BY_ZERO);
+  EXPECT_EQ(FaultOf([&] { Shrink(1, 0); }), EXCEPTION_INT_DIVIDE_BY_ZERO);
   EXPECT_EQ(machine_.calls().Count("FindFirstFileW"), 0U);
 }
 #endif

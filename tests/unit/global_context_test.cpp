@@ -11,7 +11,7 @@
 namespace velkora {
 namespace {
 
-using testing_support::MachineTest;
+using namespace testing_support;
 
 static_assert(std::has_virtual_destructor_v<GlobalContext>);
 

@@ -10,28 +10,22 @@
 namespace velkora {
 namespace {
 
-using testing_support::Event;
-using testing_support::EventHook;
-using testing_support::Events;
-using testing_support::GptDiskTest;
-using testing_support::GptEntry;
-using testing_support::kEfiSystemGuid;
+using namespace testing_support;
 
-using Strings = std::vector<std::string>;
 using Sectors = std::vector<std::uint64_t>;
 
 constexpr std::uint64_t kShrinkSectors = 5 * 2048;
 
 // The lines of a shrink that went well.
-const Strings kShrinkLines = {"1 CompressPart Begin...", "1 Compress NTFS Partition...",
-                              "1 Compress NTFS Partition End!"};
-const Strings kRescanLines = {"1 DISKPART_Rescan Begin...", "1 DISKPART_Rescan Success!"};
+const Texts kShrinkLines = {"1 CompressPart Begin...", "1 Compress NTFS Partition...",
+                            "1 Compress NTFS Partition End!"};
+const Texts kRescanLines = {"1 DISKPART_Rescan Begin...", "1 DISKPART_Rescan Success!"};
 constexpr char kUnsupported[] =
     "1 GPT is larger than 4 partitions and there is no partition gap, and it is necessary "
     "\t\t\t\tto compress partitions to convert to MBR, but currently compressed partitions only "
     "support NTFS and fat32.";
 
-Strings operator+(Strings left, const Strings& right) {
+Texts operator+(Texts left, const Texts& right) {
   left.insert(left.end(), right.begin(), right.end());
   return left;
 }
@@ -90,7 +84,7 @@ TEST_F(LogicalGaps, ADistanceOf2047SectorsShrinksTheRowInFront) {
   EXPECT_EQ(LastSectors(),
             (Sectors{entries[0].last_sector, entries[1].last_sector,
                      entries[2].last_sector - kShrinkSectors, entries[3].last_sector}));
-  EXPECT_EQ(scripts_, (Strings{"rescan\r\n"}));
+  EXPECT_EQ(scripts_, (Texts{"rescan\r\n"}));
 }
 
 TEST_F(LogicalGaps, BehindTheFirstTwoRowsDoNotMatter) {
@@ -159,7 +153,7 @@ TEST_F(LogicalGaps, FailWhenNoVolumeStartsAtTheRow) {
   EXPECT_FALSE(Ensure());
   EXPECT_EQ(Events(), (std::vector<Event>{{0, 5}}));
   EXPECT_EQ(AllLines(),
-            (Strings{"1 CompressPart Begin...", "1 CompressPart End", "3 CompressPart fail!"}));
+            (Texts{"1 CompressPart Begin...", "1 CompressPart End", "3 CompressPart fail!"}));
   EXPECT_TRUE(scripts_.empty());
 }
 
@@ -167,7 +161,7 @@ TEST_F(LogicalGaps, FailWhenTheFileSystemCannotBeShrunk) {
   Begin(WithDistance(4, 2, 1));
   record_.volume(2).filesystem = VolumeFileSystem::kExt4;
   EXPECT_FALSE(Ensure());
-  EXPECT_EQ(AllLines(), (Strings{"1 CompressPart Begin...", kUnsupported, "3 CompressPart fail!"}));
+  EXPECT_EQ(AllLines(), (Texts{"1 CompressPart Begin...", kUnsupported, "3 CompressPart fail!"}));
 }
 
 TEST_F(LogicalGaps, FailWhenTheRescanFails) {
@@ -183,7 +177,7 @@ TEST_F(LogicalGaps, FailWhenTheListCannotBeReadAnew) {
   machine_.calls().FailOn("ReadFile", 2, 23);  // the first is that of the volume's boot sector
   EXPECT_FALSE(Ensure());
   EXPECT_TRUE(rows_.empty());
-  const Strings read_lines = {"3 Read Error: 23", "3 Get partitions Error!"};
+  const Texts read_lines = {"3 Read Error: 23", "3 Get partitions Error!"};
   EXPECT_EQ(AllLines(), kShrinkLines + kRescanLines + read_lines);
 }
 

@@ -14,18 +14,7 @@
 namespace velkora {
 namespace {
 
-using testing_support::Event;
-using testing_support::Events;
-using testing_support::GptDiskTest;
-using testing_support::GptEntry;
-using testing_support::kEfiSystemGuid;
-using testing_support::kSystemDiskEvents;
-using testing_support::kUpToRepairing;
-using testing_support::kUpToWriting;
-using testing_support::ReadSector;
-using testing_support::SetText;
-
-using Strings = std::vector<std::string>;
+using namespace testing_support;
 
 const std::string kBootsect = "bootsect /nt60 C: /force /mbr >> \"X:\\logs\\BOOTSECT_result.log\"";
 const std::string kBcdboot =
@@ -65,37 +54,37 @@ TEST_F(SystemGptToMbr, SendsPercentBeforeStatus) {
 
 TEST_F(SystemGptToMbr, CallbackRunsOnTheThreadOfTheCaller) {
   std::set<std::thread::id> threads;
-  testing_support::EventHook() = [&threads](Event) { threads.insert(std::this_thread::get_id()); };
+  EventHook() = [&threads](Event) { threads.insert(std::this_thread::get_id()); };
   EXPECT_TRUE(Run());
   EXPECT_EQ(threads, std::set<std::thread::id>{std::this_thread::get_id()});
 }
 
 TEST_F(SystemGptToMbr, LogsTheRepairInOrder) {
   EXPECT_TRUE(Run());
-  const Strings steps = Steps();
+  const Texts steps = Steps();
   const auto repair = std::find(steps.begin(), steps.end(), "1 Repair boot");
-  Strings lines(repair, steps.end());
+  Texts lines(repair, steps.end());
   const auto is_warning = [](const std::string& line) { return line.starts_with("2 "); };
   lines.erase(std::remove_if(lines.begin(), lines.end(), is_warning), lines.end());
   EXPECT_EQ(lines,
-            (Strings{"1 Repair boot", "1 DISKPART_Rescan Begin...", "1 DISKPART_Rescan Success!",
-                     "1 RecoverMbr Begin...", "1 cmd=" + kBootsect, "1 RecoverMbr Success!",
-                     "1 RecoverBcd Begin...", "1 cmd=" + kBcdboot, "1 RecoverBcd Success!",
-                     "1 DISKPART_Active Begin...", "1 DISKPART_Active Success!", "1 GPT2MBR end"}));
-  EXPECT_EQ(Lines(3), Strings{});
+            (Texts{"1 Repair boot", "1 DISKPART_Rescan Begin...", "1 DISKPART_Rescan Success!",
+                   "1 RecoverMbr Begin...", "1 cmd=" + kBootsect, "1 RecoverMbr Success!",
+                   "1 RecoverBcd Begin...", "1 cmd=" + kBcdboot, "1 RecoverBcd Success!",
+                   "1 DISKPART_Active Begin...", "1 DISKPART_Active Success!", "1 GPT2MBR end"}));
+  EXPECT_EQ(Lines(3), Texts{});
 }
 
 TEST_F(SystemGptToMbr, GivesDiskpartItsScripts) {
   EXPECT_TRUE(Run());
-  EXPECT_EQ(scripts_, (Strings{"select disk 1\r\nclean\r\n", "rescan\r\n", "rescan\r\n",
-                               "select disk 1\r\nselect part 1\r\ndetail volume\r\n",
-                               "select disk 1\r\nselect part 2\r\ndetail volume\r\n", "rescan\r\n",
-                               kActive}));
+  EXPECT_EQ(scripts_,
+            (Texts{"select disk 1\r\nclean\r\n", "rescan\r\n", "rescan\r\n",
+                   "select disk 1\r\nselect part 1\r\ndetail volume\r\n",
+                   "select disk 1\r\nselect part 2\r\ndetail volume\r\n", "rescan\r\n", kActive}));
 }
 
 TEST_F(SystemGptToMbr, EveryLineTakesTheSystemRoute) {
   EXPECT_TRUE(Run());
-  EXPECT_EQ(ToolLines(), (Strings{"system: " + kBootsect, "system: " + kBcdboot}));
+  EXPECT_EQ(ToolLines(), (Texts{"system: " + kBootsect, "system: " + kBcdboot}));
   for (const std::string& line : shell_lines_) EXPECT_TRUE(line.starts_with("system: ")) << line;
 }
 
@@ -116,7 +105,7 @@ TEST_F(SystemGptToMbr, OldStoreIsLookedForOnTheSystemVolume) {
 TEST_F(SystemGptToMbr, LetterIsCutToItsFirstCharacter) {
   SetText(record_.volume(0).letter, "C:\\x");
   EXPECT_TRUE(Run());
-  EXPECT_EQ(ToolLines(), (Strings{"system: " + kBootsect, "system: " + kBcdboot}));
+  EXPECT_EQ(ToolLines(), (Texts{"system: " + kBootsect, "system: " + kBcdboot}));
 }
 
 TEST_F(SystemGptToMbr, EmptyLetterSkipsTheToolsButNotTheActivation) {
@@ -174,7 +163,7 @@ TEST_F(SystemGptToMbr, StopWhileWritingEndsItBeforeTheRepair) {
 TEST_F(SystemGptToMbr, FailedBootSectorEndsItBeforeTheStore) {
   ScriptTool("bootsect", 1);
   ExpectFailedRepair("3 RecoverMbr fail!");
-  EXPECT_EQ(ToolLines(), Strings{"system: " + kBootsect});
+  EXPECT_EQ(ToolLines(), Texts{"system: " + kBootsect});
   EXPECT_FALSE(ActiveRan());
 }
 
@@ -193,7 +182,7 @@ TEST_F(SystemGptToMbr, FailedRescanOfTheRepairIsPassedOver) {
   machine_.calls().FailOn("command/diskpart", 6, 1);
   EXPECT_TRUE(Run());
   EXPECT_EQ(Events(), kSystemDiskEvents);
-  EXPECT_EQ(Lines(3), Strings{"DISKPART_Rescan Failed!"});
+  EXPECT_EQ(Lines(3), Texts{"DISKPART_Rescan Failed!"});
 }
 
 // ---- Seeking the system volume ------------------------------------------------------------------

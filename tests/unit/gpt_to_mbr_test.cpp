@@ -15,22 +15,7 @@
 namespace velkora {
 namespace {
 
-using testing_support::Event;
-using testing_support::Events;
-using testing_support::GptDiskTest;
-using testing_support::GptEntry;
-using testing_support::kDataDiskEvents;
-using testing_support::kEfiSystemGuid;
-using testing_support::kEmptyListEvents;
-using testing_support::kHiddenGuid;
-using testing_support::kMicrosoftReservedGuid;
-using testing_support::kRecoveryGuid;
-using testing_support::ReadSector;
-using testing_support::Sector;
-using testing_support::SetText;
-using testing_support::WriteSector;
-
-using Strings = std::vector<std::string>;
+using namespace testing_support;
 
 // A row of a boot record as it lies on the disk.
 struct TableRow {
@@ -63,43 +48,6 @@ class GptToMbr : public GptDiskTest {
 
   static constexpr std::uint32_t kMiB = 2048;  // in sectors
 };
-
-TEST_F(GptToMbr, SendsPercentBeforeStatus) {
-  SetUpDisk(SpacedEntries(2));
-  EXPECT_TRUE(Run());
-  EXPECT_EQ(Events(), kDataDiskEvents);
-}
-
-TEST_F(GptToMbr, LogsItsStepsInOrder) {
-  SetUpDisk(SpacedEntries(1));
-  EXPECT_TRUE(Run());
-  EXPECT_EQ(
-      Steps(),
-      (Strings{"1 GPT2MBR start", "1 Check and compress partition", "1 DISKPART_Clean Begin...",
-               "1 DISKPART_Clean Success!", "1 Create mbr disk", "1 DISKPART_Rescan Begin...",
-               "1 DISKPART_Rescan Success!", "1 Set mbr partition table",
-               "1 ----------disklayout----------", "1 [disk] PartitionCount: 4, PartitionStyle: 0",
-               "1 ------------------------------", "1 DISKPART_Rescan Begin...",
-               "1 DISKPART_Rescan Success!", "1 RestoreVolumeInfosAfterConvert Begin...",
-               "1 RestoreVolumeInfosAfterConvert End!", "1 GPT2MBR end"}));
-}
-
-TEST_F(GptToMbr, GivesDiskpartItsScripts) {
-  SetUpDisk(SpacedEntries(1));
-  EXPECT_TRUE(Run());
-  EXPECT_EQ(scripts_, (Strings{"select disk 1\r\nclean\r\n", "rescan\r\n", "rescan\r\n"}));
-}
-
-TEST_F(GptToMbr, SetsStyleThenLayoutAndTellsTheSystemEachTime) {
-  SetUpDisk(SpacedEntries(1), false);
-  EXPECT_TRUE(Run());
-  Strings steps = DeviceSteps();
-  ASSERT_GE(steps.size(), 7U);
-  steps.resize(7);  // what follows is the walk over the volumes
-  EXPECT_EQ(steps, (Strings{"diskpart", "IOCTL_DISK_CREATE_DISK", "IOCTL_DISK_UPDATE_PROPERTIES",
-                            "diskpart", "IOCTL_DISK_SET_DRIVE_LAYOUT_EX",
-                            "IOCTL_DISK_UPDATE_PROPERTIES", "diskpart"}));
-}
 
 TEST_F(GptToMbr, ThreePartitionsStayPrimary) {
   SetUpDisk(SpacedEntries(3));
@@ -143,18 +91,6 @@ TEST_F(GptToMbr, RowsAreSortedForTheTable) {
                                                     {0, 7, 18 * kMiB, 16 * kMiB},
                                                     {0, 7, 35 * kMiB, 16 * kMiB},
                                                     {}}));
-  EXPECT_EQ(converter_.partition_offsets,
-            (std::vector<std::uint64_t>{1 << 20, 18 << 20, 35 << 20}));
-}
-
-TEST_F(GptToMbr, OffsetsAreInTableOrderUntilTheTableIsSet) {
-  std::vector<GptEntry> entries = SpacedEntries(3);
-  std::swap(entries[0], entries[2]);
-  SetUpDisk(entries);
-  machine_.calls().FailOn("command/diskpart");
-  EXPECT_FALSE(Run());
-  EXPECT_EQ(converter_.partition_offsets,
-            (std::vector<std::uint64_t>{35 << 20, 18 << 20, 1 << 20}));
 }
 
 TEST_F(GptToMbr, EfiReservedAndHiddenLeaveTheTableAndTheirSectorsStay) {
@@ -194,22 +130,6 @@ TEST_F(GptToMbr, VolumesGetTheNumbersOfTheNewTable) {
   EXPECT_EQ(record_.volume(3).part_number, 77) << "matches no row";
 }
 
-TEST_F(GptToMbr, VolumesGetTheirLettersBack) {
-  const std::vector<GptEntry> entries = SpacedEntries(3);
-  SetUpDisk(entries);
-  const Strings letters = {"M:", "K:", "L:"};
-  for (std::size_t i = 0; i < 3; ++i) {
-    machine_.SetLetter(1, entries[i].first_sector * 512, letters[i][0]);
-    SetText(record_.volume(i).letter, letters[i]);
-  }
-  EXPECT_TRUE(Run());
-  for (std::size_t i = 0; i < 3; ++i) {
-    const simulator::Volume* volume = machine_.FindVolumeAt(1, entries[i].first_sector * 512);
-    ASSERT_NE(volume, nullptr);
-    EXPECT_EQ(machine_.LettersOf(*volume), letters[i].substr(0, 1));
-  }
-}
-
 TEST_F(GptToMbr, AMissingGapIsMadeByAShrink) {
   std::vector<GptEntry> entries = SpacedEntries(4);
   entries[2].last_sector = entries[3].first_sector - 1;
@@ -221,7 +141,7 @@ TEST_F(GptToMbr, AMissingGapIsMadeByAShrink) {
   EXPECT_EQ(RowsOfRecord(0)[2], (TableRow{0, 7, 35 * kMiB, 12 * kMiB}));
   EXPECT_EQ(RowsOfRecord(0)[3].first, 47 * kMiB);
   EXPECT_EQ(scripts_,
-            (Strings{"rescan\r\n", "select disk 1\r\nclean\r\n", "rescan\r\n", "rescan\r\n"}));
+            (Texts{"rescan\r\n", "select disk 1\r\nclean\r\n", "rescan\r\n", "rescan\r\n"}));
 }
 
 // ---- No partition survives ----------------------------------------------------------------------
@@ -231,8 +151,8 @@ TEST_F(GptToMbr, ADiskOfEfiAndReservedIsCleanedAndGetsNoLayout) {
   record_.disk().size = 3ULL << 40;
   EXPECT_TRUE(Run());
   EXPECT_EQ(Events(), kEmptyListEvents);
-  EXPECT_EQ(DeviceSteps(), (Strings{"diskpart", "IOCTL_DISK_CREATE_DISK",
-                                    "IOCTL_DISK_UPDATE_PROPERTIES", "diskpart"}));
+  EXPECT_EQ(DeviceSteps(), (Texts{"diskpart", "IOCTL_DISK_CREATE_DISK",
+                                  "IOCTL_DISK_UPDATE_PROPERTIES", "diskpart"}));
   EXPECT_EQ(RowsOfRecord(0), std::vector<TableRow>(4));
   EXPECT_EQ(record_.disk().size, 3ULL << 40);
   EXPECT_EQ(LastLine(), "1 GPT2MBR end");
@@ -243,12 +163,12 @@ TEST_F(GptToMbr, ASystemDiskWithoutPartitionsGetsNoBootRepair) {
   record_.disk().is_system = 1;
   EXPECT_TRUE(Run());
   EXPECT_EQ(Events(), kEmptyListEvents);
-  EXPECT_EQ(scripts_, (Strings{"select disk 1\r\nclean\r\n", "rescan\r\n"}));
+  EXPECT_EQ(scripts_, (Texts{"select disk 1\r\nclean\r\n", "rescan\r\n"}));
 }
 
 TEST_F(GptToMbr, NoPartitionsMeanThatAStopAfterTheFirstReadIsNotSeen) {
   SetUpDisk({});
-  testing_support::EventHook() = [](Event) { GetGlobalContext().stop_requested = 1; };
+  EventHook() = [](Event) { GetGlobalContext().stop_requested = 1; };
   EXPECT_TRUE(Run());
   EXPECT_EQ(Events(), kEmptyListEvents);
 }
@@ -284,7 +204,7 @@ TEST_F(GptToMbr, TheLoweredSizeBoundsTheExtendedPartition) {
   const std::string extended =
       "[part] PartitionNumber: 0, PartitionStyle: 0, RewritePartition: 1, StartingOffset: "
       "53477376, PartitionLength: 2198969778176";
-  const Strings lines = Lines(1);
+  const Texts lines = Lines(1);
   EXPECT_EQ(std::count(lines.begin(), lines.end(), extended), 1);
 }
 

@@ -12,21 +12,7 @@
 namespace velkora {
 namespace {
 
-using testing_support::ExpectedMbrRow;
-using testing_support::GuidBytes;
-using testing_support::kBasicDataGuid;
-using testing_support::kEfiSystemGuid;
-using testing_support::kHiddenGuid;
-using testing_support::kLinuxGuid;
-using testing_support::kMicrosoftReservedGuid;
-using testing_support::kRecoveryGuid;
-using testing_support::MachineTest;
-using testing_support::MakeGptRow;
-using testing_support::MbrPartitionId;
-using testing_support::NextGuids;
-using testing_support::RowBytesOf;
-
-using Strings = std::vector<std::string>;
+using namespace testing_support;
 
 class MbrEntries : public MachineTest {};
 
@@ -91,7 +77,7 @@ TEST_F(MbrEntries, EachStandsWhenNoIdCouldBeDrawn) {
             ExpectedMbrRow({4096, 4096, 1, 7, true}));
   EXPECT_EQ(RowBytesOf(MakeExtendedMbrEntry(8, 15, 5)), ExpectedMbrRow({4096, 4096, 0, 5, false}));
   EXPECT_EQ(RowBytesOf(MakeEmptyMbrEntry(8)), ExpectedMbrRow({4096, 0, 0, 0, false}));
-  EXPECT_EQ(AllLines(), Strings(3, "3 CoCreateGuid Error: 8"));
+  EXPECT_EQ(AllLines(), Texts(3, "3 CoCreateGuid Error: 8"));
 }
 
 // ---- Requests that create a style ---------------------------------------------------------------
@@ -157,12 +143,12 @@ TEST_F(LayoutLines, ShowCountStyleAndEachRow) {
   LogDiskLayout(layout);
   EXPECT_EQ(
       AllLines(),
-      (Strings{"1 ----------disklayout----------", "1 [disk] PartitionCount: 2, PartitionStyle: 1",
-               "1 [part] PartitionNumber: 1, PartitionStyle: 1, RewritePartition: 1, "
-               "StartingOffset: 1048576, PartitionLength: 3298534883328",
-               "1 [part] PartitionNumber: 0, PartitionStyle: 0, RewritePartition: 0, "
-               "StartingOffset: 18446744073709551104, PartitionLength: 0",
-               "1 ------------------------------"}));
+      (Texts{"1 ----------disklayout----------", "1 [disk] PartitionCount: 2, PartitionStyle: 1",
+             "1 [part] PartitionNumber: 1, PartitionStyle: 1, RewritePartition: 1, "
+             "StartingOffset: 1048576, PartitionLength: 3298534883328",
+             "1 [part] PartitionNumber: 0, PartitionStyle: 0, RewritePartition: 0, "
+             "StartingOffset: 18446744073709551104, PartitionLength: 0",
+             "1 ------------------------------"}));
 }
 
 TEST_F(LayoutLines, OfABuiltLayoutShowItsEmptyEntriesToo) {
@@ -174,10 +160,10 @@ TEST_F(LayoutLines, OfABuiltLayoutShowItsEmptyEntriesToo) {
       "PartitionLength: 0";
   EXPECT_EQ(
       AllLines(),
-      (Strings{"1 ----------disklayout----------", "1 [disk] PartitionCount: 4, PartitionStyle: 0",
-               "1 [part] PartitionNumber: 1, PartitionStyle: 0, RewritePartition: 1, "
-               "StartingOffset: 1048576, PartitionLength: 1048576",
-               empty, empty, empty, "1 ------------------------------"}));
+      (Texts{"1 ----------disklayout----------", "1 [disk] PartitionCount: 4, PartitionStyle: 0",
+             "1 [part] PartitionNumber: 1, PartitionStyle: 0, RewritePartition: 1, "
+             "StartingOffset: 1048576, PartitionLength: 1048576",
+             empty, empty, empty, "1 ------------------------------"}));
 }
 
 }  // namespace

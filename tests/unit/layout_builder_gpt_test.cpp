@@ -13,21 +13,7 @@
 namespace velkora {
 namespace {
 
-using testing_support::ExpectedGptRow;
-using testing_support::GptLayoutRow;
-using testing_support::GptPartitionId;
-using testing_support::GuidBytes;
-using testing_support::HeaderBytes;
-using testing_support::HeaderOf;
-using testing_support::kBasicDataGuid;
-using testing_support::kEfiSystemGuid;
-using testing_support::kHiddenGuid;
-using testing_support::kLinuxGuid;
-using testing_support::MachineTest;
-using testing_support::NextGuids;
-using testing_support::RowOf;
-
-using Strings = std::vector<std::string>;
+using namespace testing_support;
 
 constexpr std::uint64_t kHiddenAttributes = 0xC000000000000000;
 
@@ -166,7 +152,7 @@ TEST_F(GptLayout, EachEntryDrawsAnIdInTurn) {
 TEST_F(GptLayout, AFailedIdFailsTheBuildAtOnce) {
   machine_.calls().FailOn("CoCreateGuid", 2, 14);
   EXPECT_FALSE(Build({Row(7, 8, 8), Row(7, 16, 8), Row(7, 24, 8)}));
-  EXPECT_EQ(AllLines(), (Strings{"3 CoCreateGuid error: 14"}));
+  EXPECT_EQ(AllLines(), (Texts{"3 CoCreateGuid error: 14"}));
   EXPECT_EQ(machine_.calls().Count("CoCreateGuid"), 2U);
 }
 

@@ -15,19 +15,7 @@
 namespace velkora {
 namespace {
 
-using testing_support::ExpectedMbrRow;
-using testing_support::GuidBytes;
-using testing_support::HeaderBytes;
-using testing_support::HeaderOf;
-using testing_support::kBasicDataGuid;
-using testing_support::MachineTest;
-using testing_support::MakeGptRow;
-using testing_support::MbrLayoutRow;
-using testing_support::MbrPartitionId;
-using testing_support::NextGuids;
-using testing_support::RowOf;
-
-using Strings = std::vector<std::string>;
+using namespace testing_support;
 
 constexpr std::uint32_t kSignature = 0x8899AABB;
 constexpr std::uint64_t kDiskSectors = 1'000'000;
@@ -150,8 +138,8 @@ TEST_F(MbrLayout, TakesTheMostRowsThatATableCanHold) {
 }
 
 TEST_F(MbrLayout, EveryRowGetsTypeSevenWhateverItHeld) {
-  GptPartitionList rows = {MakeGptRow({testing_support::kRecoveryGuid, 2048, 4095, 1}),
-                           MakeGptRow({testing_support::kLinuxGuid, 4096, 8191, 2}),
+  GptPartitionList rows = {MakeGptRow({kRecoveryGuid, 2048, 4095, 1}),
+                           MakeGptRow({kLinuxGuid, 4096, 8191, 2}),
                            MakeGptRow({GuidBytes{}, 8192, 9999, 3})};
   for (GptPartitionRow& row : rows) {
     row.attributes = ~std::uint64_t{0};
@@ -201,7 +189,7 @@ TEST_F(MbrLayout, EachEntryDrawsAnIdInTurn) {
 TEST_F(MbrLayout, FailedIdsAreLoggedAndTheEntriesStand) {
   machine_.calls().FailOn("CoCreateGuid", 1, 14, simulator::Repeat::kFromThenOn);
   ASSERT_TRUE(Build(Rows(4)));
-  EXPECT_EQ(AllLines(), Strings(8, "3 CoCreateGuid Error: 14"));
+  EXPECT_EQ(AllLines(), Texts(8, "3 CoCreateGuid Error: 14"));
   ExpectRows({Partition(0), Partition(1), Partition(2), Link(2, 15),  //
               Partition(3), Empty(3), Empty(3), Empty(3)});
 }

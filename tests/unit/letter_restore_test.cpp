@@ -7,11 +7,8 @@
 #include "simulator/volume.h"
 #include "support/machine_fixture.h"
 
+namespace testing_support {
 namespace {
-
-using testing_support::LogLine;
-using testing_support::MachineTest;
-using Log = std::vector<LogLine>;
 
 constexpr std::uint64_t kMiB = 1024 * 1024;
 constexpr std::uint64_t kFirst = 2048 * 512;
@@ -32,9 +29,9 @@ class RestoreVolumeInfosAfterConvert : public MachineTest {
 
   void AttachVolumes(std::uint32_t number, std::uint32_t signature) {
     simulator::Disk& disk = NewDisk(number, 64 * kMiB);
-    testing_support::WriteMbr(disk, {{7, 2048, 30720}, {7, 34816, 30720}}, {}, 2048, signature);
-    testing_support::WriteNtfsBootSector(disk, 2048, 30719);
-    testing_support::WriteNtfsBootSector(disk, 34816, 30719);
+    WriteMbr(disk, {{7, 2048, 30720}, {7, 34816, 30720}}, {}, 2048, signature);
+    WriteNtfsBootSector(disk, 2048, 30719);
+    WriteNtfsBootSector(disk, 34816, 30719);
     machine_.UpdateProperties(disk);
   }
 
@@ -344,3 +341,4 @@ TEST_F(RestoreVolumeInfosAfterConvert, LeavesNoHandleOpen) {
 }
 
 }  // namespace
+}  // namespace testing_support

@@ -15,8 +15,7 @@
 namespace velkora {
 namespace {
 
-using testing_support::LogLine;
-using testing_support::MachineTest;
+using namespace testing_support;
 
 // What an observer of a test hears, the module included.
 struct Heard {
@@ -54,8 +53,6 @@ class Log : public MachineTest {
   LogObserver observer_{&Hear, &heard_};
 };
 
-using Strings = std::vector<std::string>;
-
 TEST_F(Log, ObserverHearsModuleLevelAndFormattedText) {
   InitLogEx(nullptr, "SDK", &observer_, nullptr);
   LogEx("SDK", kLogWarning, "%s is %d of %llu", "this", 3, 1ULL << 40);
@@ -72,7 +69,7 @@ TEST_F(Log, ObserverIsCopied) {
 TEST_F(Log, FileLineHasTimeLevelModuleAndText) {
   OpenFile();
   LogEx("SDK", kLogError, "error %lu", 5UL);
-  EXPECT_EQ(FileLines(), (Strings{"2023-11-14 22:13:20Z [3] [SDK] error 5"}));
+  EXPECT_EQ(FileLines(), (Texts{"2023-11-14 22:13:20Z [3] [SDK] error 5"}));
 }
 
 TEST_F(Log, TimeIsThatOfEachLine) {
@@ -81,8 +78,8 @@ TEST_F(Log, TimeIsThatOfEachLine) {
   LogEx("SDK", kLogProgress, "first");
   machine_.SetTime(1'709'210'096);  // a leap day
   LogEx("SDK", kLogProgress, "second");
-  EXPECT_EQ(FileLines(), (Strings{"1970-01-01 00:00:00Z [1] [SDK] first",
-                                  "2024-02-29 12:34:56Z [1] [SDK] second"}));
+  EXPECT_EQ(FileLines(), (Texts{"1970-01-01 00:00:00Z [1] [SDK] first",
+                                "2024-02-29 12:34:56Z [1] [SDK] second"}));
 }
 
 TEST_F(Log, FileIsNamedByTheNameGiven) {
@@ -98,8 +95,8 @@ TEST_F(Log, LinesAreAppendedToAnExistingFile) {
   LogEx("SDK", kLogProgress, "one");
   OpenFile();
   LogEx("SDK", kLogProgress, "two");
-  EXPECT_EQ(FileLines(), (Strings{"an earlier line", "2023-11-14 22:13:20Z [1] [SDK] one",
-                                  "2023-11-14 22:13:20Z [1] [SDK] two"}));
+  EXPECT_EQ(FileLines(), (Texts{"an earlier line", "2023-11-14 22:13:20Z [1] [SDK] one",
+                                "2023-11-14 22:13:20Z [1] [SDK] two"}));
 }
 
 TEST_F(Log, Utf8PassesUnchanged) {
@@ -107,8 +104,8 @@ TEST_F(Log, Utf8PassesUnchanged) {
   LogEx("SDK", kLogProgress, "%s",
         "D:\\Gr\xC3\xB6\xC3\x9F"
         "e");
-  EXPECT_EQ(FileLines(), (Strings{"2023-11-14 22:13:20Z [1] [SDK] D:\\Gr\xC3\xB6\xC3\x9F"
-                                  "e"}));
+  EXPECT_EQ(FileLines(), (Texts{"2023-11-14 22:13:20Z [1] [SDK] D:\\Gr\xC3\xB6\xC3\x9F"
+                                "e"}));
 }
 
 TEST_F(Log, LongLinesAreNotCut) {
@@ -116,7 +113,7 @@ TEST_F(Log, LongLinesAreNotCut) {
   const std::string text(5000, 'x');
   LogEx("SDK", kLogProgress, "%s", text.c_str());
   EXPECT_EQ(heard_, (std::vector<Heard>{{"SDK", 1, text}}));
-  EXPECT_EQ(FileLines(), (Strings{"2023-11-14 22:13:20Z [1] [SDK] " + text}));
+  EXPECT_EQ(FileLines(), (Texts{"2023-11-14 22:13:20Z [1] [SDK] " + text}));
 }
 
 TEST_F(Log, ObserverHearsALineBeforeTheFileHasIt) {
@@ -163,7 +160,7 @@ TEST_F(Log, FailedWriteLosesOneLineSilently) {
   LogEx("SDK", kLogProgress, "lost");
   LogEx("SDK", kLogProgress, "kept");
   EXPECT_EQ(heard_.size(), 2U);
-  EXPECT_EQ(FileLines(), (Strings{"2023-11-14 22:13:20Z [1] [SDK] kept"}));
+  EXPECT_EQ(FileLines(), (Texts{"2023-11-14 22:13:20Z [1] [SDK] kept"}));
 }
 
 TEST_F(Log, LastErrorAndErrnoStayAsTheyWere) {

@@ -9,21 +9,7 @@
 namespace velkora {
 namespace {
 
-using testing_support::Event;
-using testing_support::Events;
-using testing_support::kDataDiskEvents;
-using testing_support::kSystemDiskEvents;
-using testing_support::kUpToChecking;
-using testing_support::kUpToClearing;
-using testing_support::kUpToCreating;
-using testing_support::kUpToRepairing;
-using testing_support::kUpToWriting;
-using testing_support::MbrDiskTest;
-using testing_support::PlacesOf;
-using testing_support::RowPlace;
-using testing_support::SetText;
-
-using Strings = std::vector<std::string>;
+using namespace testing_support;
 
 class FailingMbrToGpt : public MbrDiskTest {
  protected:
@@ -33,15 +19,6 @@ class FailingMbrToGpt : public MbrDiskTest {
 
 // ---- Room ---------------------------------------------------------------------------------------
 
-TEST_F(FailingMbrToGpt, AnUnreadableTableIsNotHeardOf) {
-  SetUpDisk(SpacedEntries(2));
-  machine_.calls().FailOn("ReadFile", 1, 23);
-  EXPECT_FALSE(ConvertMbrToGpt(converter_));
-  EXPECT_EQ(AllLines(), (Strings{"3 Read Error: 23", "3 Get partitions fail!"}));
-  EXPECT_TRUE(Events().empty());
-  EXPECT_TRUE(scripts_.empty());
-}
-
 TEST_F(FailingMbrToGpt, MissingTailRoomOfADataDiskIsForgivenUntilTheLayoutIsSet) {
   SetUpDisk({Between(1, 1024)}, {}, false);
   FailControl("IOCTL_DISK_SET_DRIVE_LAYOUT_EX", 1, 87);
@@ -49,7 +26,7 @@ TEST_F(FailingMbrToGpt, MissingTailRoomOfADataDiskIsForgivenUntilTheLayoutIsSet)
   std::vector<Event> expected = kUpToWriting;
   expected.insert(expected.begin() + 2, {0, 5});
   EXPECT_EQ(Events(), expected);
-  EXPECT_EQ(Lines(3), (Strings{"CompressPart fail!", "IOCTL_DISK_SET_DRIVE_LAYOUT_EX Error: 87"}));
+  EXPECT_EQ(Lines(3), (Texts{"CompressPart fail!", "IOCTL_DISK_SET_DRIVE_LAYOUT_EX Error: 87"}));
 }
 
 TEST_F(FailingMbrToGpt, MissingTailRoomOfADataDiskIsThePlatformsDecision) {
@@ -63,7 +40,7 @@ TEST_F(FailingMbrToGpt, MissingTailRoomIsForgivenWhereThePlatformDoesNotMind) {
   SetUpDisk({Between(1, 100)}, {}, false);
   record_.disk().size = 100ULL << 20;
   EXPECT_TRUE(Run());
-  EXPECT_EQ(Lines(3), Strings{"CompressPart fail!"});
+  EXPECT_EQ(Lines(3), Texts{"CompressPart fail!"});
 }
 
 TEST_F(FailingMbrToGpt, AFailedRescanBehindTheTailShrinkOfADataDiskIsForgiven) {
@@ -86,21 +63,12 @@ TEST_F(FailingMbrToGpt, AListCutBehindTheTailShrinkOfADataDiskIsConvertedAsFarAs
   std::vector<Event> expected = kDataDiskEvents;
   expected.insert(expected.begin() + 2, {0, 5});
   EXPECT_EQ(Events(), expected);
-  EXPECT_EQ(Lines(3), (Strings{"Read Error: 23", "Get partitions fail!"}));
+  EXPECT_EQ(Lines(3), (Texts{"Read Error: 23", "Get partitions fail!"}));
   EXPECT_EQ(PlacesOf(GptRowsOnDisk(3)),
             (std::vector<RowPlace>{{kMiB, 99 * kMiB}, {101 * kMiB, 399 * kMiB}, {}}));
 }
 
 // ---- Steps that fail the conversion -------------------------------------------------------------
-
-TEST_F(FailingMbrToGpt, AFailedCleanEndsIt) {
-  SetUpDisk(SpacedEntries(2));
-  machine_.calls().FailOn("command/diskpart", 1, 1);
-  EXPECT_FALSE(Run());
-  EXPECT_EQ(Events(), kUpToClearing);
-  EXPECT_EQ(LastLine(), "3 DISKPART_Clean Failed!");
-  EXPECT_EQ(DeviceSteps(), (Strings{"diskpart"}));
-}
 
 TEST_F(FailingMbrToGpt, AFailedDiskIdEndsIt) {
   SetUpDisk(SpacedEntries(2));
@@ -109,16 +77,6 @@ TEST_F(FailingMbrToGpt, AFailedDiskIdEndsIt) {
   EXPECT_EQ(Events(), kUpToCreating);
   EXPECT_EQ(LastLine(), "3 CoCreateGuid Error: 14");
   EXPECT_EQ(CountControl("IOCTL_DISK_CREATE_DISK"), 0U);
-}
-
-TEST_F(FailingMbrToGpt, AFailedCreationOfTheStyleEndsIt) {
-  SetUpDisk(SpacedEntries(2));
-  FailControl("IOCTL_DISK_CREATE_DISK", 1, 5);
-  EXPECT_FALSE(Run());
-  EXPECT_EQ(Events(), kUpToCreating);
-  EXPECT_EQ(LastLine(), "3 Set New Disk Error: 5");
-  EXPECT_EQ(CountControl("IOCTL_DISK_UPDATE_PROPERTIES"), 0U);
-  EXPECT_EQ(scripts_.size(), 1U);
 }
 
 TEST_F(FailingMbrToGpt, AFailedIdOfAnEntryEndsIt) {
@@ -131,56 +89,7 @@ TEST_F(FailingMbrToGpt, AFailedIdOfAnEntryEndsIt) {
   EXPECT_EQ(CountControl("IOCTL_DISK_SET_DRIVE_LAYOUT_EX"), 0U);
 }
 
-TEST_F(FailingMbrToGpt, AFailedLayoutEndsIt) {
-  SetUpDisk(SpacedEntries(2));
-  record_.volume(0).part_number = 77;
-  FailControl("IOCTL_DISK_SET_DRIVE_LAYOUT_EX", 1, 1117);
-  EXPECT_FALSE(Run());
-  EXPECT_EQ(Events(), kUpToWriting);
-  EXPECT_EQ(LastLine(), "3 IOCTL_DISK_SET_DRIVE_LAYOUT_EX Error: 1117");
-  EXPECT_EQ(CountControl("IOCTL_DISK_UPDATE_PROPERTIES"), 1U);
-  EXPECT_EQ(record_.volume(0).part_number, 77);
-  EXPECT_EQ(scripts_.size(), 2U);
-}
-
-// ---- Steps that do not --------------------------------------------------------------------------
-
-TEST_F(FailingMbrToGpt, FailedUpdatesOfPropertiesArePassedOver) {
-  SetUpDisk(SpacedEntries(2));
-  machine_.calls().FailOn("DeviceIoControl/IOCTL_DISK_UPDATE_PROPERTIES", 1, 1117,
-                          simulator::Repeat::kFromThenOn);
-  EXPECT_TRUE(Run());
-  EXPECT_EQ(Events(), kDataDiskEvents);
-  EXPECT_EQ(Lines(3), Strings(2, "IOCTL_DISK_UPDATE_PROPERTIES Error: 1117"));
-}
-
-TEST_F(FailingMbrToGpt, FailedRescansArePassedOver) {
-  SetUpDisk(SpacedEntries(2));
-  machine_.calls().FailOn("command/diskpart", 2, 1, simulator::Repeat::kFromThenOn);
-  EXPECT_TRUE(Run());
-  EXPECT_EQ(Events(), kDataDiskEvents);
-  const Strings errors = Lines(3);
-  EXPECT_EQ(std::count(errors.begin(), errors.end(), "DISKPART_Rescan Failed!"), 2);
-}
-
-TEST_F(FailingMbrToGpt, FailedLettersArePassedOver) {
-  SetUpDisk(SpacedEntries(2));
-  machine_.calls().FailOn("FindFirstVolumeA", 1, 8);
-  EXPECT_TRUE(Run());
-  EXPECT_EQ(Events(), kDataDiskEvents);
-  EXPECT_EQ(Lines(3), (Strings{"FindFirstVolumeA error 8", "RestoreVolumeInfos error: 8"}));
-  EXPECT_EQ(LastLine(), "1 MBR2GPT end");
-}
-
 // ---- Stops --------------------------------------------------------------------------------------
-
-TEST_F(FailingMbrToGpt, AStopBeforeTheFirstReadIsNotHeardOf) {
-  SetUpDisk(SpacedEntries(2));
-  GetGlobalContext().stop_requested = 1;
-  EXPECT_FALSE(ConvertMbrToGpt(converter_));
-  EXPECT_EQ(AllLines(), (Strings{"3 Get partitions fail!"}));
-  EXPECT_TRUE(Events().empty());
-}
 
 TEST_F(FailingMbrToGpt, AStopWhileCheckingIsSeenOnlyBeforeTheLayout) {
   SetUpDisk(SpacedEntries(4));
@@ -199,7 +108,7 @@ TEST_F(FailingMbrToGpt, AStopWhileWritingIsNotSeen) {
   EXPECT_TRUE(Run());
   EXPECT_EQ(Events(), kDataDiskEvents);
   EXPECT_EQ(record_.volume(0).part_number, 1);
-  const Strings errors = Lines(3);
+  const Texts errors = Lines(3);
   ASSERT_EQ(errors.size(), 1U);
   EXPECT_TRUE(errors[0].starts_with("RestoreVolumeInfos error: ")) << errors[0];
 }
@@ -241,8 +150,8 @@ TEST_F(FailingSystemMbrToGpt, MissingTailRoomEndsIt) {
   EXPECT_FALSE(Run());
   EXPECT_EQ(Events(), (std::vector<Event>{{1, 0}, {0, 1}, {0, 5}}));
   EXPECT_EQ(AllLines(),
-            (Strings{"1 MBR2GPT start", "1 Check and compress partition", "1 CompressPart Begin...",
-                     "1 CompressPart End", "3 CompressPart fail!"}));
+            (Texts{"1 MBR2GPT start", "1 Check and compress partition", "1 CompressPart Begin...",
+                   "1 CompressPart End", "3 CompressPart fail!"}));
   EXPECT_TRUE(scripts_.empty());
 }
 
@@ -286,7 +195,7 @@ TEST_F(FailingSystemMbrToGpt, RescansOfTheRepairArePassedOver) {
   FailDiskpart(10);
   EXPECT_TRUE(Run());
   EXPECT_EQ(Events(), kSystemDiskEvents);
-  EXPECT_EQ(Lines(3), Strings(2, "DISKPART_Rescan Failed!"));
+  EXPECT_EQ(Lines(3), Texts(2, "DISKPART_Rescan Failed!"));
 }
 
 TEST_F(FailingSystemMbrToGpt, AFailedFormatEndsIt) {
@@ -314,7 +223,7 @@ TEST_F(FailingSystemMbrToGpt, ALetterThatIsTakenEndsIt) {
 TEST_F(FailingSystemMbrToGpt, NoSystemLetterEndsItWithoutALine) {
   SetUpSystem(false);
   ExpectFailedRepair("1 DISKPART_Rescan Success!");
-  EXPECT_EQ(Lines(3), Strings{});
+  EXPECT_EQ(Lines(3), Texts{});
   EXPECT_TRUE(ToolLines().empty());
 }
 
@@ -344,7 +253,7 @@ TEST_F(FailingSystemMbrToGpt, AVolumeThatNeverAnswersIsPassedOver) {
   FailDiskpart(6);
   EXPECT_TRUE(Run());
   EXPECT_EQ(Events(), kSystemDiskEvents);
-  EXPECT_EQ(Lines(3), Strings{"System Volume Not Mounted! Retry..."});
+  EXPECT_EQ(Lines(3), Texts{"System Volume Not Mounted! Retry..."});
   EXPECT_EQ(Lines(2).front(), "WaitForSystemVolumeMount Timer out, seconds is 120");
 }
 

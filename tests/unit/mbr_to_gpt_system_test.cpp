@@ -10,18 +10,8 @@
 namespace velkora {
 namespace {
 
-using testing_support::Event;
-using testing_support::Events;
-using testing_support::kBasicDataGuid;
-using testing_support::kEfiSystemGuid;
-using testing_support::kSystemDiskEvents;
-using testing_support::MbrDiskTest;
-using testing_support::MbrEntry;
-using testing_support::PlacesOf;
-using testing_support::RowPlace;
-using testing_support::SetText;
+using namespace testing_support;
 
-using Strings = std::vector<std::string>;
 using Places = std::vector<RowPlace>;
 
 constexpr std::uint64_t kEfiSectors = 614400;
@@ -52,51 +42,50 @@ TEST_F(SystemMbrToGpt, SendsPercentBeforeStatus) {
 TEST_F(SystemMbrToGpt, LogsItsStepsInOrder) {
   SetUpSystem({Between(1, 100)});
   EXPECT_TRUE(Run());
-  const Strings steps = Steps();
+  const Texts steps = Steps();
   const auto repair = std::find(steps.begin(), steps.end(), "1 Repair boot");
-  const Strings begin(steps.begin(), steps.begin() + 6);
-  EXPECT_EQ(begin, (Strings{"1 MBR2GPT start", "1 Check and compress partition",
-                            "1 DISKPART_Rescan Begin...", "1 DISKPART_Rescan Success!",
-                            "1 DISKPART_Clean Begin...", "1 DISKPART_Clean Success!"}));
+  const Texts begin(steps.begin(), steps.begin() + 6);
+  EXPECT_EQ(begin, (Texts{"1 MBR2GPT start", "1 Check and compress partition",
+                          "1 DISKPART_Rescan Begin...", "1 DISKPART_Rescan Success!",
+                          "1 DISKPART_Clean Begin...", "1 DISKPART_Clean Success!"}));
   const std::string boot =
       "bcdboot /v C:\\Windows /s D: /f uefi >> \"X:\\logs\\BCDBOOT_result.log\"";
   const std::string store = "bcdedit /store D:\\EFI\\Microsoft\\Boot\\BCD";
   const std::string result = " >> \"X:\\logs\\BCDEDIT_result.log\"";
   const std::string assign = "select disk 1\r\nlist part\r\nselect part 2\r\nassign letter=D\r\n";
-  EXPECT_EQ(Strings(repair, steps.end()),
-            (Strings{"1 Repair boot",
-                     "1 DISKPART_Rescan Begin...",
-                     "1 DISKPART_Rescan Success!",
-                     "1 DISKPART_Format Begin...",
-                     "1 DISKPART_Format Success!",
-                     "1 DISKPART_Assign Begin...",
-                     "1 cmd: " + assign,
-                     "1 DISKPART_Assign Success!",
-                     "1 DISKPART_Rescan Begin...",
-                     "1 DISKPART_Rescan Success!",
-                     "1 RecoverBcd Begin...",
-                     "2 Delete Bcd Error! error_code: 3",
-                     "1 cmd=" + boot,
-                     "1 RecoverBcd Success!",
-                     "1 BcdEnableRecovery Begin...",
-                     "1 cmd: " + store + result,
-                     "1 Bcdedit Get Info Success!",
-                     "1 bcdedit key: resumeobject, value: {one}",
-                     "1 cmd: " + store + " /set {one} recoveryenabled ON" + result,
-                     "1 BcdEnableRecovery Success!",
-                     "1 MBR2GPT end"}));
+  EXPECT_EQ(Texts(repair, steps.end()),
+            (Texts{"1 Repair boot",
+                   "1 DISKPART_Rescan Begin...",
+                   "1 DISKPART_Rescan Success!",
+                   "1 DISKPART_Format Begin...",
+                   "1 DISKPART_Format Success!",
+                   "1 DISKPART_Assign Begin...",
+                   "1 cmd: " + assign,
+                   "1 DISKPART_Assign Success!",
+                   "1 DISKPART_Rescan Begin...",
+                   "1 DISKPART_Rescan Success!",
+                   "1 RecoverBcd Begin...",
+                   "2 Delete Bcd Error! error_code: 3",
+                   "1 cmd=" + boot,
+                   "1 RecoverBcd Success!",
+                   "1 BcdEnableRecovery Begin...",
+                   "1 cmd: " + store + result,
+                   "1 Bcdedit Get Info Success!",
+                   "1 bcdedit key: resumeobject, value: {one}",
+                   "1 cmd: " + store + " /set {one} recoveryenabled ON" + result,
+                   "1 BcdEnableRecovery Success!",
+                   "1 MBR2GPT end"}));
 }
 
 TEST_F(SystemMbrToGpt, GivesDiskpartItsScripts) {
   SetUpSystem({Between(1, 100)});
   EXPECT_TRUE(Run());
-  EXPECT_EQ(scripts_,
-            (Strings{"rescan\r\n", "select disk 1\r\nclean\r\n", "rescan\r\n", "rescan\r\n",
-                     "select disk 1\r\nselect part 1\r\ndetail volume\r\n",
-                     "select disk 1\r\nselect part 2\r\ndetail volume\r\n", "rescan\r\n",
-                     "select disk 1\r\nselect part 2\r\nformat fs=fat32 quick override\r\n",
-                     "select disk 1\r\nlist part\r\nselect part 2\r\nassign letter=D\r\n",
-                     "rescan\r\n"}));
+  EXPECT_EQ(scripts_, (Texts{"rescan\r\n", "select disk 1\r\nclean\r\n", "rescan\r\n", "rescan\r\n",
+                             "select disk 1\r\nselect part 1\r\ndetail volume\r\n",
+                             "select disk 1\r\nselect part 2\r\ndetail volume\r\n", "rescan\r\n",
+                             "select disk 1\r\nselect part 2\r\nformat fs=fat32 quick override\r\n",
+                             "select disk 1\r\nlist part\r\nselect part 2\r\nassign letter=D\r\n",
+                             "rescan\r\n"}));
 }
 
 TEST_F(SystemMbrToGpt, EveryLineTakesTheSystemRoute) {
@@ -113,7 +102,7 @@ TEST_F(SystemMbrToGpt, EfiPartitionFollowsTheLastOne) {
   EXPECT_EQ(PlacesOf(rows), (Places{{kMiB, 99 * kMiB}, {100 * kMiB, kEfiSectors}, {}}));
   EXPECT_EQ(rows[0].type_guid, kBasicDataGuid);
   EXPECT_EQ(rows[1].type_guid, kEfiSystemGuid);
-  EXPECT_EQ(Names(2), Strings(2, "Basic Data Partition"));
+  EXPECT_EQ(Names(2), Texts(2, "Basic Data Partition"));
   EXPECT_EQ(converter_.partition_offsets, (std::vector<std::uint64_t>{1 << 20, 100 << 20}));
 }
 
@@ -134,7 +123,7 @@ TEST_F(SystemMbrToGpt, EfiPartitionInFrontRaisesEveryNumber) {
 TEST_F(SystemMbrToGpt, EfiPartitionIsFormattedAndHasTheLetter) {
   SetUpSystem({Between(1, 100)});
   EXPECT_TRUE(Run());
-  const auto sector = testing_support::ReadSector(disk_, 100 * kMiB);
+  const auto sector = ReadSector(disk_, 100 * kMiB);
   EXPECT_EQ(std::string(sector.begin() + 82, sector.begin() + 90), "FAT32   ");
   EXPECT_EQ(machine_.LettersOf(*machine_.FindVolumeAt(1, 100 << 20)), "D");
   EXPECT_EQ(machine_.LettersOf(*machine_.FindVolumeAt(1, 1 << 20)), "C");
@@ -168,7 +157,7 @@ TEST_F(SystemMbrToGpt, StopWhileWritingCostsOnlyTheLetters) {
   StopAt({0, 4});
   EXPECT_TRUE(Run());
   EXPECT_EQ(Events(), kSystemDiskEvents);
-  const Strings errors = Lines(3);
+  const Texts errors = Lines(3);
   ASSERT_EQ(errors.size(), 1U);
   EXPECT_TRUE(errors[0].starts_with("RestoreVolumeInfos error: ")) << errors[0];
 }

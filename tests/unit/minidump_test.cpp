@@ -12,9 +12,7 @@
 namespace velkora {
 namespace {
 
-using testing_support::MachineTest;
-
-using Strings = std::vector<std::string>;
+using namespace testing_support;
 
 constexpr char kPath[] = "X:\\logs\\crash.dmp";
 
@@ -25,8 +23,8 @@ class Minidump : public MachineTest {
     pointers_.ExceptionRecord = &record_;
   }
   std::int32_t Write() { return WriteDump(&pointers_, kPath, &written_); }
-  Strings CallNames() {
-    Strings names;
+  Texts CallNames() {
+    Texts names;
     for (const simulator::Call& call : machine_.calls().calls()) names.push_back(call.name);
     return names;
   }
@@ -47,7 +45,7 @@ class Minidump : public MachineTest {
 TEST_F(Minidump, LoadsTheWriterOpensTheFileAndClosesBoth) {
   EXPECT_EQ(Write(), 1);
   EXPECT_EQ(written_, 1);
-  const Strings calls = machine_.calls().Lines();
+  const Texts calls = machine_.calls().Lines();
   ASSERT_EQ(calls.size(), 6U);
   EXPECT_EQ(calls[0], "LoadLibraryW/DbgHelp.dll");
   EXPECT_EQ(calls[1], "GetProcAddress/MiniDumpWriteDump");
@@ -99,7 +97,7 @@ TEST_F(Minidump, ThePathIsUtf8) {
 TEST_F(Minidump, WithoutTheLibraryNothingIsOpened) {
   machine_.libraries.clear();
   EXPECT_EQ(Write(), -1);
-  EXPECT_EQ(CallNames(), (Strings{"LoadLibraryW"}));
+  EXPECT_EQ(CallNames(), (Texts{"LoadLibraryW"}));
   EXPECT_EQ(written_, 7);
   EXPECT_TRUE(log_.empty());
 }
@@ -107,21 +105,21 @@ TEST_F(Minidump, WithoutTheLibraryNothingIsOpened) {
 TEST_F(Minidump, WithoutTheFunctionTheLibraryIsFreed) {
   machine_.libraries["dbghelp.dll"].clear();
   EXPECT_EQ(Write(), -1);
-  EXPECT_EQ(CallNames(), (Strings{"LoadLibraryW", "GetProcAddress", "FreeLibrary"}));
+  EXPECT_EQ(CallNames(), (Texts{"LoadLibraryW", "GetProcAddress", "FreeLibrary"}));
   EXPECT_EQ(written_, 7);
   EXPECT_TRUE(machine_.handles().Open().empty());
 }
 
 TEST_F(Minidump, WithoutTheFileTheLibraryIsFreed) {
   EXPECT_EQ(WriteDump(&pointers_, "X:\\missing\\crash.dmp", &written_), -1);
-  EXPECT_EQ(CallNames(), (Strings{"LoadLibraryW", "GetProcAddress", "CreateFileW", "FreeLibrary"}));
+  EXPECT_EQ(CallNames(), (Texts{"LoadLibraryW", "GetProcAddress", "CreateFileW", "FreeLibrary"}));
   EXPECT_EQ(written_, 7);
   EXPECT_TRUE(machine_.handles().Open().empty());
 }
 
 TEST_F(Minidump, APathThatIsNoUtf8OpensNothing) {
   EXPECT_EQ(WriteDump(&pointers_, "X:\\logs\\\xFF.dmp", &written_), -1);
-  EXPECT_EQ(CallNames(), (Strings{"LoadLibraryW", "GetProcAddress", "FreeLibrary"}));
+  EXPECT_EQ(CallNames(), (Texts{"LoadLibraryW", "GetProcAddress", "FreeLibrary"}));
   EXPECT_EQ(written_, 7);
 }
 

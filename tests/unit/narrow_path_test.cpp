@@ -7,7 +7,9 @@
 namespace velkora {
 namespace {
 
-class PathConversion : public testing_support::MachineTest {};
+using namespace testing_support;
+
+class PathConversion : public MachineTest {};
 
 template <typename Body>
 int CodeOf(Body body) {

@@ -6,12 +6,8 @@
 #include "simulator/volume.h"
 #include "support/machine_fixture.h"
 
+namespace testing_support {
 namespace {
-
-using testing_support::LogLine;
-using testing_support::MachineTest;
-using Log = std::vector<LogLine>;
-using Texts = std::vector<std::string>;
 
 constexpr std::uint64_t kMiB = 1024 * 1024;
 constexpr std::uint32_t kUntouched = 0xCDCDCDCD;
@@ -29,9 +25,9 @@ class CompressNtfsWithDiskpart : public MachineTest {
  protected:
   CompressNtfsWithDiskpart() {
     simulator::Disk& disk = NewDisk(3, 64 * kMiB);
-    testing_support::WriteMbr(disk, {{7, 2048, 30720}, {7, 34816, 30720}});
-    testing_support::WriteNtfsBootSector(disk, 2048, 30719);
-    testing_support::WriteNtfsBootSector(disk, 34816, 30719);
+    WriteMbr(disk, {{7, 2048, 30720}, {7, 34816, 30720}});
+    WriteNtfsBootSector(disk, 2048, 30719);
+    WriteNtfsBootSector(disk, 34816, 30719);
     machine_.UpdateProperties(disk);
     path_ = machine_.FindVolumeAt(3, 34816 * 512)->path;
     ScriptTool("diskpart", diskpart_);
@@ -357,3 +353,4 @@ TEST_F(CompressNtfsWithDiskpart, NothingIsLeftOpenButTheProcesses) {
 }
 
 }  // namespace
+}  // namespace testing_support

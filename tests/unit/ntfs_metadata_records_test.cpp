@@ -11,16 +11,10 @@
 namespace velkora {
 namespace {
 
-using testing_support::Bytes;
-using testing_support::DiskParserTest;
-using testing_support::MarkRange;
-using testing_support::MftRecordBytes;
-using testing_support::Places;
-using testing_support::PutNumber;
+using namespace testing_support;
 
 using Numbers = std::vector<std::uint64_t>;
 using PlaceMap = std::map<std::uint64_t, std::size_t>;
-using Strings = std::vector<std::string>;
 
 constexpr std::uint64_t kVolume = 1 << 20;
 constexpr std::uint64_t kCluster = 4096;
@@ -153,7 +147,7 @@ TEST_F(MftRecords, LengthAndPlaceOf4GibAndMoreDoNotWrap) {
   EXPECT_EQ(Run(record), -16);
   EXPECT_EQ(Places(blocks_),
             (PlaceMap{{kVolume + kCluster, kCap}, {kVolume + 0x10000A * kCluster, kCluster}}));
-  EXPECT_EQ(AllLines(), (Strings{"3 [BackupRestore] ParseNtfsMftRecord: read ntfs meta error 27"}));
+  EXPECT_EQ(AllLines(), (Texts{"3 [BackupRestore] ParseNtfsMftRecord: read ntfs meta error 27"}));
 }
 
 // Compared without a sign, a negative length is a long one.
@@ -191,15 +185,14 @@ TEST_F(MftRecords, AKeyThatIsThereIsResizedAndReadAgain) {
 TEST_F(MftRecords, AFailedReadReturnsItsCodeAndKeepsTheZeros) {
   machine_.calls().FailOn("ReadFile", 1, 23);
   EXPECT_EQ(Run(MftRecordBytes().AddRuns(0x80, {0x11, 2, 10})), -16);
-  EXPECT_EQ(AllLines(), (Strings{"3 [BackupRestore] ParseNtfsMftRecord: read ntfs meta error 23"}));
+  EXPECT_EQ(AllLines(), (Texts{"3 [BackupRestore] ParseNtfsMftRecord: read ntfs meta error 23"}));
   EXPECT_EQ(blocks_, (BlockMap{{kVolume + 10 * kCluster, std::vector<std::byte>(2 * kCluster)}}));
 }
 
 TEST_F(MftRecords, APlaceThatIsNotReachedReturnsTheSameCode) {
   machine_.calls().FailOn("SetFilePointerEx", 1, 131);
   EXPECT_EQ(Run(MftRecordBytes().AddRuns(0x80, {0x11, 2, 10})), -16);
-  EXPECT_EQ(AllLines(),
-            (Strings{"3 [BackupRestore] ParseNtfsMftRecord: read ntfs meta error 131"}));
+  EXPECT_EQ(AllLines(), (Texts{"3 [BackupRestore] ParseNtfsMftRecord: read ntfs meta error 131"}));
 }
 
 // ---- Index entries ------------------------------------------------------------------------------

@@ -7,14 +7,8 @@
 #include "simulator/volume.h"
 #include "support/machine_fixture.h"
 
+namespace testing_support {
 namespace {
-
-using testing_support::LogLine;
-using testing_support::MachineTest;
-using testing_support::ReadSector;
-using testing_support::Sector;
-using Log = std::vector<LogLine>;
-using Texts = std::vector<std::string>;
 
 constexpr std::uint64_t kMiB = 1024 * 1024;
 constexpr std::uint64_t kDiskSectors = 131072;
@@ -55,23 +49,21 @@ class CompressNtfsPartition : public MachineTest {
   // Two NTFS volumes in a GPT.
   simulator::Disk& UseGpt() {
     simulator::Disk& disk = StartDisk(kDiskSectors * 512);
-    testing_support::WriteGpt(disk, {{testing_support::kBasicDataGuid, 2048, 67583, 1},
-                                     {testing_support::kBasicDataGuid, 67584, 100351, 2}});
+    WriteGpt(disk, {{kBasicDataGuid, 2048, 67583, 1}, {kBasicDataGuid, 67584, 100351, 2}});
     return FinishDisk(disk, 67584, 32767);
   }
 
   // An NTFS volume as primary partition, and two logical ones of which the second is NTFS too.
   simulator::Disk& UseMbr() {
     simulator::Disk& disk = StartDisk(2 * kDiskSectors * 512);
-    testing_support::WriteMbr(
-        disk, {{7, kFirstSector, kSectors, true}, {15, 67584, 90112}, {7, 180224, 2048}},
-        {{7, 69632, 20480}, {7, 98304, 20480}});
+    WriteMbr(disk, {{7, kFirstSector, kSectors, true}, {15, 67584, 90112}, {7, 180224, 2048}},
+             {{7, 69632, 20480}, {7, 98304, 20480}});
     return FinishDisk(disk, 98304, 20479);
   }
 
   simulator::Disk& FinishDisk(simulator::Disk& disk, std::uint64_t second, std::uint64_t sectors) {
-    testing_support::WriteNtfsBootSector(disk, kFirstSector, kVolumeSectors);
-    testing_support::WriteNtfsBootSector(disk, second, sectors);
+    WriteNtfsBootSector(disk, kFirstSector, kVolumeSectors);
+    WriteNtfsBootSector(disk, second, sectors);
     machine_.UpdateProperties(disk);
     machine_.calls().Clear();
     return disk;
@@ -107,7 +99,7 @@ class CompressNtfsPartition : public MachineTest {
 TEST_F(CompressNtfsPartition, ShortensVolumeAndGptEntryTogether) {
   simulator::Disk& disk = UseGpt();
   const Sector boot_before = ReadSector(disk, kFirstSector);
-  const auto array_before = testing_support::ReadBytes(disk, 2 * 512, 128 * 128);
+  const auto array_before = ReadBytes(disk, 2 * 512, 128 * 128);
   EXPECT_TRUE(Shrink(5));
   ExpectSuccess();
 
@@ -116,7 +108,7 @@ TEST_F(CompressNtfsPartition, ShortensVolumeAndGptEntryTogether) {
   std::copy_n(&boot_before[kTotalSectorsField], 8, &boot[kTotalSectorsField]);
   EXPECT_EQ(boot, boot_before);
 
-  auto array = testing_support::ReadBytes(disk, 2 * 512, 128 * 128);
+  auto array = ReadBytes(disk, 2 * 512, 128 * 128);
   EXPECT_EQ(Number(array, 40, 8), 67583 - 5 * 2048U);
   std::copy_n(&array_before[40], 8, &array[40]);
   EXPECT_EQ(array, array_before);
@@ -153,7 +145,7 @@ TEST_F(CompressNtfsPartition, ShortensVolumeAndLogicalPartitionTogether) {
 TEST_F(CompressNtfsPartition, LeavesTheSecondaryBootSectorOutsideThePartition) {
   simulator::Disk& disk = UseGpt();
   Sector secondary = ReadSector(disk, kFirstSector);
-  testing_support::WriteSector(disk, 67583, secondary);
+  WriteSector(disk, 67583, secondary);
   EXPECT_TRUE(Shrink(1));
   EXPECT_EQ(ReadSector(disk, 67583), secondary);
   EXPECT_EQ(ReadSector(disk, 67583 - 2048), Sector{});
@@ -163,7 +155,7 @@ TEST_F(CompressNtfsPartition, LooksNeitherAtTheSignatureNorAtTheFileSystem) {
   simulator::Disk& disk = UseGpt();
   Sector other{};
   other[kTotalSectorsField + 2] = 1;  // 65536 sectors
-  testing_support::WriteSector(disk, kFirstSector, other);
+  WriteSector(disk, kFirstSector, other);
   EXPECT_TRUE(Shrink(1));
   other[kTotalSectorsField + 1] = 0xF8;
   other[kTotalSectorsField + 2] = 0;
@@ -248,10 +240,9 @@ class ManyPartitions : public CompressNtfsPartition {
   // A primary NTFS volume and `count` logical partitions: 4 rows and 4 for each of them.
   simulator::Disk& UseLogicals(std::uint64_t count) {
     simulator::Disk& disk = StartDisk(256 * kMiB);
-    std::vector<testing_support::MbrEntry> logicals;
+    std::vector<MbrEntry> logicals;
     for (std::uint64_t i = 0; i < count; ++i) logicals.push_back({7, 102400 + 4096 * i, 1024});
-    testing_support::WriteMbr(disk, {{7, kFirstSector, kSectors}, {15, 100352, 4096 * count}},
-                              logicals);
+    WriteMbr(disk, {{7, kFirstSector, kSectors}, {15, 100352, 4096 * count}}, logicals);
     return FinishDisk(disk, 102400, 1023);
   }
 };
@@ -279,9 +270,7 @@ class FailedShrink : public CompressNtfsPartition {
   FailedShrink() : disk_(UseGpt()), before_(Bytes()) {}
 
   // Everything up to the volume's first sector, and that sector.
-  std::vector<std::byte> Bytes() {
-    return testing_support::ReadBytes(disk_, 0, (kFirstSector + 1) * 512);
-  }
+  std::vector<std::byte> Bytes() { return ReadBytes(disk_, 0, (kFirstSector + 1) * 512); }
 
   void ExpectNothingChanged() { EXPECT_EQ(Bytes(), before_); }
 
@@ -364,3 +353,4 @@ TEST_F(FailedShrink, SetLayoutLeavesTheBootSectorShortened) {
 }
 
 }  // namespace
+}  // namespace testing_support

@@ -12,12 +12,7 @@
 namespace velkora {
 namespace {
 
-using testing_support::DiskParserTest;
-using testing_support::kBasicDataGuid;
-using testing_support::WriteGpt;
-using testing_support::WriteMbr;
-
-using Strings = std::vector<std::string>;
+using namespace testing_support;
 
 constexpr char kId[] = "\\\\?\\Volume{01020304-0506-0708-090a-0b0c0d0e0f10}";
 const GUID kGuid = {0x01020304, 0x0506, 0x0708, {9, 10, 11, 12, 13, 14, 15, 16}};
@@ -60,13 +55,13 @@ class PartitionExtents : public DiskParserTest {
     return GetDiskPartition(machine_.handles().Add(std::make_unique<LayoutDisk>(std::move(rows))),
                             extents_);
   }
-  Strings Texts() const {
-    Strings texts;
+  Texts RowTexts() const {
+    Texts rows;
     for (const PartitionExtent& extent : extents_) {
-      texts.push_back(std::to_string(extent.start) + "-" + std::to_string(extent.end) + " " +
-                      extent.volume_path);
+      rows.push_back(std::to_string(extent.start) + "-" + std::to_string(extent.end) + " " +
+                     extent.volume_path);
     }
-    return texts;
+    return rows;
   }
 
   std::vector<PartitionExtent> extents_;
@@ -74,19 +69,19 @@ class PartitionExtents : public DiskParserTest {
 
 TEST_F(PartitionExtents, EachRowGivesItsPlaceAndTheVolumeOfItsId) {
   EXPECT_EQ(RunOn({Row(PARTITION_STYLE_MBR, 512, 1024), Row(PARTITION_STYLE_GPT, 4096, 512)}), 0);
-  EXPECT_EQ(Texts(), (Strings{std::string("512-1536 ") + kId, std::string("4096-4608 ") + kId}));
+  EXPECT_EQ(RowTexts(), (Texts{std::string("512-1536 ") + kId, std::string("4096-4608 ") + kId}));
   EXPECT_TRUE(log_.empty());
 }
 
 TEST_F(PartitionExtents, ARowOfNeitherStyleHasNoVolume) {
   EXPECT_EQ(RunOn({Row(PARTITION_STYLE_RAW, 512, 1024)}), 0);
-  EXPECT_EQ(Texts(), (Strings{"512-1536 "}));
+  EXPECT_EQ(RowTexts(), (Texts{"512-1536 "}));
 }
 
 TEST_F(PartitionExtents, RowsAreAppendedToTheList) {
   extents_.push_back({1, 2, "former"});
   EXPECT_EQ(RunOn({Row(PARTITION_STYLE_RAW, 3, 4)}), 0);
-  EXPECT_EQ(Texts(), (Strings{"1-2 former", "3-7 "}));
+  EXPECT_EQ(RowTexts(), (Texts{"1-2 former", "3-7 "}));
 }
 
 TEST_F(PartitionExtents, ALayoutWithoutRowsGivesAnEmptyList) {
@@ -96,7 +91,7 @@ TEST_F(PartitionExtents, ALayoutWithoutRowsGivesAnEmptyList) {
 
 TEST_F(PartitionExtents, AnEndWrapsAt64Bits) {
   EXPECT_EQ(RunOn({Row(PARTITION_STYLE_RAW, -512, 1024)}), 0);
-  EXPECT_EQ(Texts(), (Strings{"18446744073709551104-512 "}));
+  EXPECT_EQ(RowTexts(), (Texts{"18446744073709551104-512 "}));
 }
 
 TEST_F(PartitionExtents, ALayoutOf101RowsFits) {
@@ -107,20 +102,20 @@ TEST_F(PartitionExtents, ALayoutOf101RowsFits) {
 TEST_F(PartitionExtents, ALayoutOf102RowsDoesNot) {
   EXPECT_EQ(RunOn(std::vector<PARTITION_INFORMATION_EX>(102, Row(PARTITION_STYLE_RAW, 0, 512))),
             -17);
-  EXPECT_EQ(AllLines(), (Strings{"1 [BackupRestore] GetDiskPartition failed. error=122"}));
+  EXPECT_EQ(AllLines(), (Texts{"1 [BackupRestore] GetDiskPartition failed. error=122"}));
   EXPECT_TRUE(extents_.empty());
 }
 
 TEST_F(PartitionExtents, TheBufferHasRoomFor101Rows) {
   EXPECT_EQ(GetDiskPartition(handle_, extents_), 0);
   EXPECT_EQ(machine_.calls().Lines(),
-            (Strings{"DeviceIoControl/IOCTL_DISK_GET_DRIVE_LAYOUT_EX disk 1 in 0 out 14592"}));
+            (Texts{"DeviceIoControl/IOCTL_DISK_GET_DRIVE_LAYOUT_EX disk 1 in 0 out 14592"}));
 }
 
 TEST_F(PartitionExtents, ALayoutThatCannotBeReadIsLogged) {
   machine_.calls().FailOn("DeviceIoControl/IOCTL_DISK_GET_DRIVE_LAYOUT_EX", 1, 1117);
   EXPECT_EQ(GetDiskPartition(handle_, extents_), -17);
-  EXPECT_EQ(AllLines(), (Strings{"1 [BackupRestore] GetDiskPartition failed. error=1117"}));
+  EXPECT_EQ(AllLines(), (Texts{"1 [BackupRestore] GetDiskPartition failed. error=1117"}));
   EXPECT_TRUE(extents_.empty());
 }
 

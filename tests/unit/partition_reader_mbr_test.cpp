@@ -17,12 +17,8 @@
 namespace velkora {
 namespace {
 
-using testing_support::MachineTest;
-using testing_support::Sector;
-using testing_support::WriteMbr;
-using testing_support::WriteSector;
+using namespace testing_support;
 
-using Strings = std::vector<std::string>;
 using Sectors = std::vector<std::uint64_t>;
 
 MbrPartitionRow Row(std::uint8_t type, std::uint32_t first, std::uint32_t count) {
@@ -125,7 +121,7 @@ TEST_F(ReadMbr, ChainGivesAbsoluteSectorsBetweenItsNeighbours) {
   EXPECT_EQ(FirstSectors(), (Sectors{2048, 10240, 20480, 40960, 4096}));
   EXPECT_EQ(rows_[2].type, 0x83);
   EXPECT_EQ(rows_[2].sector_count, 1000U);
-  EXPECT_EQ(AllLines(), (Strings{"1 test code 1", "1 test code 1", "1 test code 2"}));
+  EXPECT_EQ(AllLines(), (Texts{"1 test code 1", "1 test code 1", "1 test code 2"}));
 }
 
 TEST_F(ReadMbr, ChainRowsKeepTheirOtherBytes) {
@@ -193,7 +189,7 @@ TEST_F(ReadMbr, ChainEndsAtTypeZeroInSecondRow) {
   WriteSector(disk_, 3000, Record({Row(7, 63, 500)}));
   EXPECT_TRUE(Read());
   EXPECT_EQ(FirstSectors(), (Sectors{1063}));
-  EXPECT_EQ(AllLines(), (Strings{"1 test code 2"}));
+  EXPECT_EQ(AllLines(), (Texts{"1 test code 2"}));
 }
 
 TEST_F(ReadMbr, EmptyExtendedPartitionAddsNoRow) {
@@ -209,7 +205,7 @@ TEST_F(ReadMbr, AnEmptyFirstRowEndsTheChainInALaterRecordToo) {
   WriteSector(disk_, 1000, Record({Row(7, 63, 500), Row(5, 2000, 600)}));
   EXPECT_TRUE(Read());
   EXPECT_EQ(FirstSectors(), (Sectors{1063}));
-  EXPECT_EQ(AllLines(), (Strings{"1 test code 1"}));
+  EXPECT_EQ(AllLines(), (Texts{"1 test code 1"}));
 }
 
 TEST_F(ReadMbr, ChainDoesNotLookAtTypeAndCountOfTheFirstRow) {
@@ -272,21 +268,21 @@ TEST_F(ReadMbr, AChainThatComesBackToItsOwnRecordsEndsInBadAlloc) {
 TEST_F(ReadMbr, FailsWhenTheFirstSectorCannotBeSought) {
   machine_.calls().FailOn("SetFilePointer", 1, 6);
   EXPECT_FALSE(Read());
-  EXPECT_EQ(AllLines(), (Strings{"3 SetFilePointer Error: 6"}));
+  EXPECT_EQ(AllLines(), (Texts{"3 SetFilePointer Error: 6"}));
   EXPECT_EQ(machine_.calls().Count("ReadFile"), 0U);
 }
 
 TEST_F(ReadMbr, FailsWhenTheFirstSectorCannotBeRead) {
   machine_.calls().FailOn("ReadFile", 1, 23);
   EXPECT_FALSE(Read());
-  EXPECT_EQ(AllLines(), (Strings{"3 Read Error: 23"}));
+  EXPECT_EQ(AllLines(), (Texts{"3 Read Error: 23"}));
 }
 
 TEST_F(ReadMbr, AFailedSeekInTheChainFailsTheReadAndKeepsTheRows) {
   WriteMbr(disk_, {{7, 63, 8}, {5, 8192, 100000}}, {{7, 10240, 1000}, {7, 20480, 1000}});
   machine_.calls().FailOn("SetFilePointer", 3, 6);
   EXPECT_FALSE(Read());
-  EXPECT_EQ(AllLines(), (Strings{"1 test code 1", "3 SetFilePointer Error: 6"}));
+  EXPECT_EQ(AllLines(), (Texts{"1 test code 1", "3 SetFilePointer Error: 6"}));
   EXPECT_EQ(FirstSectors(), (Sectors{63, 10240}));
 }
 
@@ -294,14 +290,14 @@ TEST_F(ReadMbr, AFailedReadInTheChainFailsTheReadAndKeepsTheRows) {
   WriteMbr(disk_, {{7, 63, 8}, {5, 8192, 100000}, {7, 4096, 8}}, {{7, 10240, 1000}});
   machine_.calls().FailOn("ReadFile", 2, 23);
   EXPECT_FALSE(Read());
-  EXPECT_EQ(AllLines(), (Strings{"3 Read Error: 23"}));
+  EXPECT_EQ(AllLines(), (Texts{"3 Read Error: 23"}));
   EXPECT_EQ(FirstSectors(), (Sectors{63}));
 }
 
 TEST_F(ReadMbr, AContainerBehindTheDiskFailsTheRead) {
   WriteSector(disk_, 0, Record({Row(5, 0xFFFFFFFF, 1)}));
   EXPECT_FALSE(Read());
-  EXPECT_EQ(AllLines(), (Strings{"3 Read Error: 27"}));
+  EXPECT_EQ(AllLines(), (Texts{"3 Read Error: 27"}));
 }
 
 TEST_F(ReadMbr, AContainerBeyond4GibIsFoundThere) {

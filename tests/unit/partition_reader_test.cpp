@@ -17,20 +17,7 @@
 namespace velkora {
 namespace {
 
-using testing_support::GptEntry;
-using testing_support::kBasicDataGuid;
-using testing_support::kEfiSystemGuid;
-using testing_support::kLinuxGuid;
-using testing_support::MachineTest;
-using testing_support::MakeGptRow;
-using testing_support::ReadSector;
-using testing_support::Sector;
-using testing_support::WriteFat32BootSector;
-using testing_support::WriteGpt;
-using testing_support::WriteMbr;
-using testing_support::WriteSector;
-
-using Strings = std::vector<std::string>;
+using namespace testing_support;
 
 class ReadGpt : public MachineTest {
  protected:
@@ -165,7 +152,7 @@ TEST_F(ReadGpt, AnArrayBehindTheDiskFailsTheRead) {
   header[76] = 1;  // sector 2^32
   WriteSector(disk_, 1, header);
   EXPECT_FALSE(Read());
-  EXPECT_EQ(AllLines(), (Strings{"3 Read Error: 27"}));
+  EXPECT_EQ(AllLines(), (Texts{"3 Read Error: 27"}));
 }
 
 TEST_F(ReadGpt, AnArrayAtANegativePositionFailsTheSeek) {
@@ -173,7 +160,7 @@ TEST_F(ReadGpt, AnArrayAtANegativePositionFailsTheSeek) {
   header[78] = 0x40;  // sector 2^54, whose byte offset is the lowest negative number
   WriteSector(disk_, 1, header);
   EXPECT_FALSE(Read());
-  EXPECT_EQ(AllLines(), (Strings{"3 SetFilePointer Error: 131"}));
+  EXPECT_EQ(AllLines(), (Texts{"3 SetFilePointer Error: 131"}));
   EXPECT_EQ(machine_.calls().Count("ReadFile"), 1U);
 }
 
@@ -204,7 +191,7 @@ TEST_F(ReadGpt, FailsWhenTheHeaderCannotBeSought) {
   WriteGpt(disk_, Entries(5));
   machine_.calls().FailOn("SetFilePointer", 1, 131);
   EXPECT_FALSE(Read());
-  EXPECT_EQ(AllLines(), (Strings{"3 SetFilePointer Error: 131"}));
+  EXPECT_EQ(AllLines(), (Texts{"3 SetFilePointer Error: 131"}));
   EXPECT_EQ(machine_.calls().Count("ReadFile"), 0U);
 }
 
@@ -212,7 +199,7 @@ TEST_F(ReadGpt, FailsWhenTheHeaderCannotBeRead) {
   WriteGpt(disk_, Entries(5));
   machine_.calls().FailOn("ReadFile", 1, 23);
   EXPECT_FALSE(Read());
-  EXPECT_EQ(AllLines(), (Strings{"3 Read Error: 23"}));
+  EXPECT_EQ(AllLines(), (Texts{"3 Read Error: 23"}));
   EXPECT_EQ(machine_.calls().Count("ReadFile"), 1U);
 }
 
@@ -220,7 +207,7 @@ TEST_F(ReadGpt, FailsWhenTheArrayCannotBeSought) {
   WriteGpt(disk_, Entries(5));
   machine_.calls().FailOn("SetFilePointer", 2, 6);
   EXPECT_FALSE(Read());
-  EXPECT_EQ(AllLines(), (Strings{"3 SetFilePointer Error: 6"}));
+  EXPECT_EQ(AllLines(), (Texts{"3 SetFilePointer Error: 6"}));
   EXPECT_TRUE(rows_.empty());
 }
 
@@ -228,7 +215,7 @@ TEST_F(ReadGpt, FailsWhenTheArrayCannotBeRead) {
   WriteGpt(disk_, Entries(5));
   machine_.calls().FailOn("ReadFile", 2, 23);
   EXPECT_FALSE(Read());
-  EXPECT_EQ(AllLines(), (Strings{"3 Read Error: 23"}));
+  EXPECT_EQ(AllLines(), (Texts{"3 Read Error: 23"}));
   EXPECT_TRUE(rows_.empty());
 }
 
@@ -236,7 +223,7 @@ TEST_F(ReadGpt, AFailedSeekBetweenSectorsIsLoggedAndReadingGoesOn) {
   WriteGpt(disk_, Entries(9));
   machine_.calls().FailOn("SetFilePointer", 3, 6);
   EXPECT_TRUE(Read());
-  EXPECT_EQ(AllLines(), (Strings{"3 SetFilePointer Error: 6"}));
+  EXPECT_EQ(AllLines(), (Texts{"3 SetFilePointer Error: 6"}));
   EXPECT_EQ(rows_.size(), 9U) << "the position stood at the next sector anyway";
 }
 
@@ -244,7 +231,7 @@ TEST_F(ReadGpt, AFailedReadBetweenSectorsKeepsTheRowsReadSoFar) {
   WriteGpt(disk_, Entries(12));
   machine_.calls().FailOn("ReadFile", 4, 23);
   EXPECT_FALSE(Read());
-  EXPECT_EQ(AllLines(), (Strings{"3 Read Error: 23"}));
+  EXPECT_EQ(AllLines(), (Texts{"3 Read Error: 23"}));
   EXPECT_EQ(rows_.size(), 8U);
 }
 

@@ -11,14 +11,7 @@
 namespace velkora {
 namespace {
 
-using testing_support::GuidBytes;
-using testing_support::kBasicDataGuid;
-using testing_support::kEfiSystemGuid;
-using testing_support::kHiddenGuid;
-using testing_support::kLinuxGuid;
-using testing_support::kMicrosoftReservedGuid;
-using testing_support::kRecoveryGuid;
-using testing_support::MakeGptRow;
+using namespace testing_support;
 
 using Offsets = std::vector<std::uint64_t>;
 

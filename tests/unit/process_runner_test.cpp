@@ -6,12 +6,8 @@
 #include "platform/win32.h"
 #include "support/machine_fixture.h"
 
+namespace testing_support {
 namespace {
-
-using testing_support::LogLine;
-using testing_support::MachineTest;
-using Log = std::vector<LogLine>;
-using Texts = std::vector<std::string>;
 
 constexpr std::uint32_t kUntouched = 0xCDCDCDCD;
 
@@ -156,3 +152,4 @@ TEST_F(RunElevatedAndWait, TextThatIsNotUtf8StartsNothing) {
 }
 
 }  // namespace
+}  // namespace testing_support

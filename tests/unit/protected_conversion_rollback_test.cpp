@@ -19,18 +19,7 @@
 namespace velkora {
 namespace {
 
-using testing_support::Event;
-using testing_support::EventHook;
-using testing_support::EventList;
-using testing_support::Events;
-using testing_support::GptDiskTest;
-using testing_support::Joined;
-using testing_support::kNotRolledBack;
-using testing_support::kRolledBack;
-using testing_support::MbrDiskTest;
-using testing_support::ReadBytes;
-
-using Strings = std::vector<std::string>;
+using namespace testing_support;
 
 constexpr char kOpen[] = "CreateFileA/\\\\.\\PhysicalDrive1";
 constexpr char kCrash[] = "[BackupRestore] [E] RestoreDiskPartitionFromStorage crash!";
@@ -59,14 +48,14 @@ class Rollback : public GptDiskTest {
 TEST_F(Rollback, ItsLinesScriptsAndEventsStandInThisOrder) {
   EXPECT_TRUE(RollbackConvert(converter_, "gpt"));
   EXPECT_EQ(Steps(),
-            (Strings{"1 Restore Begin...", "1 DISKPART_Clean Begin...", "1 DISKPART_Clean Success!",
-                     "1 DISKPART_Convert Begin...", "1 DISKPART_Convert Success!",
-                     "1 [BackupRestore] DoRestore backup storage block count=4",
-                     "1 DISKPART_Rescan Begin...", "1 DISKPART_Rescan Success!",
-                     "1 RestoreVolumeInfosAfterConvert Begin...",
-                     "1 RestoreVolumeInfosAfterConvert End!", "1 Restore Succeed!"}));
-  EXPECT_EQ(scripts_, (Strings{"select disk 1\r\nclean\r\n", "select disk 1\r\nconvert gpt\r\n",
-                               "rescan\r\n"}));
+            (Texts{"1 Restore Begin...", "1 DISKPART_Clean Begin...", "1 DISKPART_Clean Success!",
+                   "1 DISKPART_Convert Begin...", "1 DISKPART_Convert Success!",
+                   "1 [BackupRestore] DoRestore backup storage block count=4",
+                   "1 DISKPART_Rescan Begin...", "1 DISKPART_Rescan Success!",
+                   "1 RestoreVolumeInfosAfterConvert Begin...",
+                   "1 RestoreVolumeInfosAfterConvert End!", "1 Restore Succeed!"}));
+  EXPECT_EQ(scripts_, (Texts{"select disk 1\r\nclean\r\n", "select disk 1\r\nconvert gpt\r\n",
+                             "rescan\r\n"}));
   EXPECT_EQ(Events(), kRolledBack);
   EXPECT_EQ(Table(), table_);
 }
@@ -78,18 +67,18 @@ TEST_F(Rollback, TheFormerStyleIsTheOneGiven) {
 
 TEST_F(Rollback, CallsToTheDiskStandBetweenConvertAndRescan) {
   EXPECT_TRUE(RollbackConvert(converter_, "gpt"));
-  const Strings steps = DeviceSteps();
+  const Texts steps = DeviceSteps();
   ASSERT_GE(steps.size(), 5U);
-  EXPECT_EQ(Strings(steps.begin(), steps.begin() + 5),
-            (Strings{"diskpart", "diskpart", "IOCTL_DISK_GET_DRIVE_LAYOUT_EX",
-                     "IOCTL_DISK_UPDATE_PROPERTIES", "diskpart"}));
+  EXPECT_EQ(Texts(steps.begin(), steps.begin() + 5),
+            (Texts{"diskpart", "diskpart", "IOCTL_DISK_GET_DRIVE_LAYOUT_EX",
+                   "IOCTL_DISK_UPDATE_PROPERTIES", "diskpart"}));
 }
 
 TEST_F(Rollback, StatusesAreSentAroundTheLastLine) {
-  Strings last_lines;
+  Texts last_lines;
   EventHook() = [&](Event) { last_lines.push_back(LastLine()); };
   EXPECT_TRUE(RollbackConvert(converter_, "gpt"));
-  EXPECT_EQ(last_lines, (Strings{"", "1 Restore Succeed!", "1 Restore Succeed!"}));
+  EXPECT_EQ(last_lines, (Texts{"", "1 Restore Succeed!", "1 Restore Succeed!"}));
 }
 
 TEST_F(Rollback, WithoutABackupTheRestoreCountsAsASuccess) {
@@ -106,8 +95,8 @@ TEST_F(Rollback, FailedRunsOfDiskpartChangeNothing) {
   EXPECT_EQ(Events(), kRolledBack);
   EXPECT_EQ(machine_.calls().Count("command/diskpart"), 3U);
   const std::string status = "GetExitCodeProcess fail, error: 1, last error: 0";
-  EXPECT_EQ(Lines(3), (Strings{status, "DISKPART_Clean Failed!", status, "DISKPART_Convert Failed!",
-                               status, "DISKPART_Rescan Failed!"}));
+  EXPECT_EQ(Lines(3), (Texts{status, "DISKPART_Clean Failed!", status, "DISKPART_Convert Failed!",
+                             status, "DISKPART_Rescan Failed!"}));
 }
 
 TEST_F(Rollback, LettersThatCannotBeRestoredAreLoggedAndForgiven) {
@@ -134,7 +123,7 @@ TEST_F(Rollback, ARestoreThatFailsTwiceSucceedsTheThirdTime) {
   machine_.calls().FailOn(kOpen, 1, 32);
   machine_.calls().FailOn(kOpen, 2, 32);
   EXPECT_TRUE(RollbackConvert(converter_, "gpt"));
-  EXPECT_EQ(Lines(3), (Strings{FailLine(1, -2), FailLine(2, -2)}));
+  EXPECT_EQ(Lines(3), (Texts{FailLine(1, -2), FailLine(2, -2)}));
   EXPECT_EQ(Events(), kRolledBack);
   EXPECT_EQ(Table(), table_);
   EXPECT_EQ(Opens(), 3U);
@@ -146,8 +135,8 @@ TEST_F(Rollback, ARestoreThatFailsThreeTimesKeepsTheBackup) {
   machine_.calls().FailOn(kOpen, 1, 32, simulator::Repeat::kFromThenOn);
   EXPECT_FALSE(RollbackConvert(converter_, "gpt"));
   EXPECT_EQ(Lines(3),
-            (Strings{FailLine(1, -2), FailLine(2, -2), FailLine(3, -2), "FindFirstVolumeA error 18",
-                     "RestoreVolumeInfos Error: 18", "Restore Fail!"}))
+            (Texts{FailLine(1, -2), FailLine(2, -2), FailLine(3, -2), "FindFirstVolumeA error 18",
+                   "RestoreVolumeInfos Error: 18", "Restore Fail!"}))
       << "the letters are tried, and there is no volume";
   EXPECT_EQ(scripts_.size(), 3U) << "the disk is scanned all the same";
   EXPECT_EQ(Events(), kNotRolledBack);
@@ -158,8 +147,8 @@ TEST_F(Rollback, ARestoreThatFailsThreeTimesKeepsTheBackup) {
 TEST_F(Rollback, AfterAFailedUpdateTheBackupIsGone) {
   FailControl("IOCTL_DISK_UPDATE_PROPERTIES", 1, 21);
   EXPECT_FALSE(RollbackConvert(converter_, "gpt"));
-  EXPECT_EQ(Lines(3), (Strings{"[BackupRestore] Restore update error=21", FailLine(1, -11), kCrash,
-                               FailLine(2, -18), kCrash, FailLine(3, -18), "Restore Fail!"}));
+  EXPECT_EQ(Lines(3), (Texts{"[BackupRestore] Restore update error=21", FailLine(1, -11), kCrash,
+                             FailLine(2, -18), kCrash, FailLine(3, -18), "Restore Fail!"}));
   EXPECT_EQ(Events(), kNotRolledBack);
   EXPECT_EQ(Table(), table_) << "it was written the first time";
   EXPECT_EQ(machine_.calls().Count("MiniDumpWriteDump"), 1U);
@@ -168,9 +157,9 @@ TEST_F(Rollback, AfterAFailedUpdateTheBackupIsGone) {
 TEST_F(Rollback, AfterAnUnreadableLayoutTheBackupIsGoneAndNothingWritten) {
   FailControl("IOCTL_DISK_GET_DRIVE_LAYOUT_EX", 1, 21);
   EXPECT_FALSE(RollbackConvert(converter_, "gpt"));
-  EXPECT_EQ(Lines(3), (Strings{FailLine(1, -17), kCrash, FailLine(2, -18), kCrash, FailLine(3, -18),
-                               "FindFirstVolumeA error 18", "RestoreVolumeInfos Error: 18",
-                               "Restore Fail!"}));
+  EXPECT_EQ(Lines(3),
+            (Texts{FailLine(1, -17), kCrash, FailLine(2, -18), kCrash, FailLine(3, -18),
+                   "FindFirstVolumeA error 18", "RestoreVolumeInfos Error: 18", "Restore Fail!"}));
   EXPECT_EQ(Events(), kNotRolledBack);
   EXPECT_EQ(machine_.calls().Count("WriteFile"), 0U);
 }
@@ -179,7 +168,7 @@ TEST_F(Rollback, AfterAnUnreadableLayoutTheBackupIsGoneAndNothingWritten) {
 TEST_F(Rollback, FailedWritesAreASuccess) {
   machine_.calls().FailOn("WriteFile", 1, 1117, simulator::Repeat::kFromThenOn);
   EXPECT_TRUE(RollbackConvert(converter_, "gpt"));
-  const Strings errors = Lines(3);
+  const Texts errors = Lines(3);
   ASSERT_GE(errors.size(), 4U);
   for (std::size_t i = 0; i < 4; ++i) {
     EXPECT_TRUE(errors[i].starts_with("[BackupRestore] Restore offset 0x")) << errors[i];

@@ -18,7 +18,9 @@
 namespace velkora {
 namespace {
 
-class RawDisk : public testing_support::MachineTest {
+using namespace testing_support;
+
+class RawDisk : public MachineTest {
  protected:
   RawDisk() : disk_(NewDisk(1, 1 << 20)), handle_(OpenDisk("\\\\.\\PhysicalDrive1", "Test")) {}
   ~RawDisk() override { win32::CloseHandle(handle_); }
@@ -31,8 +33,7 @@ TEST_F(RawDisk, WritesAtItsPlace) {
   std::array<std::byte, 512> sector;
   sector.fill(std::byte{7});
   EXPECT_EQ(WriteAt(handle_, 1024, sector), 512u);
-  EXPECT_EQ(testing_support::ReadBytes(disk_, 1024, 512),
-            std::vector<std::byte>(512, std::byte{7}));
+  EXPECT_EQ(ReadBytes(disk_, 1024, 512), std::vector<std::byte>(512, std::byte{7}));
 }
 
 TEST_F(RawDisk, PlaceThatIsNotReachedTakesNothing) {

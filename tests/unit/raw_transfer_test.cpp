@@ -8,13 +8,8 @@
 #include "simulator/volume.h"
 #include "support/machine_fixture.h"
 
+namespace testing_support {
 namespace {
-
-using testing_support::LogLine;
-using testing_support::MachineTest;
-using testing_support::ReadSector;
-using testing_support::Sector;
-using Log = std::vector<LogLine>;
 
 constexpr std::uint64_t kMiB = 1024 * 1024;
 constexpr std::uint64_t kGiB = 1024 * kMiB;
@@ -37,8 +32,8 @@ LARGE_INTEGER At(std::int64_t position) {
 class RawTransferTest : public MachineTest {
  protected:
   RawTransferTest() : disk_(NewDisk(1, 64 * kMiB)) {
-    testing_support::WriteMbr(disk_, {{12, 2048, kVolumeSectors}});
-    testing_support::WriteFat32BootSector(disk_, 2048, kVolumeSectors);
+    WriteMbr(disk_, {{12, 2048, kVolumeSectors}});
+    WriteFat32BootSector(disk_, 2048, kVolumeSectors);
     machine_.UpdateProperties(disk_);
     handle_ = velkora::GetDeviceHandleById(disk_.path().c_str());
     machine_.calls().Clear();
@@ -56,8 +51,8 @@ class ReadData : public RawTransferTest {};
 class WriteData : public RawTransferTest {};
 
 TEST_F(ReadData, MovesTheBytesAtThePosition) {
-  testing_support::WriteSector(disk_, 9, Filled(0x39));
-  testing_support::WriteSector(disk_, 10, Filled(0x3A));
+  WriteSector(disk_, 9, Filled(0x39));
+  WriteSector(disk_, 10, Filled(0x3A));
   LARGE_INTEGER position = At(9 * 512);
   std::array<std::uint8_t, 1024> buffer{};
   std::uint32_t done = kUntouched;
@@ -70,7 +65,7 @@ TEST_F(ReadData, MovesTheBytesAtThePosition) {
 }
 
 TEST_F(ReadData, CountMayBeLeftOut) {
-  testing_support::WriteSector(disk_, 5, Filled(0x77));
+  WriteSector(disk_, 5, Filled(0x77));
   LARGE_INTEGER position = At(5 * 512);
   Sector buffer{};
   EXPECT_TRUE(velkora::ReadData(&handle_, &position, buffer.data(), 512, nullptr));
@@ -79,7 +74,7 @@ TEST_F(ReadData, CountMayBeLeftOut) {
 
 TEST_F(ReadData, PositionBeyondFourGibibytesIsReached) {
   simulator::Disk& large = NewDisk(2, 5 * kGiB);
-  testing_support::WriteSector(large, 4 * kGiB / 512 + 3, Filled(0x44));
+  WriteSector(large, 4 * kGiB / 512 + 3, Filled(0x44));
   HANDLE handle = velkora::GetDeviceHandleById(large.path().c_str());
   LARGE_INTEGER position = At(4 * kGiB + 3 * 512);
   Sector buffer{};
@@ -114,7 +109,7 @@ TEST_F(ReadData, FailedSeekIsRetriedWithoutALine) {
 }
 
 TEST_F(ReadData, FailedReadIsLoggedAndRetried) {
-  testing_support::WriteSector(disk_, 1, Filled(0x11));
+  WriteSector(disk_, 1, Filled(0x11));
   machine_.calls().FailOn("ReadFile", 1, 23);
   LARGE_INTEGER position = At(512);
   Sector buffer{};
@@ -152,7 +147,7 @@ TEST_F(ReadData, SeeksAndReadsShareTheThreeAttempts) {
 // A volume handle trims a read that crosses the volume's end, and that is no error to the system:
 // the code in the line is whatever was left from before.
 TEST_F(ReadData, ThirdShortReadFromTheSamePositionEndsIt) {
-  testing_support::WriteSector(disk_, 2048 + kVolumeSectors - 1, Filled(0xEE));
+  WriteSector(disk_, 2048 + kVolumeSectors - 1, Filled(0xEE));
   const std::string path = machine_.FindVolumeAt(1, 2048 * 512)->path;
   HANDLE volume = velkora::GetDeviceHandleById(path.c_str());
   LARGE_INTEGER position = At((kVolumeSectors - 1) * 512);
@@ -223,3 +218,4 @@ TEST_F(WriteData, WriteIntoAMountedVolumeIsRefusedThreeTimes) {
 }
 
 }  // namespace
+}  // namespace testing_support

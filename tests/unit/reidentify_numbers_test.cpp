@@ -5,13 +5,8 @@
 #include "disk/reidentify.h"
 #include "support/machine_fixture.h"
 
+namespace testing_support {
 namespace {
-
-using testing_support::LogLine;
-using testing_support::MachineTest;
-using testing_support::MbrEntry;
-using Log = std::vector<LogLine>;
-using Texts = std::vector<std::string>;
 
 constexpr std::uint64_t kMiB = 1024 * 1024;
 constexpr char kGetLayout[] = "DeviceIoControl/IOCTL_DISK_GET_DRIVE_LAYOUT_EX";
@@ -23,17 +18,17 @@ class RenumberPartitions : public MachineTest {
   RenumberPartitions() : disk_(NewDisk(1, 64 * kMiB)) {}
 
   bool Renumber(const std::vector<MbrEntry>& entries) {
-    testing_support::WriteMbr(disk_, entries);
+    WriteMbr(disk_, entries);
     return RenumberPresentTable();
   }
   // What stands in the table afterwards was written by the renumbering: behind the system's back it
   // is cleared before.
   bool RenumberClearedTable(const std::vector<MbrEntry>& entries) {
-    testing_support::WriteMbr(disk_, entries);
+    WriteMbr(disk_, entries);
     machine_.UpdateProperties(disk_);
-    testing_support::Sector sector = testing_support::ReadSector(disk_, 0);
+    Sector sector = ReadSector(disk_, 0);
     std::fill(sector.begin() + 446, sector.begin() + 510, std::uint8_t{0});
-    testing_support::WriteSector(disk_, 0, sector);
+    WriteSector(disk_, 0, sector);
     return RenumberOpenDisk();
   }
   // The table that the disk has.
@@ -43,7 +38,7 @@ class RenumberPartitions : public MachineTest {
   }
   // The first sectors of the table's four rows.
   std::vector<std::uint32_t> FirstSectors() {
-    const testing_support::Sector sector = testing_support::ReadSector(disk_, 0);
+    const Sector sector = ReadSector(disk_, 0);
     std::vector<std::uint32_t> sectors(4);
     for (std::size_t i = 0; i < 4; ++i) std::memcpy(&sectors[i], &sector[446 + 16 * i + 8], 4);
     return sectors;
@@ -101,15 +96,15 @@ TEST_F(RenumberPartitions, RowsWithoutANumberAreNotMarked) {
 }
 
 TEST_F(RenumberPartitions, GptRowsAreNumberedByTheirStartsToo) {
-  testing_support::WriteGpt(disk_, {{testing_support::kBasicDataGuid, 40960, 43007, 1},
-                                    {testing_support::kEfiSystemGuid, 2048, 6143, 2},
-                                    {testing_support::kLinuxGuid, 20480, 28671, 3}});
-  const auto before = testing_support::ReadBytes(disk_, 1024, 3 * 128);
+  WriteGpt(disk_, {{kBasicDataGuid, 40960, 43007, 1},
+                   {kEfiSystemGuid, 2048, 6143, 2},
+                   {kLinuxGuid, 20480, 28671, 3}});
+  const auto before = ReadBytes(disk_, 1024, 3 * 128);
   EXPECT_TRUE(RenumberPresentTable());
   EXPECT_EQ(log_[3], (LogLine{1, RowText("now", 3, 40960, 2048)}));
   EXPECT_EQ(log_[4], (LogLine{1, RowText("now", 1, 2048, 4096)}));
   EXPECT_EQ(log_[5], (LogLine{1, RowText("now", 2, 20480, 8192)}));
-  EXPECT_EQ(testing_support::ReadBytes(disk_, 1024, 3 * 128), before);
+  EXPECT_EQ(ReadBytes(disk_, 1024, 3 * 128), before);
 }
 
 TEST_F(RenumberPartitions, HandleIsLeftOpen) {
@@ -150,3 +145,4 @@ TEST_F(RenumberPartitions, EmptyTableIsWrittenBackEmpty) {
 }
 
 }  // namespace
+}  // namespace testing_support

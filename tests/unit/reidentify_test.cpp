@@ -12,14 +12,8 @@
 #include "support/caller_record.h"
 #include "support/machine_fixture.h"
 
+namespace testing_support {
 namespace {
-
-using testing_support::CallerRecord;
-using testing_support::LogLine;
-using testing_support::MachineTest;
-using testing_support::SetText;
-using Log = std::vector<LogLine>;
-using Texts = std::vector<std::string>;
 
 constexpr std::uint64_t kMiB = 1024 * 1024;
 constexpr std::uint64_t kFirstOffset = 2048 * 512;
@@ -33,9 +27,9 @@ class ReidentifyVolumes : public MachineTest {
  protected:
   ReidentifyVolumes() : disk_(NewDisk(1, 64 * kMiB)), record_(DiskType::kMbr, 1) {
     machine_.switches().automount = false;
-    testing_support::WriteMbr(disk_, {{7, 2048, 30720}, {7, 34816, 30720}});
-    testing_support::WriteNtfsBootSector(disk_, 2048, 30719);
-    testing_support::WriteNtfsBootSector(disk_, 34816, 30719);
+    WriteMbr(disk_, {{7, 2048, 30720}, {7, 34816, 30720}});
+    WriteNtfsBootSector(disk_, 2048, 30719);
+    WriteNtfsBootSector(disk_, 34816, 30719);
     machine_.UpdateProperties(disk_);
     machine_.SetLetter(1, kFirstOffset, 'D');
     record_.Add(kSecondOffset);
@@ -166,7 +160,7 @@ TEST_F(CheckAndUpdateVolumeId, LostPathIsFoundByItsPlaceAndReplacedWhole) {
 // With another signature on its disk a volume has another name.
 TEST_F(CheckAndUpdateVolumeId, VolumeThatChangedItsNameIsFound) {
   SetText(volume().volume_id, PathAt(kSecondOffset));
-  testing_support::WriteMbr(disk_, {{7, 2048, 30720}, {7, 34816, 30720}}, {}, 2048, 0x5EC0DD15);
+  WriteMbr(disk_, {{7, 2048, 30720}, {7, 34816, 30720}}, {}, 2048, 0x5EC0DD15);
   machine_.UpdateProperties(disk_);
   ASSERT_NE(PathAt(kSecondOffset), StoredPath());
   EXPECT_TRUE(Check());
@@ -297,3 +291,4 @@ TEST_F(LogDiskSerials, ListOfDisksThatFailsIsLogged) {
 }
 
 }  // namespace
+}  // namespace testing_support

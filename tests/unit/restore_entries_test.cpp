@@ -15,13 +15,9 @@
 namespace velkora {
 namespace {
 
-using testing_support::BackupDiskTest;
-using testing_support::MarkRange;
-using testing_support::ReadBytes;
-using testing_support::WriteMbr;
+using namespace testing_support;
 
 using ByteList = std::vector<std::byte>;
-using Strings = std::vector<std::string>;
 
 constexpr char kPath[] = "X:\\disk.backup";
 constexpr char kLayout[] = "DeviceIoControl/IOCTL_DISK_GET_DRIVE_LAYOUT_EX";
@@ -73,9 +69,9 @@ TEST_F(RestoreEntry, AStorageWithoutBlocksSucceedsAndStays) {
   FillBackupStorage(&storage, kDevice, {});
   machine_.calls().Clear();
   for (int i = 0; i < 2; ++i) EXPECT_EQ(RestoreDiskPartitionFromStorage(storage), 0);
-  const Strings lines = {"1 [BackupRestore] DoRestore backup storage block count=0",
-                         "1 [BackupRestore] DoRestore backup storage block count zero"};
-  EXPECT_EQ(AllLines(), (Strings{lines[0], lines[1], lines[0], lines[1]}));
+  const Texts lines = {"1 [BackupRestore] DoRestore backup storage block count=0",
+                       "1 [BackupRestore] DoRestore backup storage block count zero"};
+  EXPECT_EQ(AllLines(), (Texts{lines[0], lines[1], lines[0], lines[1]}));
   EXPECT_TRUE(machine_.calls().calls().empty());
   EXPECT_EQ(ReleaseBackupData(storage), 0);
 }
@@ -91,10 +87,9 @@ TEST_F(RestoreEntry, ADiskThatCannotBeOpenedLeavesTheBackupWhole) {
   BackupStorage* storage = NewStorage();
   machine_.calls().FailOn("CreateFileA", 1, 32);
   EXPECT_EQ(RestoreDiskPartitionFromStorage(storage), -2);
-  EXPECT_EQ(AllLines(),
-            (Strings{"1 [BackupRestore] DoRestore backup storage block count=1",
-                     "1 [BackupRestore] DoRestore OpenDisk \\\\.\\PhysicalDrive1 failed. "
-                     "error = 32"}));
+  EXPECT_EQ(AllLines(), (Texts{"1 [BackupRestore] DoRestore backup storage block count=1",
+                               "1 [BackupRestore] DoRestore OpenDisk \\\\.\\PhysicalDrive1 failed. "
+                               "error = 32"}));
   ExpectNotWritten();
   EXPECT_EQ(RestoreDiskPartitionFromStorage(storage), 0) << "a second try is a real one";
   ExpectRestored();
@@ -107,7 +102,7 @@ TEST_F(RestoreEntry, ALayoutThatCannotBeReadWritesNothingAndReleasesTheBackup) {
   EXPECT_EQ(Lines(1).back(), "[BackupRestore] GetDiskPartition failed. error=1117");
   EXPECT_TRUE(Lines(3).empty());
   EXPECT_EQ(RestoreDiskPartitionFromStorage(storage), -18);
-  EXPECT_EQ(Lines(3), (Strings{kCrash}));
+  EXPECT_EQ(Lines(3), (Texts{kCrash}));
   ExpectNotWritten();
   EXPECT_EQ(machine_.calls().Count(kUpdate), 0U);
   EXPECT_TRUE(machine_.handles().Open().empty());
@@ -117,7 +112,7 @@ TEST_F(RestoreEntry, PropertiesThatCannotBeUpdatedLeaveTheWritesAndReleaseTheBac
   BackupStorage* storage = NewStorage();
   machine_.calls().FailOn(kUpdate, 1, 21);
   EXPECT_EQ(RestoreDiskPartitionFromStorage(storage), -11);
-  EXPECT_EQ(Lines(3), (Strings{"[BackupRestore] Restore update error=21"}));
+  EXPECT_EQ(Lines(3), (Texts{"[BackupRestore] Restore update error=21"}));
   ExpectRestored();
   EXPECT_TRUE(machine_.handles().Open().empty());
   EXPECT_EQ(ReleaseBackupData(storage), -18);
@@ -128,7 +123,7 @@ TEST_F(RestoreEntry, AReleasedBackupEndsInTheGuardAndWritesNothing) {
   EXPECT_EQ(ReleaseBackupData(storage), 0);
   EXPECT_EQ(RestoreDiskPartitionFromStorage(storage), -18);
   EXPECT_EQ(RestoreDiskPartitionFromStorage(storage), -18);
-  EXPECT_EQ(Lines(3), (Strings{kCrash, kCrash}));
+  EXPECT_EQ(Lines(3), (Texts{kCrash, kCrash}));
   ExpectNotWritten();
   EXPECT_EQ(machine_.calls().Count(std::string("CreateFileA/") + kDevice), 0U);
 }
@@ -145,7 +140,7 @@ TEST_F(RestoreEntry, AStorageWithoutAPathOpensNoDisk) {
 TEST_F(RestoreEntry, AFileGoesBackToTheDiskThatItNames) {
   NewFile();
   EXPECT_EQ(RestoreDiskPartition(kPath), 0);
-  EXPECT_EQ(AllLines(), (Strings{"1 [BackupRestore] DoRestore path=X:\\disk.backup"}));
+  EXPECT_EQ(AllLines(), (Texts{"1 [BackupRestore] DoRestore path=X:\\disk.backup"}));
   ExpectRestored();
   EXPECT_EQ(machine_.calls().Count("fclose"), 1U);
   EXPECT_TRUE(machine_.handles().Open().empty());
@@ -156,8 +151,8 @@ TEST_F(RestoreEntry, AMissingFileOpensNoDisk) {
   machine_.calls().Clear();
   EXPECT_EQ(RestoreDiskPartition("X:\\missing.backup"), -9);
   EXPECT_EQ(AllLines(),
-            (Strings{"1 [BackupRestore] DoRestore path=X:\\missing.backup",
-                     "1 [BackupRestore] DoRestore fopen X:\\missing.backup failed. error = 2"}));
+            (Texts{"1 [BackupRestore] DoRestore path=X:\\missing.backup",
+                   "1 [BackupRestore] DoRestore fopen X:\\missing.backup failed. error = 2"}));
   EXPECT_EQ(machine_.calls().Count("CreateFileA"), 0U);
 }
 
@@ -189,7 +184,7 @@ TEST_F(RestoreEntry, AFilesPropertiesThatCannotBeUpdatedAreItsCode) {
   NewFile();
   machine_.calls().FailOn(kUpdate, 1, 21);
   EXPECT_EQ(RestoreDiskPartition(kPath), -11);
-  EXPECT_EQ(Lines(3), (Strings{"[BackupRestore] Restore update error=21"}));
+  EXPECT_EQ(Lines(3), (Texts{"[BackupRestore] Restore update error=21"}));
   ExpectRestored();
 }
 
@@ -207,7 +202,7 @@ TEST_F(RestoreEntry, AFileWithoutBlocksStillReadsTheLayoutAndUpdates) {
 TEST_F(RestoreEntry, ADamagedFileIsNamedAfterItsEntryPoint) {
   std::ofstream(folder_.path() / "disk.backup") << "x";
   EXPECT_EQ(RestoreDiskPartition(kPath), -18);
-  EXPECT_EQ(Lines(3), (Strings{"[BackupRestore] [E] RestoreDiskPartition crash!"}));
+  EXPECT_EQ(Lines(3), (Texts{"[BackupRestore] [E] RestoreDiskPartition crash!"}));
   EXPECT_EQ(dump_written, 1);
 }
 
@@ -237,7 +232,7 @@ TEST_F(RestoreEntry, ReleasingABackupTwiceEndsInTheGuard) {
   BackupStorage* storage = NewStorage();
   EXPECT_EQ(ReleaseBackupData(storage), 0);
   EXPECT_EQ(ReleaseBackupData(storage), -18);
-  EXPECT_EQ(AllLines(), (Strings{"3 [BackupRestore] [E] ReleaseBackupData crash!"}));
+  EXPECT_EQ(AllLines(), (Texts{"3 [BackupRestore] [E] ReleaseBackupData crash!"}));
 }
 
 }  // namespace

@@ -12,12 +12,7 @@
 namespace velkora {
 namespace {
 
-using testing_support::BackupDiskTest;
-using testing_support::kBasicDataGuid;
-using testing_support::WriteGpt;
-using testing_support::WriteNtfsBootSector;
-
-using Strings = std::vector<std::string>;
+using namespace testing_support;
 
 constexpr char kInFront[] = "volume \\\\?\\Volume{02020202-0202-0202-0202-020202020202}";
 constexpr char kBehind[] = "volume \\\\?\\Volume{01010101-0101-0101-0101-010101010101}";
@@ -41,8 +36,8 @@ class RestoreOrder : public BackupDiskTest {
     if (result == -2) ReleaseBackupData(storage);
     return result;
   }
-  Strings Dismounted() {
-    Strings volumes;
+  Texts Dismounted() {
+    Texts volumes;
     for (const simulator::Call& call : machine_.calls().calls()) {
       if (call.name == "DeviceIoControl" && call.detail == "FSCTL_DISMOUNT_VOLUME") {
         volumes.push_back(call.arguments.substr(0, call.arguments.find(" in ")));
@@ -61,12 +56,12 @@ class RestoreOrder : public BackupDiskTest {
 
 TEST_F(RestoreOrder, OfTwoVolumesTheFirstOfTheTableIsDismounted) {
   EXPECT_EQ(RestoreBlock(kBorder - 512, 1024), 0);
-  EXPECT_EQ(Dismounted(), (Strings{kBehind}));
+  EXPECT_EQ(Dismounted(), (Texts{kBehind}));
 }
 
 TEST_F(RestoreOrder, TheSecondRowIsFoundWhereTheBlockLiesInItAlone) {
   EXPECT_EQ(RestoreBlock(kBorder - 512, 512), 0);
-  EXPECT_EQ(Dismounted(), (Strings{kInFront}));
+  EXPECT_EQ(Dismounted(), (Texts{kInFront}));
 }
 
 TEST_F(RestoreOrder, ARowOfNeitherStyleIsNotDismounted) {
@@ -75,13 +70,13 @@ TEST_F(RestoreOrder, ARowOfNeitherStyleIsNotDismounted) {
   EXPECT_TRUE(Dismounted().empty());
   EXPECT_EQ(machine_.calls().Count("CreateFileA"), 1U) << "the disk alone";
   EXPECT_EQ(machine_.calls().Count("WriteFile"), 1U);
-  EXPECT_EQ(Lines(1), (Strings{"[BackupRestore] DoRestore backup storage block count=1"}));
+  EXPECT_EQ(Lines(1), (Texts{"[BackupRestore] DoRestore backup storage block count=1"}));
 }
 
 TEST_F(RestoreOrder, ARowOfNeitherStyleHidesNoneBehindIt) {
   SetStyle(0, PARTITION_STYLE_RAW);
   EXPECT_EQ(RestoreBlock(kBorder - 512, 1024), 0);
-  EXPECT_EQ(Dismounted(), (Strings{kInFront}));
+  EXPECT_EQ(Dismounted(), (Texts{kInFront}));
 }
 
 // ---- The disk -----------------------------------------------------------------------------------

@@ -13,15 +13,9 @@
 namespace velkora {
 namespace {
 
-using testing_support::BackupDiskTest;
-using testing_support::kBasicDataGuid;
-using testing_support::ReadBytes;
-using testing_support::WriteGpt;
-using testing_support::WriteMbr;
-using testing_support::WriteNtfsBootSector;
+using namespace testing_support;
 
 using ByteList = std::vector<std::byte>;
-using Strings = std::vector<std::string>;
 
 constexpr char kCount1[] = "1 [BackupRestore] DoRestore backup storage block count=1";
 constexpr char kFirstVolume[] = "\\\\?\\Volume{01010101-0101-0101-0101-010101010101}";
@@ -45,8 +39,8 @@ class Restore : public BackupDiskTest {
     FillBackupStorage(&storage, device, blocks);
     return RestoreDiskPartitionFromStorage(storage);
   }
-  Strings Dismounted() {
-    Strings paths;
+  Texts Dismounted() {
+    Texts paths;
     for (const simulator::Call& call : machine_.calls().calls()) {
       if (call.name == "DeviceIoControl" && call.detail == "FSCTL_DISMOUNT_VOLUME") {
         paths.push_back(call.arguments.substr(0, call.arguments.find(" in ")));
@@ -63,7 +57,7 @@ TEST_F(Restore, BlocksGoBackToTheirPlaces) {
   ExpectBytesOfDisk(blocks);
   EXPECT_EQ(ReadBytes(disk_, 512, 512), Filled(512, 0));
   EXPECT_EQ(Count("WriteFile"), 3U) << "one for each block";
-  EXPECT_EQ(AllLines(), (Strings{"1 [BackupRestore] DoRestore backup storage block count=3"}));
+  EXPECT_EQ(AllLines(), (Texts{"1 [BackupRestore] DoRestore backup storage block count=3"}));
   EXPECT_TRUE(machine_.handles().Open().empty());
 }
 
@@ -71,18 +65,18 @@ TEST_F(Restore, TheStepsStandInThisOrder) {
   PutTwoVolumes();
   EXPECT_EQ(Run({{kMiB, Filled(512, 1)}}), 0);
   EXPECT_EQ(machine_.calls().Lines(),
-            (Strings{"CreateFileA/\\\\.\\PhysicalDrive1 access 0xc0000000 share 0x3 disposition 3 "
-                     "flags 0xb0000000",
-                     "DeviceIoControl/IOCTL_DISK_GET_DRIVE_LAYOUT_EX disk 1 in 0 out 14592",
-                     std::string("CreateFileA/") + kFirstVolume +
-                         " access 0x80000000 share 0x3 disposition 3 flags 0x0",
-                     std::string("DeviceIoControl/FSCTL_DISMOUNT_VOLUME volume ") + kFirstVolume +
-                         " in 0 out 0",
-                     "SetFilePointerEx/disk 1 distance 1048576 method 0",
-                     "WriteFile/disk 1 offset 1048576 length 512",
-                     std::string("CloseHandle/volume ") + kFirstVolume,
-                     "DeviceIoControl/IOCTL_DISK_UPDATE_PROPERTIES disk 1 in 0 out 0",
-                     "CloseHandle/disk 1"}));
+            (Texts{"CreateFileA/\\\\.\\PhysicalDrive1 access 0xc0000000 share 0x3 disposition 3 "
+                   "flags 0xb0000000",
+                   "DeviceIoControl/IOCTL_DISK_GET_DRIVE_LAYOUT_EX disk 1 in 0 out 14592",
+                   std::string("CreateFileA/") + kFirstVolume +
+                       " access 0x80000000 share 0x3 disposition 3 flags 0x0",
+                   std::string("DeviceIoControl/FSCTL_DISMOUNT_VOLUME volume ") + kFirstVolume +
+                       " in 0 out 0",
+                   "SetFilePointerEx/disk 1 distance 1048576 method 0",
+                   "WriteFile/disk 1 offset 1048576 length 512",
+                   std::string("CloseHandle/volume ") + kFirstVolume,
+                   "DeviceIoControl/IOCTL_DISK_UPDATE_PROPERTIES disk 1 in 0 out 0",
+                   "CloseHandle/disk 1"}));
   EXPECT_EQ(ReadBytes(disk_, kMiB, 512), Filled(512, 1));
 }
 
@@ -120,17 +114,17 @@ TEST_F(Restore, UnusedRowsOfAnMbrOverlapNothing) {
 TEST_F(Restore, ABlockAcrossTwoVolumesDismountsTheFirstAlone) {
   PutTwoVolumes();
   EXPECT_EQ(Run({{5 * kMiB - 512, Filled(1024, 1)}}), 0);
-  EXPECT_EQ(Dismounted(), (Strings{std::string("volume ") + kFirstVolume}));
-  EXPECT_EQ(Lines(3), (Strings{"[BackupRestore] Restore offset 0x4ffe00 failed! write 1024 bytes, "
-                               "ret=0, error=5"}))
+  EXPECT_EQ(Dismounted(), (Texts{std::string("volume ") + kFirstVolume}));
+  EXPECT_EQ(Lines(3), (Texts{"[BackupRestore] Restore offset 0x4ffe00 failed! write 1024 bytes, "
+                             "ret=0, error=5"}))
       << "the other one is still mounted";
 }
 
 TEST_F(Restore, ALaterBlockDismountsTheSecond) {
   PutTwoVolumes();
   EXPECT_EQ(Run({{5 * kMiB - 512, Filled(1024, 1)}, {5 * kMiB - 1024, Filled(1536, 2)}}), 0);
-  EXPECT_EQ(Dismounted(), (Strings{std::string("volume ") + kFirstVolume,
-                                   std::string("volume ") + kSecondVolume}));
+  EXPECT_EQ(Dismounted(),
+            (Texts{std::string("volume ") + kFirstVolume, std::string("volume ") + kSecondVolume}));
   EXPECT_EQ(Lines(3).size(), 1U) << "the first of the two writes came too early";
 }
 
@@ -161,9 +155,9 @@ TEST_F(Restore, AnEmptyBlockInsideAVolumeDismountsItAndWritesNothing) {
   PutTwoVolumes();
   const std::uint64_t written = disk_.device().bytes_written();
   EXPECT_EQ(Run({{2 * kMiB, {}}}), 0);
-  EXPECT_EQ(Dismounted(), (Strings{std::string("volume ") + kFirstVolume}));
+  EXPECT_EQ(Dismounted(), (Texts{std::string("volume ") + kFirstVolume}));
   EXPECT_EQ(disk_.device().bytes_written(), written);
-  EXPECT_EQ(AllLines(), (Strings{kCount1}));
+  EXPECT_EQ(AllLines(), (Texts{kCount1}));
 }
 
 // Its end is the partition's start.
@@ -178,11 +172,11 @@ TEST_F(Restore, AVolumeThatCannotBeOpenedIsLoggedAndTheWriteTried) {
   machine_.calls().FailOn(std::string("CreateFileA/") + kFirstVolume, 1, 2);
   EXPECT_EQ(Run({{2 * kMiB, Filled(512, 1)}}), 0);
   EXPECT_EQ(AllLines(),
-            (Strings{kCount1,
-                     std::string("1 [BackupRestore] Restore dismount volume ") + kFirstVolume +
-                         " failed. error=6",
-                     "3 [BackupRestore] Restore offset 0x200000 failed! write 512 bytes, ret=0, "
-                     "error=5"}));
+            (Texts{kCount1,
+                   std::string("1 [BackupRestore] Restore dismount volume ") + kFirstVolume +
+                       " failed. error=6",
+                   "3 [BackupRestore] Restore offset 0x200000 failed! write 512 bytes, ret=0, "
+                   "error=5"}));
   EXPECT_EQ(Count("CloseHandle"), 2U) << "the handle that is none is closed like the others";
 }
 
@@ -215,15 +209,15 @@ TEST_F(Restore, APlaceThatIsNotReachedIsNotWritten) {
   machine_.calls().FailOn("SetFilePointerEx", 1, 131);
   EXPECT_EQ(Run({{kMiB, Filled(512, 1)}}), 0);
   EXPECT_EQ(Count("WriteFile"), 0U);
-  EXPECT_EQ(Lines(3), (Strings{"[BackupRestore] Restore offset 0x100000 failed! write 512 bytes, "
-                               "ret=0, error=131"}));
+  EXPECT_EQ(Lines(3), (Texts{"[BackupRestore] Restore offset 0x100000 failed! write 512 bytes, "
+                             "ret=0, error=131"}));
 }
 
 TEST_F(Restore, ABlockBehindTheDisksEndIsLoggedWithTheLow32BitsOfItsPlace) {
   const std::uint64_t beyond = (std::uint64_t{5} << 32) + 0x1200;
   EXPECT_EQ(Run({{beyond, Filled(512, 1)}}), 0);
-  EXPECT_EQ(Lines(3), (Strings{"[BackupRestore] Restore offset 0x1200 failed! write 512 bytes, "
-                               "ret=0, error=27"}));
+  EXPECT_EQ(Lines(3), (Texts{"[BackupRestore] Restore offset 0x1200 failed! write 512 bytes, "
+                             "ret=0, error=27"}));
 }
 
 // As an alternate header of sector 0 makes it.
@@ -243,8 +237,8 @@ TEST_F(Restore, ACrashAbandonsDiskVolumeAndBackup) {
   };
   EXPECT_EQ(RestoreDiskPartitionFromStorage(storage), -18);
   machine_.calls().on_call = nullptr;
-  EXPECT_EQ(Lines(3), (Strings{"[BackupRestore] [E] RestoreDiskPartitionFromStorage crash!"}));
-  EXPECT_EQ(machine_.handles().Open(), (Strings{"disk 1", std::string("volume ") + kFirstVolume}));
+  EXPECT_EQ(Lines(3), (Texts{"[BackupRestore] [E] RestoreDiskPartitionFromStorage crash!"}));
+  EXPECT_EQ(machine_.handles().Open(), (Texts{"disk 1", std::string("volume ") + kFirstVolume}));
   EXPECT_EQ(ReleaseBackupData(storage), 0);
 }
 

@@ -13,25 +13,15 @@
 namespace velkora {
 namespace {
 
-using testing_support::Event;
-using testing_support::Events;
-using testing_support::GptDiskTest;
-using testing_support::GptEntry;
-using testing_support::kBasicDataGuid;
-using testing_support::kMicrosoftReservedGuid;
-using testing_support::MbrDiskTest;
-using testing_support::MbrEntry;
-using testing_support::ReadBytes;
-using testing_support::RecordEvent;
+using namespace testing_support;
 
 using EventList = std::vector<Event>;
 using Offsets = std::vector<std::uint64_t>;
-using Strings = std::vector<std::string>;
 
 constexpr char kOpen[] = "CreateFileA/\\\\.\\PhysicalDrive1";
 constexpr char kStaleRelease[] = "[BackupRestore] [E] ReleaseBackupData crash!";
-const Strings kStaleBackup = {"[BackupRestore] [E] BackupDiskPartitionToStorage crash!",
-                              "BackupDiskPartitionToStorage error -18"};
+const Texts kStaleBackup = {"[BackupRestore] [E] BackupDiskPartitionToStorage crash!",
+                            "BackupDiskPartitionToStorage error -18"};
 const EventList kBackupFailed = {{0, 8}, {1, 100}};
 
 // ---- The record and the offsets -----------------------------------------------------------------
@@ -90,7 +80,7 @@ class SecondConvert : public GptDiskTest {
  protected:
   void SetUp() override { SetUpDisk(SpacedEntries(2)); }
   std::int32_t Run() { return converter_.Convert(&record_.disk(), &RecordEvent); }
-  void ExpectFailedBackup(const Strings& errors) {
+  void ExpectFailedBackup(const Texts& errors) {
     Events().clear();
     log_.clear();
     scripts_.clear();

@@ -11,6 +11,8 @@
 namespace velkora {
 namespace {
 
+using namespace testing_support;
+
 constexpr std::int64_t kMib = 1024 * 1024;
 
 // Partitions of 10 MiB, one behind the other, with these numbers; one more row that is not in use.
@@ -106,15 +108,14 @@ TEST_F(ShortenPartitionTest, RestOfASectorIsDropped) {
 TEST_F(ShortenPartitionTest, CountAboveTheBufferIsAnAccessViolation) {
   Fill({1, 2, 3});
   layout_.header().PartitionCount = 9;
-  EXPECT_EQ(testing_support::FaultOf([&] { ShortenPartition(layout_, 2, 3); }),
-            EXCEPTION_ACCESS_VIOLATION);
+  EXPECT_EQ(FaultOf([&] { ShortenPartition(layout_, 2, 3); }), EXCEPTION_ACCESS_VIOLATION);
 }
 #endif
 
-class GetLayoutTest : public testing_support::MachineTest {
+class GetLayoutTest : public MachineTest {
  protected:
   GetLayoutTest() : disk_(NewDisk(1, 64 * kMib)) {
-    testing_support::WriteMbr(disk_, {{7, 2048, 4096}, {12, 8192, 4096}});
+    WriteMbr(disk_, {{7, 2048, 4096}, {12, 8192, 4096}});
     machine_.UpdateProperties(disk_);
     handle_ = GetDeviceHandleById(disk_.path().c_str());
   }

@@ -16,12 +16,8 @@
 #include "simulator/clock.h"
 #include "support/machine_fixture.h"
 
+namespace testing_support {
 namespace {
-
-using testing_support::LogLine;
-using testing_support::MachineTest;
-using Log = std::vector<LogLine>;
-using Texts = std::vector<std::string>;
 
 const std::string kFirst = "select disk 1\r\nselect part 1\r\ndetail volume\r\n";
 const std::string kSecond = "select disk 1\r\nselect part 2\r\ndetail volume\r\n";
@@ -353,8 +349,8 @@ TEST_F(WaitForSystemVolumeMount, ScriptThatCannotBeWrittenIsLoggedByEachRun) {
 
 TEST_F(WaitForSystemVolumeMount, RestoreOfTheLettersGoesOnAfterTheLimit) {
   simulator::Disk& disk = NewDisk(1, 64 << 20);
-  testing_support::WriteMbr(disk, {{7, 2048, 30720}});
-  testing_support::WriteNtfsBootSector(disk, 2048, 30719);
+  WriteMbr(disk, {{7, 2048, 30720}});
+  WriteNtfsBootSector(disk, 2048, 30719);
   machine_.UpdateProperties(disk);
   VolumeInfo volume{};
   volume.offset = 1 << 20;
@@ -369,3 +365,4 @@ TEST_F(WaitForSystemVolumeMount, RestoreOfTheLettersGoesOnAfterTheLimit) {
 }
 
 }  // namespace
+}  // namespace testing_support

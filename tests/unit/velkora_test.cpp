@@ -15,17 +15,7 @@
 namespace velkora {
 namespace {
 
-using testing_support::CallerRecord;
-using testing_support::Event;
-using testing_support::EventHook;
-using testing_support::Events;
-using testing_support::kBasicDataGuid;
-using testing_support::MachineTest;
-using testing_support::RecordEvent;
-using testing_support::WriteGpt;
-using testing_support::WriteMbr;
-
-using Strings = std::vector<std::string>;
+using namespace testing_support;
 
 constexpr std::uint64_t kDiskSize = 64 << 20;
 
@@ -49,8 +39,8 @@ class Convert : public MachineTest {
   }
 
   // What is logged behind the print of the record, which has `volumes` lines for volumes.
-  Strings LinesBehindRecord(std::size_t volumes = 0) const {
-    const Strings lines = AllLines();
+  Texts LinesBehindRecord(std::size_t volumes = 0) const {
+    const Texts lines = AllLines();
     const std::size_t printed = 3 + volumes;
     if (lines.size() < printed) return {"the record was not printed"};
     return {lines.begin() + static_cast<std::ptrdiff_t>(printed), lines.end()};
@@ -79,12 +69,12 @@ TEST_F(Convert, PrintsTheRecordBeforeItOpensTheDisk) {
   record.Add(512, VolumeFileSystem::kFat32, "E:").size = 99;
   EXPECT_EQ(Run(record), 1);
   EXPECT_EQ(AllLines(),
-            (Strings{"1 -----------diskinfo-----------",
-                     "1 [disk] disk_type: GPT, id: \\\\.\\PhysicalDrive5, index: 5, serial_num: "
-                     "SERIAL, is_system: 0, size: 1000, volume_count: 1",
-                     "1 [part] offset: 512, size: 99, letter: E:, is_system: 0, filesystem: FAT32",
-                     "1 ------------------------------",
-                     "3 open device failed, device_id: \\\\.\\PhysicalDrive5, error_code: 2"}));
+            (Texts{"1 -----------diskinfo-----------",
+                   "1 [disk] disk_type: GPT, id: \\\\.\\PhysicalDrive5, index: 5, serial_num: "
+                   "SERIAL, is_system: 0, size: 1000, volume_count: 1",
+                   "1 [part] offset: 512, size: 99, letter: E:, is_system: 0, filesystem: FAT32",
+                   "1 ------------------------------",
+                   "3 open device failed, device_id: \\\\.\\PhysicalDrive5, error_code: 2"}));
   ExpectRefused();
 }
 
@@ -102,7 +92,7 @@ TEST_F(Convert, FailsWhenTheDiskCannotBeOpened) {
   machine_.calls().FailOn("CreateFileA", 1, 32);
   EXPECT_EQ(Run(record), 1);
   EXPECT_EQ(LinesBehindRecord(),
-            (Strings{"3 open device failed, device_id: \\\\.\\PhysicalDrive1, error_code: 32"}));
+            (Texts{"3 open device failed, device_id: \\\\.\\PhysicalDrive1, error_code: 32"}));
   ExpectRefused();
   EXPECT_EQ(GetGlobalContext().is_system, 0) << "taken over only from an open disk";
 }
@@ -137,7 +127,7 @@ TEST_F(Convert, RefusesAGptRecordOfAnMbrDisk) {
   MakeMbrDisk();
   CallerRecord record(DiskType::kGpt);
   EXPECT_EQ(Run(record), 1);
-  EXPECT_EQ(LinesBehindRecord(), (Strings{"3 Disk type (GPT/MBR) check conflict! stop convert."}));
+  EXPECT_EQ(LinesBehindRecord(), (Texts{"3 Disk type (GPT/MBR) check conflict! stop convert."}));
   ExpectRefused();
 }
 
@@ -145,7 +135,7 @@ TEST_F(Convert, RefusesAnMbrRecordOfAGptDisk) {
   MakeGptDisk();
   CallerRecord record(DiskType::kMbr);
   EXPECT_EQ(Run(record), 1);
-  EXPECT_EQ(LinesBehindRecord(), (Strings{"3 Disk type (GPT/MBR) check conflict! stop convert."}));
+  EXPECT_EQ(LinesBehindRecord(), (Texts{"3 Disk type (GPT/MBR) check conflict! stop convert."}));
   ExpectRefused();
 }
 
@@ -155,24 +145,24 @@ TEST_F(Convert, FailsWhenTheStyleCannotBeAsked) {
   machine_.calls().FailOn("DeviceIoControl/IOCTL_DISK_GET_PARTITION_INFO_EX", 1, 5);
   EXPECT_EQ(Run(record), 1);
   EXPECT_EQ(LinesBehindRecord(),
-            (Strings{"3 DeviceIoControl with IOCTL_DISK_GET_PARTITION_INFO_EX error 5"}));
+            (Texts{"3 DeviceIoControl with IOCTL_DISK_GET_PARTITION_INFO_EX error 5"}));
   ExpectRefused();
 }
 
 TEST_F(Convert, RefusesARawRecordOfAnyDisk) {
   CallerRecord record(DiskType::kRaw);
   EXPECT_EQ(Run(record), 1) << "a disk without a table";
-  EXPECT_EQ(LinesBehindRecord(), (Strings{"2 Disk type is raw!"}));
+  EXPECT_EQ(LinesBehindRecord(), (Texts{"2 Disk type is raw!"}));
   ExpectRefused();
 
   MakeMbrDisk();
   EXPECT_EQ(Run(record), 1);
-  EXPECT_EQ(LinesBehindRecord(), (Strings{"2 Disk type is raw!"}));
+  EXPECT_EQ(LinesBehindRecord(), (Texts{"2 Disk type is raw!"}));
   ExpectRefused();
 
   MakeGptDisk();
   EXPECT_EQ(Run(record), 1);
-  EXPECT_EQ(LinesBehindRecord(), (Strings{"2 Disk type is raw!"}));
+  EXPECT_EQ(LinesBehindRecord(), (Texts{"2 Disk type is raw!"}));
   ExpectRefused();
 }
 
@@ -180,7 +170,7 @@ TEST_F(Convert, TakesUnknownTypesForRaw) {
   MakeGptDisk();
   CallerRecord record(DiskType{3});
   EXPECT_EQ(Run(record), 1);
-  EXPECT_EQ(LinesBehindRecord(), (Strings{"2 Disk type is raw!"}));
+  EXPECT_EQ(LinesBehindRecord(), (Texts{"2 Disk type is raw!"}));
   ExpectRefused();
 }
 
@@ -196,7 +186,7 @@ TEST_F(Convert, AnUnreadableTableIsNotHeardOf) {
   CallerRecord record(DiskType::kGpt);
   machine_.calls().FailOn("ReadFile", 1, 23);
   EXPECT_EQ(Run(record), 1);
-  EXPECT_EQ(LinesBehindRecord(), (Strings{"3 Read Error: 23", "3 Get partitions fail!"}));
+  EXPECT_EQ(LinesBehindRecord(), (Texts{"3 Read Error: 23", "3 Get partitions fail!"}));
   ExpectRefused();
 }
 
@@ -205,7 +195,7 @@ TEST_F(Convert, AStopBeforeItIsNotHeardOf) {
   CallerRecord record(DiskType::kGpt);
   converter_.Stop();
   EXPECT_EQ(Run(record), 1);
-  EXPECT_EQ(LinesBehindRecord(), (Strings{"3 Get partitions fail!"}));
+  EXPECT_EQ(LinesBehindRecord(), (Texts{"3 Get partitions fail!"}));
   ExpectRefused();
   EXPECT_TRUE(scripts_.empty());
 }
@@ -217,7 +207,7 @@ TEST_F(Convert, AStopAfterASuccessFailsTheNextOne) {
   converter_.Stop();
   MakeGptDisk();
   EXPECT_EQ(Run(record), 1);
-  EXPECT_EQ(LinesBehindRecord(), (Strings{"3 Get partitions fail!"}));
+  EXPECT_EQ(LinesBehindRecord(), (Texts{"3 Get partitions fail!"}));
   EXPECT_TRUE(Events().empty());
 }
 
@@ -226,7 +216,7 @@ TEST_F(Convert, AStopByOneObjectStopsAnother) {
   CallerRecord record(DiskType::kGpt);
   Velkora().Stop();
   EXPECT_EQ(Run(record), 1);
-  EXPECT_EQ(LinesBehindRecord(), (Strings{"3 Get partitions fail!"}));
+  EXPECT_EQ(LinesBehindRecord(), (Texts{"3 Get partitions fail!"}));
 }
 
 TEST_F(Convert, ClosesTheDiskAfterASuccess) {

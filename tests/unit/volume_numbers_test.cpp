@@ -10,7 +10,7 @@
 namespace velkora {
 namespace {
 
-using testing_support::CallerRecord;
+using namespace testing_support;
 
 constexpr std::uint16_t kOld = 77;
 

@@ -5,12 +5,8 @@
 #include "simulator/volume.h"
 #include "support/machine_fixture.h"
 
+namespace testing_support {
 namespace {
-
-using testing_support::LogLine;
-using testing_support::MachineTest;
-using Log = std::vector<LogLine>;
-using Texts = std::vector<std::string>;
 
 constexpr std::uint64_t kMiB = 1024 * 1024;
 constexpr std::uint64_t kFirstOffset = 2048 * 512;
@@ -25,9 +21,9 @@ class VolumesTest : public MachineTest {
  protected:
   VolumesTest() : disk_(NewDisk(1, 64 * kMiB)) {
     machine_.switches().automount = false;
-    testing_support::WriteMbr(disk_, {{7, 2048, 30720}, {7, 34816, 30720}});
-    testing_support::WriteNtfsBootSector(disk_, 2048, 30719);
-    testing_support::WriteNtfsBootSector(disk_, 34816, 30719);
+    WriteMbr(disk_, {{7, 2048, 30720}, {7, 34816, 30720}});
+    WriteNtfsBootSector(disk_, 2048, 30719);
+    WriteNtfsBootSector(disk_, 34816, 30719);
     machine_.UpdateProperties(disk_);
     machine_.SetLetter(1, kFirstOffset, 'D');
     machine_.calls().Clear();
@@ -208,3 +204,4 @@ TEST(CutAtLastSeparator, LeadingSeparatorAloneGivesEmptyText) {
 }
 
 }  // namespace
+}  // namespace testing_support
