@@ -9,11 +9,9 @@
 #include "simulator/storage/fat32_names.h"
 #include "simulator/storage_disk.h"
 
-namespace simulator {
+namespace simulator::storage_testing {
 namespace {
 
-using storage_testing::kMiB;
-using storage_testing::StorageDisk;
 using Names = std::vector<std::string>;
 
 constexpr std::uint64_t kVolumeSectors = 40 * 2048;
@@ -238,4 +236,4 @@ TEST(Fat32ShortNames, NeedCapitalsOfEightAndThree) {
 }
 
 }  // namespace
-}  // namespace simulator
+}  // namespace simulator::storage_testing

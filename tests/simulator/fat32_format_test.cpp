@@ -6,11 +6,8 @@
 #include "simulator/storage/file_system_probe.h"
 #include "simulator/storage_disk.h"
 
-namespace simulator {
+namespace simulator::storage_testing {
 namespace {
-
-using storage_testing::kMiB;
-using storage_testing::StorageDisk;
 
 constexpr std::uint64_t kGiB = 1024 * kMiB;
 
@@ -128,4 +125,4 @@ TEST(FormatFat32, MoreSectorsThanItCanCountAreRefused) {
 }
 
 }  // namespace
-}  // namespace simulator
+}  // namespace simulator::storage_testing

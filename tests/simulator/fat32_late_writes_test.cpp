@@ -12,11 +12,8 @@
 #include "simulator/storage/fat32_format.h"
 #include "simulator/storage_disk.h"
 
-namespace simulator {
+namespace simulator::storage_testing {
 namespace {
-
-using storage_testing::kMiB;
-using storage_testing::StorageDisk;
 
 constexpr std::size_t kCluster = 512;
 
@@ -383,4 +380,4 @@ TEST_F(LateWritesOfABrokenDisk, AreToldHoweverOftenOthersUseTheDevice) {
 }
 
 }  // namespace
-}  // namespace simulator
+}  // namespace simulator::storage_testing

@@ -6,11 +6,8 @@
 
 #include "simulator/storage_disk.h"
 
-namespace simulator {
+namespace simulator::storage_testing {
 namespace {
-
-using storage_testing::kMiB;
-using storage_testing::StorageDisk;
 
 // Two KiB that a test fills with a volume's first structures, and the place on a disk for them.
 class ProbeTest : public ::testing::Test {
@@ -248,4 +245,4 @@ TEST(FileSystemKinds, NamesAreTheCustomaryOnes) {
 }
 
 }  // namespace
-}  // namespace simulator
+}  // namespace simulator::storage_testing

@@ -7,7 +7,7 @@
 #include "simulator/storage/gpt_table.h"
 #include "simulator/storage_disk.h"
 
-namespace storage_testing {
+namespace simulator::storage_testing {
 
 inline constexpr std::uint64_t kDiskSize = 64 * kMiB;
 inline constexpr std::uint64_t kSectors = kDiskSize / 512;
@@ -15,10 +15,10 @@ inline constexpr std::uint64_t kSectors = kDiskSize / 512;
 // By zlib, which the machine does not use for it.
 std::uint32_t Crc(const std::vector<std::byte>& bytes, std::size_t length);
 
-simulator::GptHeader Header(StorageDisk& disk, std::uint64_t sector);
+GptHeader Header(StorageDisk& disk, std::uint64_t sector);
 
 // Gives a header its right checksum after a change.
-void Seal(StorageDisk& disk, std::uint64_t sector, simulator::GptHeader header);
+void Seal(StorageDisk& disk, std::uint64_t sector, GptHeader header);
 
 class GptDiskFixture : public ::testing::Test {
  protected:
@@ -27,4 +27,4 @@ class GptDiskFixture : public ::testing::Test {
   StorageDisk disk_{kDiskSize};
 };
 
-}  // namespace storage_testing
+}  // namespace simulator::storage_testing

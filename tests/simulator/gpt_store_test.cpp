@@ -7,22 +7,10 @@
 #include "simulator/gpt_disk_fixture.h"
 #include "simulator/storage/gpt_table.h"
 
-namespace simulator {
+namespace simulator::storage_testing {
 namespace {
 
-using storage_testing::Crc;
-using storage_testing::GptLayout;
-using storage_testing::GptRequest;
-using storage_testing::GptRow;
-using storage_testing::Header;
-using storage_testing::kDiskSize;
-using storage_testing::kMiB;
-using storage_testing::ReadBack;
-using storage_testing::Seal;
-using storage_testing::StorageDisk;
-using storage_testing::Write;
-
-class GptStoreTest : public storage_testing::GptDiskFixture {};
+class GptStoreTest : public GptDiskFixture {};
 
 // ---- CREATE_DISK --------------------------------------------------------------------------------
 
@@ -170,4 +158,4 @@ TEST(ReadGptLayout, ProtectiveRecordOnADiskOfOneSectorIsCorrupt) {
 }
 
 }  // namespace
-}  // namespace simulator
+}  // namespace simulator::storage_testing

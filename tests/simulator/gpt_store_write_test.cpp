@@ -6,25 +6,10 @@
 #include "simulator/storage/gpt_store.h"
 #include "simulator/storage/gpt_table.h"
 
-namespace simulator {
+namespace simulator::storage_testing {
 namespace {
 
-using storage_testing::Crc;
-using storage_testing::GptLayout;
-using storage_testing::GptRequest;
-using storage_testing::GptRow;
-using storage_testing::Header;
-using storage_testing::kDiskSize;
-using storage_testing::kMiB;
-using storage_testing::kSectors;
-using storage_testing::MakeGuid;
-using storage_testing::ReadBack;
-using storage_testing::SameGuid;
-using storage_testing::Seal;
-using storage_testing::StorageDisk;
-using storage_testing::Write;
-
-class GptStoreWriteTest : public storage_testing::GptDiskFixture {};
+class GptStoreWriteTest : public GptDiskFixture {};
 
 // ---- SET layout ---------------------------------------------------------------------------------
 
@@ -140,4 +125,4 @@ TEST_F(GptStoreWriteTest, WriteGoesByTheBackupAndRestoresThePrimary) {
 }
 
 }  // namespace
-}  // namespace simulator
+}  // namespace simulator::storage_testing

@@ -5,18 +5,8 @@
 
 #include "simulator/storage_disk.h"
 
-namespace simulator {
+namespace simulator::storage_testing {
 namespace {
-
-using storage_testing::ChainLayout;
-using storage_testing::kMiB;
-using storage_testing::kSignature;
-using storage_testing::MbrRow;
-using storage_testing::OnePartition;
-using storage_testing::RawRequest;
-using storage_testing::ReadBack;
-using storage_testing::StorageDisk;
-using storage_testing::Write;
 
 // ---- CREATE_DISK --------------------------------------------------------------------------------
 
@@ -105,4 +95,4 @@ TEST(ReadMbrLayout, ChainOfThreeHundredRecordsIsReadWhole) {
 }
 
 }  // namespace
-}  // namespace simulator
+}  // namespace simulator::storage_testing

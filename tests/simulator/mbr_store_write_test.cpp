@@ -4,18 +4,8 @@
 #include "simulator/storage/mbr_store.h"
 #include "simulator/storage_disk.h"
 
-namespace simulator {
+namespace simulator::storage_testing {
 namespace {
-
-using storage_testing::ChainLayout;
-using storage_testing::kMiB;
-using storage_testing::kSignature;
-using storage_testing::MbrRow;
-using storage_testing::OnePartition;
-using storage_testing::ReadBack;
-using storage_testing::StorageDisk;
-using storage_testing::UnusedRow;
-using storage_testing::Write;
 
 constexpr std::uint64_t kTiB = std::uint64_t{1} << 40;
 constexpr std::uint64_t kNegative = ~std::uint64_t{0} - 511;
@@ -217,4 +207,4 @@ TEST(WriteMbrLayout, BootRecordBehindTheEndOfTheDiskIsAFailure) {
 }
 
 }  // namespace
-}  // namespace simulator
+}  // namespace simulator::storage_testing

@@ -16,7 +16,7 @@
 #include "simulator/storage/partition_store.h"
 #include "support/temp_folder.h"
 
-namespace storage_testing {
+namespace simulator::storage_testing {
 
 inline constexpr std::uint64_t kMiB = std::uint64_t{1} << 20;
 
@@ -27,7 +27,7 @@ class StorageDisk {
       : image_(MakeImage(folder_.path() / "disk.img", size)), device_(image_, sector_size) {}
 
   std::filesystem::path image() const { return image_; }
-  simulator::BlockDevice& device() { return device_; }
+  BlockDevice& device() { return device_; }
 
   // The bytes of one sector; of none when it cannot be read.
   std::vector<std::byte> Sector(std::uint64_t sector) {
@@ -41,26 +41,24 @@ class StorageDisk {
   bool FillSector(std::uint64_t sector, std::byte value) {
     return SetSector(sector, std::vector<std::byte>(device_.sector_size(), value));
   }
-  simulator::BootRecord Record(std::uint64_t sector) {
-    return simulator::Load<simulator::BootRecord>(Sector(sector));
-  }
+  BootRecord Record(std::uint64_t sector) { return Load<BootRecord>(Sector(sector)); }
   // Replaces the first bytes of a sector.
   template <typename T>
   bool Put(std::uint64_t sector, const T& value) {
     std::vector<std::byte> bytes = Sector(sector);
-    simulator::Store(value, bytes);
+    Store(value, bytes);
     return SetSector(sector, bytes);
   }
 
  private:
   static std::filesystem::path MakeImage(std::filesystem::path image, std::uint64_t size) {
-    simulator::CreateSparseImage(image, size);
+    CreateSparseImage(image, size);
     return image;
   }
 
   testing_support::TempFolder folder_;
   std::filesystem::path image_;
-  simulator::BlockDevice device_;
+  BlockDevice device_;
 };
 
 // A row to be written. Start and length in bytes.
@@ -80,9 +78,8 @@ inline PARTITION_INFORMATION_EX UnusedRow() {
   return MbrRow(0, 0, 0);
 }
 
-inline simulator::DiskLayout MbrLayout(DWORD signature,
-                                       std::vector<PARTITION_INFORMATION_EX> rows) {
-  simulator::DiskLayout layout;
+inline DiskLayout MbrLayout(DWORD signature, std::vector<PARTITION_INFORMATION_EX> rows) {
+  DiskLayout layout;
   layout.header.PartitionStyle = PARTITION_STYLE_MBR;
   layout.header.PartitionCount = static_cast<DWORD>(rows.size());
   layout.header.Mbr.Signature = signature;
@@ -92,14 +89,14 @@ inline simulator::DiskLayout MbrLayout(DWORD signature,
 
 inline constexpr DWORD kSignature = 0x1A2B3C4D;
 
-inline simulator::DiskLayout OnePartition(BYTE type = 0x07) {
+inline DiskLayout OnePartition(BYTE type = 0x07) {
   return MbrLayout(kSignature,
                    {MbrRow(type, kMiB, 10 * kMiB), UnusedRow(), UnusedRow(), UnusedRow()});
 }
 
 // A container of `count` logical partitions of 1 MiB, each with its boot record 1 MiB in front of
 // it. The container starts at 1 MiB.
-inline simulator::DiskLayout ChainLayout(DWORD signature, std::uint64_t count) {
+inline DiskLayout ChainLayout(DWORD signature, std::uint64_t count) {
   std::vector<PARTITION_INFORMATION_EX> rows = {MbrRow(0x0F, kMiB, 2 * count * kMiB), UnusedRow(),
                                                 UnusedRow(), UnusedRow()};
   for (std::uint64_t i = 0; i < count; ++i) {
@@ -139,8 +136,8 @@ inline PARTITION_INFORMATION_EX GptRow(std::uint64_t start, std::uint64_t length
   return row;
 }
 
-inline simulator::DiskLayout GptLayout(std::vector<PARTITION_INFORMATION_EX> rows) {
-  simulator::DiskLayout layout;
+inline DiskLayout GptLayout(std::vector<PARTITION_INFORMATION_EX> rows) {
+  DiskLayout layout;
   layout.header.PartitionStyle = PARTITION_STYLE_GPT;
   layout.header.PartitionCount = static_cast<DWORD>(rows.size());
   layout.rows = std::move(rows);
@@ -168,17 +165,16 @@ inline CREATE_DISK RawRequest() {
   return request;
 }
 
-inline DWORD Write(StorageDisk& disk, simulator::DiskLayout layout,
-                   const simulator::StoreSwitches& switches = {}) {
-  return simulator::WriteLayout(disk.device(), layout, switches);
+inline DWORD Write(StorageDisk& disk, DiskLayout layout, const StoreSwitches& switches = {}) {
+  return WriteLayout(disk.device(), layout, switches);
 }
 
 // What the store reads of the disk now.
-inline simulator::DiskLayout ReadBack(StorageDisk& disk) {
-  simulator::DiskLayout layout;
-  EXPECT_EQ(simulator::ReadLayout(disk.device(), layout), ERROR_SUCCESS);
+inline DiskLayout ReadBack(StorageDisk& disk) {
+  DiskLayout layout;
+  EXPECT_EQ(ReadLayout(disk.device(), layout), ERROR_SUCCESS);
   EXPECT_EQ(layout.header.PartitionCount, layout.rows.size());
   return layout;
 }
 
-}  // namespace storage_testing
+}  // namespace simulator::storage_testing

@@ -9,11 +9,8 @@
 #include "simulator/storage/fat32_format.h"
 #include "simulator/storage_disk.h"
 
-namespace simulator {
+namespace simulator::storage_testing {
 namespace {
-
-using storage_testing::kMiB;
-using storage_testing::StorageDisk;
 
 // While it lives, nothing can be written to any file from `end` on.
 class WriteLimit {
@@ -128,4 +125,4 @@ TEST_F(Fat32FailingWrites, OfNewLinksLeaveTheFileWhereItWas) {
 }
 
 }  // namespace
-}  // namespace simulator
+}  // namespace simulator::storage_testing

@@ -12,11 +12,9 @@
 #include "support/temp_folder.h"
 #include "support/tools/run_tool.h"
 
-namespace simulator {
+namespace simulator::storage_testing {
 namespace {
 
-using storage_testing::kMiB;
-using storage_testing::StorageDisk;
 using testing_support::RunTool;
 using testing_support::ToolResult;
 
@@ -133,4 +131,4 @@ INSTANTIATE_TEST_SUITE_P(
         MakerCase{{"mke2fs", "-q", "-F", "-t", "ext4", "-b", "4096"}, FileSystem::kExt4, 4096}));
 
 }  // namespace
-}  // namespace simulator
+}  // namespace simulator::storage_testing

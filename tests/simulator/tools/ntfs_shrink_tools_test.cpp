@@ -98,7 +98,7 @@ class NtfsShrinkTools : public MachineTest {
   }
   void ExpectTable(std::uint64_t ntfs_length) {
     RunOrFail({"sfdisk", "--verify", image_.string()});
-    const auto table = storage_testing::SfdiskList(image_);
+    const auto table = simulator::storage_testing::SfdiskList(image_);
     ASSERT_EQ(table.size(), 3U);
     EXPECT_EQ(table[0].count, 16384U);
     EXPECT_EQ(table[1].start * 512, kOffset);

@@ -12,10 +12,9 @@
 #include "simulator/tools/sfdisk_table.h"
 #include "support/tools/run_tool.h"
 
-namespace simulator {
+namespace simulator::storage_testing {
 namespace {
 
-using namespace storage_testing;
 using testing_support::RunTool;
 using testing_support::ToolResult;
 
@@ -263,4 +262,4 @@ TEST(ForeignGptTable, ResizedArrayIsReadAndWritten) {
 }
 
 }  // namespace
-}  // namespace simulator
+}  // namespace simulator::storage_testing

@@ -16,12 +16,12 @@ class RenumberTools : public MachineTest {
     const auto image = NewImage("disk.img", 256 * kMiB);
     const ToolResult made = RunTool({"sfdisk", "--quiet", image.string()}, script);
     ASSERT_EQ(made.exit_status, 0) << made.output;
-    const auto before = storage_testing::SfdiskList(image);
+    const auto before = simulator::storage_testing::SfdiskList(image);
     machine_.AttachDisk(1, image);
     HANDLE disk = velkora::GetDeviceHandleById("\\\\.\\PhysicalDrive1");
     EXPECT_TRUE(velkora::RenumberPartitions(disk));
     velkora::CloseDeviceHandle(disk);
-    EXPECT_EQ(storage_testing::SfdiskList(image), before);
+    EXPECT_EQ(simulator::storage_testing::SfdiskList(image), before);
     const ToolResult verified = RunTool({"sfdisk", "--verify", image.string()});
     EXPECT_EQ(verified.exit_status, 0) << verified.output;
   }

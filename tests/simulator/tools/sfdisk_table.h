@@ -13,7 +13,7 @@
 #include "simulator/storage/partition_store.h"
 #include "support/tools/run_tool.h"
 
-namespace storage_testing {
+namespace simulator::storage_testing {
 
 struct ListedPartition {
   std::uint64_t start = 0;  // sectors
@@ -85,7 +85,7 @@ inline ListedPartition Listed(const PARTITION_INFORMATION_EX& row) {
 }
 
 // The rows in the form of SfdiskList.
-inline std::vector<ListedPartition> ListRows(const simulator::DiskLayout& layout) {
+inline std::vector<ListedPartition> ListRows(const DiskLayout& layout) {
   std::vector<ListedPartition> list;
   for (std::size_t i = 0; i < layout.rows.size(); ++i) {
     const PARTITION_INFORMATION_EX& row = layout.rows[i];
@@ -96,4 +96,4 @@ inline std::vector<ListedPartition> ListRows(const simulator::DiskLayout& layout
   return list;
 }
 
-}  // namespace storage_testing
+}  // namespace simulator::storage_testing

@@ -12,10 +12,8 @@
 #include "support/temp_folder.h"
 #include "support/tools/run_tool.h"
 
-namespace simulator {
+namespace simulator::storage_testing {
 namespace {
-
-using storage_testing::kMiB;
 
 std::uint64_t AllocatedBytes(const std::filesystem::path& file) {
   struct stat status {};
@@ -64,10 +62,9 @@ TEST(SparseImage, SixteenTiBDiskHoldsATableThatSgdiskAccepts) {
   constexpr std::uint64_t kSize = std::uint64_t{16} << 40;
   const MemoryImage image(kSize);
   BlockDevice device(image.path());
-  ASSERT_EQ(CreateDisk(device, storage_testing::GptRequest(1, 128)), ERROR_SUCCESS);
+  ASSERT_EQ(CreateDisk(device, GptRequest(1, 128)), ERROR_SUCCESS);
   auto layout =
-      storage_testing::GptLayout({storage_testing::GptRow(kMiB, kSize / 2, 1, "first"),
-                                  storage_testing::GptRow(kSize - 2 * kMiB, kMiB, 2, "last")});
+      GptLayout({GptRow(kMiB, kSize / 2, 1, "first"), GptRow(kSize - 2 * kMiB, kMiB, 2, "last")});
   ASSERT_EQ(WriteLayout(device, layout, {}), ERROR_SUCCESS);
   const auto verified = testing_support::RunTool({"sgdisk", "-v", image.path().string()});
   EXPECT_NE(verified.output.find("No problems found"), std::string::npos) << verified.output;
@@ -79,4 +76,4 @@ TEST(SparseImage, SixteenTiBDiskHoldsATableThatSgdiskAccepts) {
 }
 
 }  // namespace
-}  // namespace simulator
+}  // namespace simulator::storage_testing
