@@ -54,4 +54,17 @@ bool RunGuarded(void (*body)(void* argument), void* argument, GuardFilter filter
   return false;
 }
 
+std::exception_ptr RunCatching(void (*body)(void* argument), void* argument) {
+  try {
+    body(argument);
+    return nullptr;
+  } catch (const simulator::CallBudgetSpent&) {
+    throw;
+  } catch (const Fault&) {
+    throw;
+  } catch (...) {
+    return std::current_exception();
+  }
+}
+
 }  // namespace win32

@@ -13,6 +13,7 @@
 #include "frame/global_context.h"
 #include "frame/progress.h"
 #include "logging/log.h"
+#include "platform/guard.h"
 #include "platform/win32.h"
 #include "tools/diskpart.h"
 
@@ -102,7 +103,9 @@ bool RepairBiosBoot(const Velkora& converter) {
 
 bool ConvertGptToMbr(Velkora& converter) {
   GptPartitionList rows;
-  if (!ReadGptPartitions(converter.disk_handle, rows)) {
+  bool read = false;
+  win32::Catching([&] { read = ReadGptPartitions(converter.disk_handle, rows); });
+  if (!read) {
     LogEx(kLogModule, kLogError, "Get partitions fail!");
     return false;
   }

@@ -14,6 +14,7 @@
 #include "frame/global_context.h"
 #include "frame/progress.h"
 #include "logging/log.h"
+#include "platform/guard.h"
 #include "platform/win32.h"
 #include "tools/diskpart.h"
 
@@ -99,7 +100,9 @@ bool RepairUefiBoot(const Velkora& converter, std::uint32_t efi_position) {
 
 bool ConvertMbrToGpt(Velkora& converter) {
   MbrPartitionList rows;
-  if (!ReadMbrPartitions(converter.disk_handle, rows)) {
+  bool read = false;
+  win32::Catching([&] { read = ReadMbrPartitions(converter.disk_handle, rows); });
+  if (!read) {
     LogEx(kLogModule, kLogError, "Get partitions fail!");
     return false;
   }

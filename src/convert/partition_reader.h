@@ -16,7 +16,7 @@ bool ReadGptPartitions(HANDLE disk, GptPartitionList& rows);
 
 // Walks the chains of extended boot records (types 5 and 15). A record whose second row is neither
 // a link nor empty is read again without end; a chain that comes back to one of its own records
-// throws std::bad_alloc.
+// throws std::bad_alloc at the second record of the same place.
 bool ReadMbrPartitions(HANDLE disk, MbrPartitionList& rows);
 
 }  // namespace velkora

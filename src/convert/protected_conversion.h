@@ -20,7 +20,7 @@ void LogBackupError(std::int32_t error);
 // The conversion, and what follows from its outcome: on success the backup is released; after a
 // failure or a caught fault the disk is rolled back to its former style. A fault during the
 // rollback of a failure starts the rollback again; one during that second rollback leaves the
-// call. Each returns whether the disk was converted.
+// call (Convert turns a C++ exception into a failure). Each returns whether the disk was converted.
 bool GuardedGPT2MBR(Velkora& converter, const GptPartitionList& list);
 bool GuardedMBR2GPT(Velkora& converter, const MbrPartitionList& list);
 

@@ -2,10 +2,12 @@
 
 #include <array>
 #include <cstdio>
+#include <exception>
 #include <string>
 
 #include "frame/global_context.h"
 #include "frame/minidump.h"
+#include "platform/guard.h"
 #include "platform/win32.h"
 #include "tools/text_encoding.h"
 
@@ -42,12 +44,13 @@ std::int32_t InitCrashReporting(const char* database, const char* application,
 }
 
 bool OnCrashEvent(std::uint32_t code, void*, void*) {
-  if (code == kExceptionCode) AddLogFilesToReport();
+  // On the sender's thread nothing may be thrown.
+  if (code == kExceptionCode) win32::Catching([] { AddLogFilesToReport(); });
   return false;
 }
 
 void AddLogFilesToReport() {
-  // On the vendor's thread nothing may be thrown: a folder that is no UTF-8 has nothing to attach.
+  // A folder that is no UTF-8 has nothing to attach.
   WideString folder;
   if (!TryUtf8ToWide(GetGlobalContext().logs_folder, folder)) return;
   folder += WIDE("\\");
@@ -55,11 +58,14 @@ void AddLogFilesToReport() {
   HANDLE find = win32::FindFirstFileW((folder + WIDE("*")).c_str(), &found);
   if (find == INVALID_HANDLE_VALUE) return;
   // The first result is taken for "." and never looked at; a folder that lists none loses a file.
-  while (win32::FindNextFileW(find, &found)) {
-    if (found.cFileName[0] == WIDE('.')) continue;
-    crash_sender->sendAdditionalFile((folder + found.cFileName).c_str());
-  }
+  const std::exception_ptr thrown = win32::Catching([&] {
+    while (win32::FindNextFileW(find, &found)) {
+      if (found.cFileName[0] == WIDE('.')) continue;
+      crash_sender->sendAdditionalFile((folder + found.cFileName).c_str());
+    }
+  });
   win32::FindClose(find);
+  if (thrown) std::rethrow_exception(thrown);
 }
 
 LONG DumpOnceFilter(EXCEPTION_POINTERS* pointers) {

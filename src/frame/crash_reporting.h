@@ -25,12 +25,13 @@ extern std::uint8_t dump_written;
 std::int32_t InitCrashReporting(const char* database, const char* application, const char* version);
 
 // What the sender calls, on a thread of its choice. Attaches the logs folder's files for the one
-// code by which it tells of an exception. Returns false, always.
+// code by which it tells of an exception. Returns false, always, and throws nothing: for lack of
+// memory the remaining files are not attached.
 bool OnCrashEvent(std::uint32_t code, void* first, void* second);
 
 // Gives the sender each file and folder of the logs folder, but for names that begin with "." and
 // for the first one that the listing gives, whatever it is. Nothing is attached, and nothing said,
-// where the folder is empty or missing.
+// where the folder is empty or missing. Throws std::bad_alloc.
 void AddLogFilesToReport();
 
 // The filter of every guard of the library: one dump in the life of the process. A failed dump is

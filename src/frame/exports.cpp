@@ -5,10 +5,13 @@
 #include "frame/velkora.h"
 #include "frame/velkora_sdk.h"
 #include "logging/log.h"
+#include "platform/guard.h"
 
-extern "C" VelkoraSDK* InitVelkoraSDK(const void* log_folder, const char* logs_folder,
-                                      const void* log_observer, const void* log_reserved) {
-  using namespace velkora;
+namespace velkora {
+namespace {
+
+VelkoraSDK* StartLibrary(const void* log_folder, const char* logs_folder, const void* log_observer,
+                         const void* log_reserved) {
   InitLogEx(log_folder, kLogModule, log_observer, log_reserved);
   LogEx(kLogModule, kLogProgress, "Velkora SDK Version: %s", kSdkVersion);
   LogEx(kLogModule, kLogProgress, "Logs Folder: %s", logs_folder);
@@ -18,6 +21,21 @@ extern "C" VelkoraSDK* InitVelkoraSDK(const void* log_folder, const char* logs_f
     LogEx(kLogModule, kLogError, "Init bugsplat error");
   }
   return new (std::nothrow) Velkora;
+}
+
+}  // namespace
+}  // namespace velkora
+
+extern "C" VelkoraSDK* InitVelkoraSDK(const void* log_folder, const char* logs_folder,
+                                      const void* log_observer, const void* log_reserved) {
+  VelkoraSDK* sdk = nullptr;
+  win32::Catching(
+      [&] { sdk = velkora::StartLibrary(log_folder, logs_folder, log_observer, log_reserved); });
+  // The caller takes its observer for not installed then.
+  if (sdk == nullptr) {
+    win32::Catching([] { velkora::InitLogEx(nullptr, velkora::kLogModule, nullptr, nullptr); });
+  }
+  return sdk;
 }
 
 extern "C" void DestroyVelkoraSDK(VelkoraSDK* sdk) {

@@ -6,6 +6,7 @@
 #include "frame/disk_records.h"
 #include "frame/global_context.h"
 #include "logging/log.h"
+#include "platform/guard.h"
 #include "platform/win32.h"
 
 namespace velkora {
@@ -44,23 +45,38 @@ bool ConvertByType(Velkora& converter) {
   }
 }
 
+// Opens the disk, converts it, and closes it in any case.
+bool ConvertDisk(Velkora& converter) {
+  const DiskInfo& disk = *converter.disk_info;
+  converter.disk_handle = GetDeviceHandleById(FieldText(disk.id).c_str());
+  if (converter.disk_handle == INVALID_HANDLE_VALUE) return false;
+  bool converted = false;
+  win32::Catching([&] {
+    GetGlobalContext().is_system = disk.is_system;
+    converted = CheckDiskStyle(converter) && ConvertByType(converter);
+  });
+  CloseDeviceHandle(converter.disk_handle);
+  return converted;
+}
+
 }  // namespace
 
 std::int32_t Velkora::Convert(DiskInfo* disk, VelkoraCallback progress) {
   disk_info = disk;
   callback = progress;
-  LogDiskInfo(*disk);
-  disk_handle = GetDeviceHandleById(FieldText(disk->id).c_str());
-  if (disk_handle == INVALID_HANDLE_VALUE) return 1;
-  GetGlobalContext().is_system = disk->is_system;
-  const bool converted = CheckDiskStyle(*this) && ConvertByType(*this);
-  CloseDeviceHandle(disk_handle);
+  bool converted = false;
+  win32::Catching([&] {
+    LogDiskInfo(*disk);
+    converted = ConvertDisk(*this);
+  });
   return converted ? 0 : 1;
 }
 
 void Velkora::Stop() {
-  GetGlobalContext().stop_requested.exchange(1);
-  LogEx(kLogModule, kLogProgress, "Set Convert Stop!");
+  win32::Catching([] {
+    GetGlobalContext().stop_requested.exchange(1);
+    LogEx(kLogModule, kLogProgress, "Set Convert Stop!");
+  });
 }
 
 }  // namespace velkora

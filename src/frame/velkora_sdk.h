@@ -119,10 +119,10 @@ enum class VelkoraStatus : std::int32_t {
 class VelkoraSDK {
  public:
   // Converts the disk to the other style and returns when that is done or has failed: 0 when the
-  // disk was converted, 1 in every other case. `callback` is never tested: it must be valid. One
-  // Convert runs at a time in a process. Nothing is sent for a disk that cannot be opened, whose
-  // style cannot be asked or contradicts `disk_type`, that is neither GPT nor MBR, or whose table
-  // cannot be read.
+  // disk was converted, 1 in every other case. Throws nothing; a structured exception before the
+  // backup reaches the caller. `callback` is never tested: it must be valid. One Convert runs at a
+  // time in a process. Nothing is sent for a disk that cannot be opened, whose style cannot be
+  // asked or contradicts `disk_type`, that is neither GPT nor MBR, or whose table cannot be read.
   //
   // Before anything is touched, the disk's metadata is backed up in memory (tables, boot sectors,
   // FATs, what NTFS keeps of itself). If that fails, the disk stays as it is; toward MBR status 8
@@ -157,7 +157,8 @@ class VelkoraSDK {
 extern "C" {
 
 // Starts the library: opens the log, takes the logs folder, returns a new converter, or null when
-// there is no memory for one. Not to be called while a Convert runs.
+// memory runs out on the way, with the log closed then. Throws nothing. Not to be called while a
+// Convert runs.
 //
 // `logs_folder` receives the scripts for and the output of every tool. It is used as it stands: no
 // trailing separator, it must exist, and an empty one means the root of the current drive. Never

@@ -1,6 +1,7 @@
 // Faults, as the processor and Windows raise them, and the guard that they end in.
 #pragma once
 
+#include <exception>
 #include <memory>
 #include <type_traits>
 
@@ -36,6 +37,17 @@ bool Guarded(Body&& body, GuardFilter filter) {
   using Plain = std::remove_reference_t<Body>;
   return RunGuarded([](void* argument) { (*static_cast<Plain*>(argument))(); },
                     std::addressof(body), filter);
+}
+
+// Calls `body` with `argument`. Returns the C++ exception that left it, or null when it returned. A
+// structured exception passes, and so does the abort by which a test ends an endless walk.
+std::exception_ptr RunCatching(void (*body)(void* argument), void* argument);
+
+template <typename Body>
+std::exception_ptr Catching(Body&& body) {
+  using Plain = std::remove_reference_t<Body>;
+  return RunCatching([](void* argument) { (*static_cast<Plain*>(argument))(); },
+                     std::addressof(body));
 }
 
 }  // namespace win32

@@ -88,5 +88,24 @@ TEST_F(GuardTest, TheEndOfTheCallBudgetPasses) {
   EXPECT_TRUE(codes.empty());
 }
 
+TEST_F(GuardTest, CatchingHandsBackWhatWasThrown) {
+  int runs = 0;
+  EXPECT_EQ(win32::Catching([&runs] { ++runs; }), nullptr);
+  EXPECT_EQ(runs, 1);
+  const std::exception_ptr thrown = win32::Catching([] { throw std::runtime_error("text"); });
+  ASSERT_NE(thrown, nullptr);
+  EXPECT_THROW(std::rethrow_exception(thrown), std::runtime_error);
+}
+
+TEST_F(GuardTest, CatchingLetsAFaultPass) {
+  EXPECT_THROW(win32::Catching([] { win32::RaiseFault(EXCEPTION_ACCESS_VIOLATION); }),
+               win32::Fault);
+}
+
+TEST_F(GuardTest, CatchingLetsTheEndOfTheCallBudgetPass) {
+  machine_.calls().SetBudget(0);
+  EXPECT_THROW(win32::Catching([] { win32::GetLogicalDrives(); }), simulator::CallBudgetSpent);
+}
+
 }  // namespace
 }  // namespace testing_support

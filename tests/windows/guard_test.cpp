@@ -180,4 +180,23 @@ TEST_F(Guard, TakesFaultsAgainAndAgain) {
   EXPECT_EQ(seen.size(), 2000u);
 }
 
+TEST_F(Guard, CatchingHandsBackWhatWasThrown) {
+  EXPECT_EQ(win32::Catching([] {}), nullptr);
+  const std::exception_ptr thrown = win32::Catching([] { throw std::runtime_error("text"); });
+  ASSERT_NE(thrown, nullptr);
+  EXPECT_THROW(std::rethrow_exception(thrown), std::runtime_error);
+}
+
+TEST_F(Guard, CatchingLetsABadReadPass) {
+  bool after = false;
+  EXPECT_FALSE(win32::Guarded(
+      [&] {
+        win32::Catching([] { ReadBelowFramesWithDestructors(); });
+        after = true;
+      },
+      &Filter));
+  EXPECT_FALSE(after);
+  ExpectOne(EXCEPTION_ACCESS_VIOLATION);
+}
+
 }  // namespace

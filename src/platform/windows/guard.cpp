@@ -39,4 +39,14 @@ bool RunGuarded(void (*body)(void* argument), void* argument, GuardFilter filter
   return velkora_RunStructured(&RunAndTellOfThrow, &AskFilter, &call);
 }
 
+// GCC's handlers see no structured exception.
+std::exception_ptr RunCatching(void (*body)(void* argument), void* argument) {
+  try {
+    body(argument);
+    return nullptr;
+  } catch (...) {
+    return std::current_exception();
+  }
+}
+
 }  // namespace win32
