@@ -2,11 +2,13 @@
 
 #include <atomic>
 #include <cstdint>
+#include <exception>
 #include <string>
 
 #include "frame/global_context.h"
 #include "logging/log.h"
 #include "platform/clock.h"
+#include "platform/guard.h"
 #include "platform/win32.h"
 #include "tools/diskpart.h"
 
@@ -72,26 +74,33 @@ void AskUntilMounted(std::uint32_t disk, std::atomic<bool>& waiting) {
   }
 }
 
+// What the timer has of the state, it has until it ends. An exception waits for that end; a
+// structured exception runs none of this, and the timer goes on with its state up to the limit.
+void WaitWithTimer(const Velkora& converter, WaitState& state) {
+  state.monitor = win32::CreateMonitor();
+  win32::Thread* const timer = win32::StartThread(RunTimer, &state);
+  const std::exception_ptr thrown =
+      win32::Catching([&] { AskUntilMounted(converter.disk_info->index, state.waiting); });
+  win32::LockMonitor(state.monitor);
+  state.timer_stop = true;
+  win32::UnlockMonitor(state.monitor);
+  win32::WakeMonitor(state.monitor);
+  win32::JoinThread(timer);
+  if (thrown) std::rethrow_exception(thrown);
+}
+
 }  // namespace
 
 bool WaitForSystemVolumeMount(const Velkora& converter, std::int32_t timer_seconds) {
   if (converter.partition_offsets.empty()) return true;
-  // Not on the stack, and freed below only: should a fault or an exception carry this call away,
-  // nobody joins the timer (a structured exception runs no destructor, so none is relied on). It
-  // then ends by itself at the limit, and still has something to look at.
+  // Not on the stack, and freed below only: after a fault the timer still looks at it.
   auto* const state = new WaitState;
   state->timer_seconds = timer_seconds;
-  state->monitor = win32::CreateMonitor();
-  win32::Thread* const timer = win32::StartThread(RunTimer, state);
-  AskUntilMounted(converter.disk_info->index, state->waiting);
-  win32::LockMonitor(state->monitor);
-  state->timer_stop = true;
-  win32::UnlockMonitor(state->monitor);
-  win32::WakeMonitor(state->monitor);
-  win32::JoinThread(timer);
-  win32::DestroyMonitor(state->monitor);
+  const std::exception_ptr thrown = win32::Catching([&] { WaitWithTimer(converter, *state); });
+  if (state->monitor != nullptr) win32::DestroyMonitor(state->monitor);
   const bool in_time = state->waiting;
   delete state;
+  if (thrown) std::rethrow_exception(thrown);
   return in_time;
 }
 

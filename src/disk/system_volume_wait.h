@@ -16,7 +16,8 @@ inline constexpr std::int32_t kMountLimitSeconds = 120;
 // pass. Logs "System Volume Succeed Mounted!" (level 1) or, after each failed pass, "System Volume
 // Not Mounted! Retry..." (level 3); the timer thread logs "WaitForSystemVolumeMount Timer Start"
 // and "… Timer Terminated" (level 1) or "… Timer out, seconds is %d" (level 2). The thread has
-// ended when the call returns.
+// ended when the call returns or an exception leaves it; when a structured exception does, it goes
+// on until the limit.
 bool WaitForSystemVolumeMount(const Velkora& converter,
                               std::int32_t timer_seconds = kMountLimitSeconds);
 

@@ -13,6 +13,7 @@
 
 #include "disk/letter_restore.h"
 #include "frame/global_context.h"
+#include "platform/guard.h"
 #include "simulator/clock.h"
 #include "support/machine_fixture.h"
 
@@ -294,15 +295,24 @@ TEST_F(WaitForSystemVolumeMount, StopAndLimitInOnePassTellBoth) {
   EXPECT_EQ(log_, (Log{kStart, kTimeOut, kRetry}));
 }
 
-// ---- Exceptions ---------------------------------------------------------------------------------
+// ---- Exceptions and faults ----------------------------------------------------------------------
+
+TEST_F(WaitForSystemVolumeMount, ExceptionEndsTheTimerFirst) {
+  during_run_ = [](std::size_t) { throw std::bad_alloc(); };
+  EXPECT_THROW(Wait(), std::bad_alloc);
+  EXPECT_EQ(log_, (Log{kStart, kEnd}));
+  EXPECT_EQ(machine_.clock().now(), 200U);
+  machine_.clock().Sleep(200000);
+  EXPECT_EQ(log_.size(), 2U);
+}
 
 // What the timer looks at stays allocated.
-TEST_F(WaitForSystemVolumeMount, ExceptionLeavesTheTimerToEndAtItsLimit) {
+TEST_F(WaitForSystemVolumeMount, FaultLeavesTheTimerToEndAtItsLimit) {
 #ifdef __SANITIZE_ADDRESS__
   const __lsan::ScopedDisabler leaks_on_purpose;
 #endif
-  during_run_ = [](std::size_t) { throw std::bad_alloc(); };
-  EXPECT_THROW(Wait(), std::bad_alloc);
+  during_run_ = [](std::size_t) { win32::RaiseFault(EXCEPTION_ACCESS_VIOLATION); };
+  EXPECT_THROW(Wait(), win32::Fault);
   EXPECT_EQ(log_, Log{kStart});
   machine_.clock().Sleep(119799);
   EXPECT_EQ(log_, Log{kStart});
@@ -315,8 +325,8 @@ TEST_F(WaitForSystemVolumeMount, AbandonedTimerLeavesALaterWaitAlone) {
 #ifdef __SANITIZE_ADDRESS__
   const __lsan::ScopedDisabler leaks_on_purpose;
 #endif
-  during_run_ = [](std::size_t) { throw std::bad_alloc(); };
-  EXPECT_THROW(Wait(), std::bad_alloc);
+  during_run_ = [](std::size_t) { win32::RaiseFault(EXCEPTION_ACCESS_VIOLATION); };
+  EXPECT_THROW(Wait(), win32::Fault);
   during_run_ = nullptr;
   machine_.clock().Sleep(59800);
   runs_.clear();

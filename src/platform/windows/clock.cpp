@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -30,7 +31,7 @@ Thread* StartThread(void (*body)(void* argument), void* argument) {
     std::condition_variable begun;
     bool done = false;
   } begin;
-  auto* thread = new Thread;
+  auto thread = std::make_unique<Thread>();
   std::unique_lock lock(begin.mutex);
   thread->thread = std::thread([&begin, body, argument] {
     {
@@ -41,7 +42,7 @@ Thread* StartThread(void (*body)(void* argument), void* argument) {
     body(argument);
   });
   begin.begun.wait(lock, [&begin] { return begin.done; });
-  return thread;
+  return thread.release();
 }
 
 void JoinThread(Thread* thread) {
