@@ -140,8 +140,6 @@ TEST_F(LogDiskInfoLines, ShowAFieldWithoutNulToItsEnd) {
             "[part] offset: 512, size: 0, letter: QQQQQQ, is_system: 0, filesystem: NTFS");
 }
 
-#ifndef _WIN32
-
 // The code of the fault that `body` raises, or 0.
 template <typename Body>
 DWORD FaultOf(Body body) {
@@ -176,8 +174,6 @@ TEST(FindVolumeByOffset, RaisesAnAccessViolationWhenTheWalkLeavesTheArray) {
   EXPECT_EQ(FindVolumeByOffset(record.disk(), 512), &record.volume(1));
   EXPECT_EQ(FaultOf([&] { FindVolumeByOffset(record.disk(), 1); }), EXCEPTION_ACCESS_VIOLATION);
 }
-
-#endif
 
 }  // namespace
 }  // namespace velkora

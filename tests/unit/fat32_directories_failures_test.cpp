@@ -165,7 +165,6 @@ TEST_F(MoveDirectoryDebrisTest, LastEntryOfTheFatIsInBounds) {
   EXPECT_EQ(FatEntry(0, 76'799), 76'798U);
 }
 
-#ifndef _WIN32
 class MoveDirectoryDebrisFault : public MoveDirectoryDebrisTest {
  protected:
   void ExpectFault(const Rows& rows) {
@@ -200,7 +199,6 @@ TEST_F(MoveDirectoryDebrisFault, ChainBehindTheFat) {
 TEST_F(MoveDirectoryDebrisFault, LinkBehindTheFat) {
   ExpectFault({{76'800, kOld, 1, 1, 0}});
 }
-#endif
 
 }  // namespace
 }  // namespace velkora

@@ -41,6 +41,16 @@ TEST_F(EnumFilePathTest, EmptyVolumeHasNothing) {
   EXPECT_EQ(Names(directories_), Texts{});
 }
 
+TEST_F(EnumFilePathTest, NamesThatBeginWithADotAreFollowed) {
+  Add("\\.file", 1);
+  Add("\\..two", 1);
+  Add("\\...", 1);
+  Add("\\.folder\\.x", 1);
+  EXPECT_TRUE(Enum());
+  EXPECT_EQ(Names(files_), (Texts{"\\.file", "\\..two", "\\...", "\\.folder\\.x"}));
+  EXPECT_EQ(Names(directories_), Texts{"\\.folder"});
+}
+
 TEST_F(EnumFilePathTest, NamesOfOtherScriptsAreFollowed) {
   Add("\\журнал\\файл", 1);
   EXPECT_TRUE(Enum());
@@ -60,6 +70,8 @@ TEST_F(EnumFilePathTest, AttributesAreGoneForGood) {
     }
   }
   EXPECT_EQ(machine_.calls().Count(kSetAttributes), 2U);
+  EXPECT_EQ(Names(directories_), Texts{"\\folder"});
+  EXPECT_EQ(Names(files_), Texts{"\\folder\\file"});
   constexpr DWORD kAll = kMarks | FILE_ATTRIBUTE_ARCHIVE;
   EXPECT_EQ(AttributesOf("\\folder\\file") & kAll, 0U);
   EXPECT_EQ(AttributesOf("\\folder") & kAll, 0U);
@@ -108,11 +120,14 @@ TEST_F(EntriesThatAreSkipped, WhenTheyAreCorrupt) {
 TEST_F(EnumFilePathTest, OtherErrorEndsTheWalkAtAnyDepth) {
   Add("\\a\\b\\file", 1);
   Add("\\a\\b\\folder\\file", 1);
-  for (const std::size_t call : {1U, 2U, 3U, 4U, 5U}) {
+  // The neighbours of the errors that skip an entry are among them.
+  constexpr DWORD kErrors[] = {ERROR_PATH_NOT_FOUND, ERROR_ACCESS_DENIED, 32, 1391, 1393};
+  for (std::size_t call = 1; call <= std::size(kErrors); ++call) {
+    const DWORD error = kErrors[call - 1];
     log_.clear();
-    machine_.calls().FailOn(kSetAttributes, call, 5);
-    EXPECT_FALSE(Enum());
-    EXPECT_EQ(log_, (Log{{3, "Set File Attributes Error! error_code: 5"}}));
+    machine_.calls().FailOn(kSetAttributes, call, error);
+    EXPECT_FALSE(Enum()) << error;
+    EXPECT_EQ(log_, (Log{{3, "Set File Attributes Error! error_code: " + std::to_string(error)}}));
     EXPECT_EQ(machine_.handles().Open(), Texts{});
   }
 }

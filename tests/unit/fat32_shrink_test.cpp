@@ -247,13 +247,11 @@ TEST_F(CompressFat32Test, PartitionNumberThatNoRowHasLeavesASectorCountOfZero) {
   EXPECT_EQ(PartitionSectors(0), kSectors);
 }
 
-#ifndef _WIN32
 TEST_F(CompressFat32Test, ClusterSizeZeroIsADivisionByZeroBeforeTheWalk) {
   Populate();
   EXPECT_EQ(FaultOf([&] { Shrink(1, 0); }), EXCEPTION_INT_DIVIDE_BY_ZERO);
   EXPECT_EQ(machine_.calls().Count("FindFirstFileW"), 0U);
 }
-#endif
 
 // ---- Each step that fails ----------------------------------------------------------------------
 

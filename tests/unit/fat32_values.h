@@ -39,8 +39,6 @@ inline void PrintTo(const DirectoryDebris& row, std::ostream* out) {
 
 }  // namespace velkora
 
-#ifndef _WIN32
-
 namespace testing_support {
 
 // The code of the fault that `body` raises, or 0.
@@ -55,5 +53,3 @@ DWORD FaultOf(Body body) {
 }
 
 }  // namespace testing_support
-
-#endif

@@ -123,6 +123,36 @@ TEST_F(MftRecords, AHeaderThatLeavesTheBlockIsAFault) {
   }
 }
 
+TEST(MftRecord, ReadsUpToTheBlocksLastByteAndNoFurther) {
+  const std::vector<std::byte> block(2048, std::byte{7});
+  const MftRecord record(block, 1024);
+  EXPECT_EQ(record.Load<std::uint8_t>(1023), 7U);
+  EXPECT_EQ(record.Load<std::uint32_t>(1020), 0x07070707U);
+  EXPECT_THROW(record.Load<std::uint8_t>(1024), win32::Fault);
+  EXPECT_THROW(record.Load<std::uint32_t>(1021), win32::Fault);
+  EXPECT_THROW(record.Load<std::uint8_t>(1025), win32::Fault);
+  EXPECT_THROW(record.Load<std::uint32_t>(100'000), win32::Fault);
+}
+
+// The header and the run of an attribute that begins at `position`, which adds cluster 10.
+Bytes BlockWithAttributeAt(std::size_t position) {
+  Bytes bytes(2048);
+  PutNumber(bytes, 20, position, 2);
+  PutNumber(bytes, position, 0x80, 1);
+  PutNumber(bytes, position + 4, 72, 4);
+  PutNumber(bytes, position + 8, 1, 1);
+  PutNumber(bytes, position + 32, 64, 2);
+  PutNumber(bytes, position + 64, 0x0A0111, 3);
+  return bytes;
+}
+
+TEST_F(MftRecords, TheLastByteOfTheRecordMayBeginAnAttributeAndTheNextOneNot) {
+  EXPECT_EQ(Run(BlockWithAttributeAt(1024)), 0);
+  EXPECT_TRUE(blocks_.empty());
+  EXPECT_EQ(Run(BlockWithAttributeAt(1023)), 0);
+  EXPECT_EQ(Places(blocks_), (PlaceMap{{kVolume + 10 * kCluster, kCluster}}));
+}
+
 // ---- Runs ---------------------------------------------------------------------------------------
 
 TEST_F(MftRecords, OfSeveralRunsTheFirstIsTaken) {

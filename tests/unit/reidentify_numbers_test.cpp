@@ -54,6 +54,48 @@ class RenumberPartitions : public MachineTest {
   }
 };
 
+// A disk that gives out rows, of which the layout counts fewer, and keeps what is set.
+class CountedRows : public simulator::HandleObject {
+ public:
+  struct Row {
+    DWORD number;
+    std::int64_t start;
+  };
+  CountedRows(DWORD count, std::vector<Row> rows, std::vector<std::byte>& sent)
+      : count_(count), rows_(std::move(rows)), sent_(sent) {}
+  std::string Describe() const override { return "rows"; }
+  DWORD Control(DWORD code, std::span<const std::byte> in, std::span<std::byte> out,
+                DWORD& returned) override {
+    if (code == IOCTL_DISK_SET_DRIVE_LAYOUT_EX) {
+      sent_.assign(in.begin(), in.end());
+      return ERROR_SUCCESS;
+    }
+    std::memcpy(&out[offsetof(DRIVE_LAYOUT_INFORMATION_EX, PartitionCount)], &count_, 4);
+    for (std::size_t i = 0; i < rows_.size(); ++i) {
+      PARTITION_INFORMATION_EX row{};
+      row.PartitionNumber = rows_[i].number;
+      row.StartingOffset.QuadPart = rows_[i].start;
+      std::memcpy(&out[kFirstRow + i * sizeof row], &row, sizeof row);
+    }
+    returned = static_cast<DWORD>(out.size());
+    return ERROR_SUCCESS;
+  }
+
+  static constexpr std::size_t kFirstRow = offsetof(DRIVE_LAYOUT_INFORMATION_EX, PartitionEntry);
+
+ private:
+  DWORD count_;
+  std::vector<Row> rows_;
+  std::vector<std::byte>& sent_;
+};
+
+PARTITION_INFORMATION_EX SentRow(const std::vector<std::byte>& sent, std::size_t index) {
+  PARTITION_INFORMATION_EX row{};
+  const std::size_t offset = CountedRows::kFirstRow + index * sizeof row;
+  if (offset + sizeof row <= sent.size()) std::memcpy(&row, &sent[offset], sizeof row);
+  return row;
+}
+
 std::string RowText(const char* when, int number, std::uint64_t first_sector,
                     std::uint64_t sector_count) {
   return std::string(when) + " part number: " + std::to_string(number) +
@@ -69,6 +111,22 @@ TEST_F(RenumberPartitions, NumbersFollowTheStarts) {
                        {1, RowText("now", 3, 40960, 2048)},
                        {1, RowText("now", 1, 2048, 4096)},
                        {1, RowText("now", 2, 20480, 8192)}}));
+}
+
+TEST_F(RenumberPartitions, RowsInUseAreSentWithTheirNumbersAndMarkedAndNoOthers) {
+  std::vector<std::byte> sent;
+  const std::vector<CountedRows::Row> rows = {{8, 5000}, {0, 700}, {9, 1000}, {6, 3000}, {7, 200}};
+  const HANDLE disk =
+      machine_.handles().Add(std::make_unique<CountedRows>(4, rows, sent));  // not the fifth one
+  EXPECT_TRUE(velkora::RenumberPartitions(disk));
+  const std::vector<DWORD> numbers = {3, 0, 1, 2, 7};
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    const PARTITION_INFORMATION_EX row = SentRow(sent, i);
+    EXPECT_EQ(row.PartitionNumber, numbers[i]) << i;
+    EXPECT_EQ(row.StartingOffset.QuadPart, rows[i].start) << i;
+    EXPECT_EQ(row.RewritePartition != 0, i != 1 && i != 4) << i;
+  }
+  EXPECT_EQ(Lines(1).size(), 6U) << "two lines for each row in use with a number";
 }
 
 TEST_F(RenumberPartitions, WholeBufferGoesBothWays) {

@@ -104,13 +104,11 @@ TEST_F(ShortenPartitionTest, RestOfASectorIsDropped) {
   EXPECT_EQ(ShortenPartition(layout_, 2, 3), 7U * 2048);
 }
 
-#ifndef _WIN32
 TEST_F(ShortenPartitionTest, CountAboveTheBufferIsAnAccessViolation) {
   Fill({1, 2, 3});
   layout_.header().PartitionCount = 9;
   EXPECT_EQ(FaultOf([&] { ShortenPartition(layout_, 2, 3); }), EXCEPTION_ACCESS_VIOLATION);
 }
-#endif
 
 class GetLayoutTest : public MachineTest {
  protected:

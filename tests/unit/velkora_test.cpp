@@ -239,7 +239,6 @@ TEST_F(Convert, ADiskWithoutVolumesInTheRecordIsConverted) {
   EXPECT_EQ(Events().back(), (Event{0, 7}));
 }
 
-#ifndef _WIN32
 TEST_F(Convert, MoreThan255VolumesAreAnAccessViolationBeforeTheDiskIsOpened) {
   CallerRecord record(DiskType::kGpt);
   for (std::uint64_t i = 0; i < 255; ++i) record.Add(i * 512);
@@ -253,7 +252,6 @@ TEST_F(Convert, MoreThan255VolumesAreAnAccessViolationBeforeTheDiskIsOpened) {
   EXPECT_EQ(machine_.calls().Count("CreateFileA"), 0U);
   EXPECT_TRUE(Events().empty());
 }
-#endif
 
 TEST_F(Convert, ARecordOf255VolumesWorks) {
   MakeGptDisk();

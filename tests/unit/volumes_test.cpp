@@ -106,6 +106,16 @@ TEST_F(GetPartitionDiskindexAndOffset, TellsWhereAVolumeStarts) {
   EXPECT_EQ(machine_.handles().Open(), Texts{});
 }
 
+TEST_F(GetPartitionDiskindexAndOffset, VolumeIsOpenedToReadAndSharedWithWriters) {
+  Place place;
+  EXPECT_TRUE(Query(PathAt(kSecondOffset), place));
+  ASSERT_FALSE(machine_.calls().calls().empty());
+  const simulator::Call& open = machine_.calls().calls().front();
+  EXPECT_EQ(open.name, "CreateFileA");
+  EXPECT_EQ(open.detail, PathAt(kSecondOffset));
+  EXPECT_EQ(open.arguments, "access 0x80000000 share 0x3 disposition 3 flags 0x80");
+}
+
 TEST_F(GetPartitionDiskindexAndOffset, StaleErrorOfMoreDataAsksTwiceAndSucceeds) {
   win32::SetLastError(ERROR_MORE_DATA);
   Place place;
