@@ -10,7 +10,6 @@
 
 #include "simulator/simulated_machine.h"
 #include "simulator/storage/image_overlay.h"
-#include "simulator/storage/image_overlay.h"
 
 namespace fuzz {
 

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include "conversion/converted_disk_fixture.h"
+#include "simulator/disk.h"
 #include "support/machine_fixture.h"
 #include "support/tools/run_tool.h"
 

@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "fat32_mounted_volume_fixture.h"
-#include "frame/velkora_sdk.h"
+#include "frame/velkora.h"
 #include "simulator/disk.h"
 #include "simulator/volume.h"
 

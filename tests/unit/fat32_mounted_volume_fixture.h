@@ -4,9 +4,9 @@
 #include "disk/device_handle.h"
 #include "fat32_values.h"
 #include "frame/global_context.h"
+#include "simulator/disk.h"
 #include "simulator/storage/fat32_files.h"
 #include "simulator/storage/fat32_format.h"
-#include "simulator/disk.h"
 #include "simulator/volume.h"
 #include "support/machine_fixture.h"
 
