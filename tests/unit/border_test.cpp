@@ -11,6 +11,7 @@
 #include "frame/global_context.h"
 #include "frame/velkora.h"
 #include "platform/guard.h"
+#include "simulator/crash_sender.h"
 #include "support/caller_record.h"
 #include "support/machine_fixture.h"
 
