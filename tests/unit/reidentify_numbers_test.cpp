@@ -3,6 +3,7 @@
 
 #include "disk/device_handle.h"
 #include "disk/reidentify.h"
+#include "simulator/handle_object.h"
 #include "simulator/handle_table.h"
 #include "support/machine_fixture.h"
 
