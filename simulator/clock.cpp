@@ -93,6 +93,11 @@ Clock::~Clock() {
   life_->clock = nullptr;
 }
 
+bool Clock::HasPlace(std::thread::id id) {
+  const Lock lock(life_->mutex);
+  return FindPlace(id) != nullptr;
+}
+
 std::uint64_t Clock::now() {
   const Lock lock(life_->mutex);
   return now_;
@@ -142,12 +147,17 @@ void Clock::Wake(const void* address) {
   }
 }
 
+Clock::Participant* Clock::FindPlace(std::thread::id id) {
+  for (Participant& place : participants_) {
+    if (place.id == id && !place.done) return &place;
+  }
+  return nullptr;
+}
+
 // One thread may use several clocks, in turn.
 Clock::Participant& Clock::Self(Lock& lock) {
   const std::thread::id id = std::this_thread::get_id();
-  for (Participant& place : participants_) {
-    if (place.id == id && !place.done) return place;
-  }
+  if (Participant* const place = FindPlace(id); place != nullptr) return *place;
   Places::OfThisThread().Add(life_);
   Participant& place = participants_.emplace_back();
   place.id = id;

@@ -33,6 +33,9 @@ class Clock {
   Clock(const Clock&) = delete;
   Clock& operator=(const Clock&) = delete;
 
+  // Whether the thread has a place in virtual time. Gives it none.
+  bool HasPlace(std::thread::id id);
+
   // Milliseconds since the clock was made.
   std::uint64_t now();
   void Sleep(std::uint64_t milliseconds);
@@ -51,6 +54,8 @@ class Clock {
   struct Life;
   struct Places;
 
+  // Null for a thread that has none. The caller holds the lock.
+  Participant* FindPlace(std::thread::id id);
   // The place of the calling thread.
   Participant& Self(Lock& lock);
   // Gives up the turn, and returns when this thread has it again.

@@ -30,22 +30,30 @@ std::uint64_t Deadline(std::int32_t seconds) {
   return win32::GetTickCount64() + static_cast<std::uint64_t>(seconds) * 1000;
 }
 
+// Nothing is logged with the monitor locked: a fault in the observer would leave it so. An
+// exception of the observer has no one to go to on this thread, and is dropped.
 void RunTimer(void* argument) {
   WaitState& state = *static_cast<WaitState*>(argument);
-  LogEx(kLogModule, kLogProgress, "WaitForSystemVolumeMount Timer Start");
+  win32::Catching([] { LogEx(kLogModule, kLogProgress, "WaitForSystemVolumeMount Timer Start"); });
   win32::LockMonitor(state.monitor);
   const std::uint64_t deadline = Deadline(state.timer_seconds);
   bool timed_out = false;
   while (!state.timer_stop && !timed_out) {
     timed_out = !win32::WaitMonitor(state.monitor, deadline);
   }
-  if (timed_out && !state.timer_stop) {
+  if (state.timer_stop) timed_out = false;
+  win32::UnlockMonitor(state.monitor);
+  if (!timed_out) {
+    win32::Catching(
+        [] { LogEx(kLogModule, kLogProgress, "WaitForSystemVolumeMount Timer Terminated"); });
+    return;
+  }
+  win32::Catching([&] {
     LogEx(kLogModule, kLogWarning, "WaitForSystemVolumeMount Timer out, seconds is %d",
           static_cast<int>(state.timer_seconds));
-    state.waiting = false;
-  } else {
-    LogEx(kLogModule, kLogProgress, "WaitForSystemVolumeMount Timer Terminated");
-  }
+  });
+  win32::LockMonitor(state.monitor);
+  state.waiting = false;
   win32::UnlockMonitor(state.monitor);
 }
 

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <string>
 
+#include "platform/gate.h"
 #include "platform/win32.h"
 #include "tools/text_encoding.h"
 
@@ -17,6 +18,7 @@ namespace {
 struct LogState {
   WideString file;  // empty for a log without a file
   LogObserver observer = {};
+  win32::Gate* const observer_gate = win32::NewGate();
   // One line at a time: on Windows a second open for writing would fail, and lose its line.
   std::mutex file_turn;
 };
@@ -103,7 +105,9 @@ void LogEx(const char* module, int level, const char* format, ...) {
   va_end(arguments);
   LogState& state = State();
   if (state.observer.function != nullptr) {
-    state.observer.function(state.observer.context, module, level, text.c_str());
+    win32::InGate(state.observer_gate, [&] {
+      state.observer.function(state.observer.context, module, level, text.c_str());
+    });
   }
   if (!state.file.empty()) AppendToFile(state, module, level, text);
   keeper.Restore();

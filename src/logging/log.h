@@ -23,8 +23,13 @@ inline constexpr int kLogError = 3;
 // The module text of every line of this library.
 inline constexpr char kLogModule[] = "SDK";
 
-// Hears each line as it is logged, before it goes to the file, on the thread that logs it. `text`
-// is the formatted line without an end of line and lives for the call only.
+// Called with each line as it is logged, before it goes to the file, on the thread that logs it:
+// the one that calls InitVelkoraSDK or Convert, the one that calls Stop, and, while Convert waits
+// for the volumes of a system disk, a timer thread of the library. The calls come one at a time: a
+// thread waits while another one's call lasts, so the function must not wait for a thread that may
+// log. It may log itself and call Stop. `text` is the formatted line without an end of line and
+// lives for the call only. What the function throws passes through LogEx to whoever logs; on the
+// timer thread it is dropped.
 struct LogObserver {
   void (*function)(void* context, const char* module, int level, const char* text);
   void* context;

@@ -1,11 +1,19 @@
 // The guard over real structured exceptions, raised in code that GCC compiled.
 #include "platform/guard.h"
 
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <future>
 #include <gtest/gtest.h>
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
+
+#include "platform/gate.h"
 
 namespace {
 
@@ -197,6 +205,69 @@ TEST_F(Guard, CatchingLetsABadReadPass) {
       &Filter));
   EXPECT_FALSE(after);
   ExpectOne(EXCEPTION_ACCESS_VIOLATION);
+}
+
+// ---- The gate -----------------------------------------------------------------------------------
+
+class GateTest : public Guard {
+ protected:
+  // Whether another thread gets through.
+  bool IsOpen() const {
+    std::future<void> other =
+        std::async(std::launch::async, [this] { win32::InGate(gate_, [] {}); });
+    const bool open = other.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+    if (!open) std::_Exit(1);  // the thread cannot be ended
+    return open;
+  }
+
+  win32::Gate* const gate_ = win32::NewGate();
+};
+
+TEST_F(GateTest, OneThreadAtATimeIsInside) {
+  std::atomic<int> inside = 0;
+  std::atomic<int> most = 0;
+  const auto enter_often = [&] {
+    for (int i = 0; i < 100; ++i) {
+      win32::InGate(gate_, [&] {
+        most = std::max<int>(most, ++inside);
+        Sleep(0);
+        --inside;
+      });
+    }
+  };
+  std::thread first(enter_often);
+  std::thread second(enter_often);
+  first.join();
+  second.join();
+  EXPECT_EQ(most, 1);
+}
+
+TEST_F(GateTest, ThreadInsideMayEnterAgain) {
+  int runs = 0;
+  win32::InGate(gate_, [&] { win32::InGate(gate_, [&] { ++runs; }); });
+  EXPECT_EQ(runs, 1);
+  EXPECT_TRUE(IsOpen());
+}
+
+TEST_F(GateTest, CxxExceptionPassesAndLeavesTheGate) {
+  for (int i = 0; i < 100; ++i) {
+    EXPECT_THROW(win32::InGate(gate_, [] { throw std::runtime_error("text"); }),
+                 std::runtime_error);
+  }
+  EXPECT_TRUE(IsOpen());
+}
+
+TEST_F(GateTest, BadReadPassesAndLeavesTheGateAtEachDepth) {
+  for (int i = 0; i < 100; ++i) {
+    ASSERT_FALSE(win32::Guarded(
+        [this] {
+          win32::InGate(gate_,
+                        [this] { win32::InGate(gate_, [] { ReadBelowFramesWithDestructors(); }); });
+        },
+        &Filter));
+  }
+  EXPECT_EQ(seen.size(), 100u);
+  EXPECT_TRUE(IsOpen());
 }
 
 }  // namespace

@@ -15,3 +15,12 @@ extern "C" bool velkora_RunStructured(bool (*body)(void* argument),
   }
   return true;
 }
+
+extern "C" void velkora_RunFinally(void (*body)(void* argument), void (*end)(void* argument),
+                                   void* argument) {
+  __try {
+    body(argument);
+  } __finally {
+    end(argument);
+  }
+}

@@ -1,5 +1,5 @@
-// The part of the guard that only a compiler with structured exception handling can translate. It
-// is built apart, so nothing of the C++ library stands here.
+// The parts of the guard and of the gate that only a compiler with structured exception handling
+// can translate. They are built apart, so nothing of the C++ library stands here.
 #pragma once
 
 // clang-format off
@@ -12,3 +12,8 @@
 extern "C" bool velkora_RunStructured(bool (*body)(void* argument),
                                       LONG (*filter)(void* argument, EXCEPTION_POINTERS* pointers),
                                       void* argument);
+
+// Calls `body`, and then `end` in any case: when a structured exception leaves the body, on its way
+// to the handler. No C++ exception may leave either.
+extern "C" void velkora_RunFinally(void (*body)(void* argument), void (*end)(void* argument),
+                                   void* argument);
