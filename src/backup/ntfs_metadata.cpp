@@ -95,10 +95,10 @@ std::int64_t DecodeRunField(std::span<const std::uint8_t> field) {
 
 void MftRecord::Copy(std::uint64_t position, void* value, std::size_t length) const {
   const std::uint64_t begin = start_ + position;
-  if (block_.data() != bytes_ || begin > block_.size() || block_.size() - begin < length) {
+  if (begin > block_.size() || block_.size() - begin < length) {
     win32::RaiseFault(EXCEPTION_ACCESS_VIOLATION);
   }
-  std::memcpy(value, bytes_ + begin, length);
+  std::memcpy(value, block_.data() + begin, length);
 }
 
 std::int32_t ParseNtfsMftRecord(const MftRecord& record, bool collect, HANDLE disk,

@@ -26,14 +26,15 @@ inline constexpr std::size_t kMftRecordBytes = 1024;
 std::int32_t ParseNtfsVolume(HANDLE disk, std::uint64_t offset,
                              std::span<const std::byte> boot_sector, BlockMap& blocks);
 
-// A record inside a block of the map. Its bytes are looked at where they lie; the record's own end
-// is not tested, so that a field may lie in the next record. Raises an access violation for a byte
-// behind the block, and for any byte once a selection of the same place has moved the block.
+// A record inside a block of the map. Its bytes are looked at in the block as it is at that moment,
+// also after a run that selects the block's own place has resized it and read it again. The
+// record's own end is not tested, so that a field may lie in the next record. Raises an access
+// violation for a byte past the end of the block.
 class MftRecord {
  public:
   // `start`: byte of the block at which the record begins. The block must outlive the record.
   MftRecord(const std::vector<std::byte>& block, std::size_t start)
-      : block_(block), bytes_(block.data()), start_(start) {}
+      : block_(block), start_(start) {}
 
   template <typename Value>
   Value Load(std::uint64_t position) const {
@@ -46,7 +47,6 @@ class MftRecord {
   void Copy(std::uint64_t position, void* value, std::size_t length) const;
 
   const std::vector<std::byte>& block_;
-  const std::byte* bytes_;
   std::size_t start_;
 };
 

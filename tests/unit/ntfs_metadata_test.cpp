@@ -216,10 +216,32 @@ TEST_F(NtfsMetadata, ARunThatShortensTheTablesBlockIsReadAgain) {
   EXPECT_EQ(blocks_[kMft], ReadBytes(disk_, kMft, 31 * 512));
 }
 
-// The record itself has moved then.
-TEST_F(NtfsMetadata, ARunThatEnlargesTheTablesBlockIsAFaultAtTheNextLook) {
-  PutRecord(3, MftRecordBytes().AddRuns(0x80, {0x11, 8, 4}));
-  EXPECT_THROW(Run(), win32::Fault);
+// The record goes on behind the run, and so do the records after it.
+TEST_F(NtfsMetadata, ARunThatEnlargesTheTablesBlockIsReadAgainAndTheRecordGoesOn) {
+  PutRecord(3, MftRecordBytes().AddRuns(0x80, {0x11, 8, 4}).AddRuns(0x80, {0x11, 1, 100}));
+  PutRecord(4, MftRecordBytes().AddRuns(0x80, {0x11, 1, 101}));
+  EXPECT_EQ(Run(), 0);
+  EXPECT_EQ(Places(blocks_), (PlaceMap{{kVolume, 512},
+                                       {kMft, 8 * kCluster},
+                                       {kVolume + 100 * kCluster, kCluster},
+                                       {kVolume + 101 * kCluster, kCluster}}));
+  EXPECT_EQ(blocks_[kMft], testing_support::ReadBytes(disk_, kMft, 8 * kCluster));
+}
+
+TEST_F(NtfsMetadata, ARunThatEnlargesAListedRecordsBlockIsReadAgainAndTheRecordGoesOn) {
+  PutRecord(11, MftRecordBytes().AddIndexRoot({{20, 16}}));
+  PutRecord(20, MftRecordBytes().AddRuns(0x80, {0x11, 2, 9}).AddRuns(0x80, {0x11, 1, 100}));
+  EXPECT_EQ(Run(), 0);
+  EXPECT_EQ(Places(blocks_),
+            With({{kMft + 20 * 1024, 2 * kCluster}, {kVolume + 100 * kCluster, kCluster}}));
+}
+
+// In clusters of one sector: what is left of the block ends in front of the record.
+TEST_F(NtfsMetadata, ARunThatCutsItsRecordOffTheTablesBlockIsAFaultAtTheNextLook) {
+  const Bytes start = NtfsStart(32, 1);
+  PutRecord(15, MftRecordBytes().AddRuns(0x80, {0x11, 30, 32}).AddRuns(0x80, {0x11, 1, 100}));
+  EXPECT_THROW(ParseNtfsVolume(handle_, kVolume, std::as_bytes(std::span(start)), blocks_),
+               win32::Fault);
 }
 
 }  // namespace
