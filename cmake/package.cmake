@@ -24,7 +24,9 @@ install(EXPORT VelkoraSDKTargets NAMESPACE VelkoraSDK:: DESTINATION ${package_fo
 configure_package_config_file(cmake/VelkoraSDKConfig.cmake.in
   ${PROJECT_BINARY_DIR}/VelkoraSDKConfig.cmake INSTALL_DESTINATION ${package_folder})
 write_basic_package_version_file(
-  ${PROJECT_BINARY_DIR}/VelkoraSDKConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+  ${PROJECT_BINARY_DIR}/VelkoraSDKConfigVersion.cmake
+  VERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}.${PROJECT_VERSION_PATCH}
+  COMPATIBILITY SameMajorVersion)
 install(
   FILES ${PROJECT_BINARY_DIR}/VelkoraSDKConfig.cmake ${PROJECT_BINARY_DIR}/VelkoraSDKConfigVersion.cmake
   DESTINATION ${package_folder})

@@ -7,12 +7,14 @@
 
 #include "frame/global_context.h"
 #include "frame/minidump.h"
+#include "frame/version.h"
 #include "platform/guard.h"
 #include "platform/win32.h"
 #include "tools/text_encoding.h"
 
 namespace velkora {
 
+const char* const kSdkVersion = VELKORA_VERSION_TEXT;
 win32::MiniDmpSender* crash_sender = nullptr;
 std::uint8_t dump_written = 0;
 
@@ -26,7 +28,7 @@ constexpr std::uint32_t kExceptionCode = 80;
 // data, thread info, in the numbering of MINIDUMP_TYPE.
 constexpr std::uint32_t kDumpBits = 0x1174;
 
-constexpr char kDumpName[] = "VelkoraSDK_v1, 0, 0, 20-d-5130b0fa";
+constexpr char kDumpName[] = "VelkoraSDK_v" VELKORA_VERSION_TEXT;
 constexpr std::size_t kNameBytes = 260;
 
 }  // namespace

@@ -10,7 +10,8 @@
 
 namespace velkora {
 
-inline constexpr char kSdkVersion[] = "1, 0, 0, 20-d-5130b0fa";
+// The version and the build, as the log and the crash sender get them.
+extern const char* const kSdkVersion;
 
 // Of the process. Made by InitCrashReporting and never freed: a second one leaves the old object
 // behind.
