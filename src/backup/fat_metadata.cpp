@@ -28,7 +28,7 @@ constexpr std::uint32_t kFirstDataCluster = 2;
 constexpr std::uint32_t kEndOfChain = 0x0FFFFFFF;
 
 // The fields of a FAT32 boot sector that lead to its root directory.
-struct Fat32Geometry {
+struct Fat32Layout {
   std::uint64_t data_offset;    // from the start of the volume: length of all that stands in front
   std::uint64_t fat_offset;     // of the first FAT
   std::uint64_t fat_bytes;      // of one FAT
@@ -36,7 +36,7 @@ struct Fat32Geometry {
   std::uint32_t root_cluster;
 };
 
-Fat32Geometry LoadFat32Geometry(std::span<const std::byte> boot_sector) {
+Fat32Layout LoadFat32Layout(std::span<const std::byte> boot_sector) {
   const std::uint64_t sector_bytes = LoadField<std::uint16_t>(boot_sector, kBytesPerSectorOffset);
   const std::uint32_t reserved = LoadField<std::uint16_t>(boot_sector, kReservedSectorsOffset);
   const std::uint32_t fat_count = LoadField<std::uint8_t>(boot_sector, kFatCountOffset);
@@ -55,8 +55,7 @@ Fat32Geometry LoadFat32Geometry(std::span<const std::byte> boot_sector) {
 // The root directory's chain in the first FAT, which lies in `front`. One end mark alone is known;
 // any other ends the walk because it points behind the FAT. The top four bits are not taken off,
 // and a free entry leads on to entry 0.
-std::vector<std::uint32_t> RootChain(const Fat32Geometry& volume,
-                                     std::span<const std::byte> front) {
+std::vector<std::uint32_t> RootChain(const Fat32Layout& volume, std::span<const std::byte> front) {
   std::vector<std::uint32_t> clusters;
   std::uint32_t cluster = volume.root_cluster;
   while (kFatEntryBytes * cluster + kFatEntryBytes <= volume.fat_bytes) {
@@ -95,7 +94,7 @@ std::int32_t ParseFat16Volume(HANDLE disk, std::uint64_t offset,
 
 std::int32_t ParseFat32Volume(HANDLE disk, std::uint64_t offset,
                               std::span<const std::byte> boot_sector, BlockMap& blocks) {
-  const Fat32Geometry volume = LoadFat32Geometry(boot_sector);
+  const Fat32Layout volume = LoadFat32Layout(boot_sector);
   std::vector<std::byte>& front = SelectBlock(blocks, offset, volume.data_offset);
   if (volume.data_offset == 0) return kBackupDone;
   if (ReadAt(disk, offset, front) != volume.data_offset) {
