@@ -9,7 +9,8 @@
 #include <vector>
 
 #include "platform/gate.h"
-#include "simulator/simulated_machine.h"
+#include "simulator/clock.h"
+#include "simulator/system.h"
 
 namespace win32 {
 
@@ -29,7 +30,7 @@ constexpr std::chrono::milliseconds kPlainWait(1);
 // The clock on which both threads have a place, or null.
 simulator::Clock* ClockOf(std::thread::id one, std::thread::id other) {
   try {
-    simulator::Clock& clock = simulator::SimulatedMachine::Current().clock();
+    simulator::Clock& clock = simulator::System::Current().clock();
     return clock.HasPlace(one) && clock.HasPlace(other) ? &clock : nullptr;
   } catch (const std::logic_error&) {  // no machine is current
     return nullptr;

@@ -15,6 +15,7 @@
 #include "logging/log.h"
 #include "platform/clock.h"
 #include "platform/guard.h"
+#include "simulator/clock.h"
 #include "support/machine_fixture.h"
 
 namespace velkora {
