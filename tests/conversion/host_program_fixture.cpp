@@ -7,6 +7,7 @@
 #include "conversion/image_bytes.h"
 #include "conversion/tools.h"
 #include "support/tools/run_tool.h"
+#include "support/tools/sfdisk_table.h"
 
 namespace conversion {
 
@@ -66,13 +67,10 @@ json StatusEvent(int status) {
 }
 
 std::vector<ShownRow> SfdiskRows(const std::filesystem::path& image) {
-  const json table = json::parse(Tool({"sfdisk", "--json", image.string()}))["partitiontable"];
   std::vector<ShownRow> rows;
-  for (const json& row : table["partitions"]) {
-    const std::string type = row["type"];
-    if (type == "5" || type == "f") continue;
-    rows.emplace_back(row["start"].get<std::uint64_t>() * kSectorBytes,
-                      row["size"].get<std::uint64_t>() * kSectorBytes, type);
+  for (const testing_support::SfdiskRow& row : testing_support::ReadSfdiskTable(image).rows) {
+    if (row.type == "5" || row.type == "f") continue;
+    rows.emplace_back(row.start * kSectorBytes, row.count * kSectorBytes, row.type);
   }
   return rows;
 }

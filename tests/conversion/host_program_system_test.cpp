@@ -8,6 +8,7 @@
 #include "conversion/host_program_fixture.h"
 #include "conversion/image_bytes.h"
 #include "conversion/tools.h"
+#include "support/tools/sfdisk_table.h"
 
 namespace conversion {
 namespace {
@@ -104,9 +105,9 @@ TEST_F(SystemDisk, BecomesActiveTowardsMbr) {
   const Outcome outcome = Run(ToMbr({"--system", "--events", "events"}));
   EXPECT_EQ(outcome.status, 0) << outcome.err;
   EXPECT_THAT(outcome.out, HasSubstr("  80 %  repairing boot\n 100 %  finished\n"));
-  const json table = json::parse(Tool({"sfdisk", "--json", Image().string()}))["partitiontable"];
-  ASSERT_EQ(table["partitions"].size(), 1u);
-  EXPECT_EQ(table["partitions"][0]["bootable"], true);
+  const auto rows = testing_support::ReadSfdiskTable(Image()).rows;
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_TRUE(rows[0].active);
   const std::vector<json> events = EventsOf(File("events"));
   EXPECT_EQ(ShellLinesOf(events, "bootsect").size(), 1u);
   EXPECT_EQ(ShellLinesOf(events, "bcdboot").size(), 1u);

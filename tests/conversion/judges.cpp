@@ -4,17 +4,20 @@
 #include <cstdio>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 #include <ostream>
 #include <set>
 #include <sstream>
 
 #include "conversion/tools.h"
+#include "support/tools/sfdisk_table.h"
 
 namespace conversion {
 namespace {
 
 using ::testing::HasSubstr;
+using testing_support::ReadSfdiskTable;
+using testing_support::SfdiskRow;
+using testing_support::SfdiskTable;
 
 constexpr std::size_t kPrimaries = 3;
 constexpr std::size_t kMostSfdiskRows = 60;  // sfdisk passes over the rest of a longer chain
@@ -26,33 +29,10 @@ std::string HexText(std::uint32_t value) {
   return text;
 }
 
-// sfdisk's listing. It writes warnings in front of the object.
-nlohmann::json ReadTable(const std::filesystem::path& image) {
-  const std::string output = Tool({"sfdisk", "--json", image});
-  const std::size_t begin = output.find('{');
-  const std::size_t end = output.rfind('}');
-  if (begin == std::string::npos) throw std::runtime_error("no table: " + output);
-  return nlohmann::json::parse(output.substr(begin, end - begin + 1)).at("partitiontable");
-}
-
-std::vector<MbrRow> RowsOf(const nlohmann::json& table, const std::string& device) {
+std::vector<MbrRow> RowsOf(const SfdiskTable& table) {
   std::vector<MbrRow> rows;
-  if (!table.contains("partitions")) return rows;
-  for (const nlohmann::json& entry : table.at("partitions")) {
-    const std::string number = entry.at("node").get<std::string>().substr(device.size());
-    rows.push_back({static_cast<unsigned>(std::stoul(number)),
-                    entry.at("start").get<std::uint64_t>(), entry.at("size").get<std::uint64_t>(),
-                    entry.at("type").get<std::string>()});
-  }
-  return rows;
-}
-
-std::vector<GptRow> GptRowsOf(const nlohmann::json& table, const std::string& device) {
-  std::vector<GptRow> rows;
-  for (const MbrRow& row : RowsOf(table, device)) {
-    const nlohmann::json& entry = table.at("partitions").at(rows.size());
-    rows.push_back({row.number, row.start, row.size, row.type, entry.value("name", ""),
-                    entry.value("attrs", "")});
+  for (const SfdiskRow& row : table.rows) {
+    rows.push_back({row.number, row.start, row.count, row.type});
   }
   return rows;
 }
@@ -107,10 +87,10 @@ void ExpectMbrBySfdisk(const std::filesystem::path& image, const Partitions& par
                        std::uint32_t signature) {
   std::vector<MbrRow> expected = ExpectedRows(partitions, ImageFile(image).sector_count());
   if (expected.size() > kMostSfdiskRows) expected.resize(kMostSfdiskRows);
-  const nlohmann::json table = ReadTable(image);
-  EXPECT_EQ(table.at("label"), "dos");
-  EXPECT_EQ(table.at("id"), HexText(signature));
-  EXPECT_EQ(RowsOf(table, image.string()), expected);
+  const SfdiskTable table = ReadSfdiskTable(image);
+  EXPECT_EQ(table.label, "dos");
+  EXPECT_EQ(table.id, HexText(signature));
+  EXPECT_EQ(RowsOf(table), expected);
   EXPECT_THAT(Tool({"sfdisk", "--verify", image}), HasSubstr("No errors detected."));
 }
 
@@ -122,12 +102,9 @@ void ExpectMbr(const std::filesystem::path& image, const Partitions& partitions,
 }
 
 std::vector<unsigned> BootableRows(const std::filesystem::path& image) {
-  const nlohmann::json table = ReadTable(image);
-  const std::vector<MbrRow> rows = RowsOf(table, image.string());
   std::vector<unsigned> numbers;
-  for (std::size_t i = 0; i < rows.size(); ++i) {
-    const bool bootable = table.at("partitions").at(i).value("bootable", false);
-    if (bootable) numbers.push_back(rows[i].number);
+  for (const SfdiskRow& row : ReadSfdiskTable(image).rows) {
+    if (row.active) numbers.push_back(row.number);
   }
   return numbers;
 }
@@ -139,28 +116,28 @@ void PrintTo(const GptRow& row, std::ostream* out) {
 
 void ExpectGptRows(const std::filesystem::path& image, const std::vector<GptRow>& expected) {
   EXPECT_THAT(Tool({"sgdisk", "--verify", image}), HasSubstr("No problems found."));
-  const nlohmann::json table = ReadTable(image);
-  EXPECT_EQ(table.at("label"), "gpt");
-  EXPECT_EQ(GptRowsOf(table, image.string()), expected);
-  std::set<std::string> ids = {table.at("id").get<std::string>()};
-  if (table.contains("partitions")) {
-    for (const nlohmann::json& entry : table.at("partitions")) {
-      ids.insert(entry.at("uuid").get<std::string>());
-    }
+  const SfdiskTable table = ReadSfdiskTable(image);
+  EXPECT_EQ(table.label, "gpt");
+  std::vector<GptRow> rows;
+  std::set<std::string> ids = {table.id};
+  for (const SfdiskRow& row : table.rows) {
+    rows.push_back({row.number, row.start, row.count, row.type, row.name, row.attributes});
+    ids.insert(row.id);
   }
+  EXPECT_EQ(rows, expected);
   EXPECT_EQ(ids.size(), expected.size() + 1);
 }
 
 void ExpectGpt(const std::filesystem::path& image, const Partitions& partitions) {
   EXPECT_THAT(Tool({"sgdisk", "--verify", image}), HasSubstr("No problems found."));
-  const nlohmann::json table = ReadTable(image);
-  EXPECT_EQ(table.at("label"), "gpt");
+  const SfdiskTable table = ReadSfdiskTable(image);
+  EXPECT_EQ(table.label, "gpt");
   std::vector<MbrRow> expected;
   for (const Partition& partition : partitions) {
     expected.push_back(
         {static_cast<unsigned>(expected.size() + 1), partition.first, partition.count(), ""});
   }
-  std::vector<MbrRow> rows = RowsOf(table, image.string());
+  std::vector<MbrRow> rows = RowsOf(table);
   for (MbrRow& row : rows) row.type.clear();
   EXPECT_EQ(rows, expected);
 }

@@ -25,6 +25,19 @@ class ProbeTest : public ::testing::Test {
   }
   void Byte(std::size_t offset, std::uint8_t value) { bytes_[offset] = std::byte{value}; }
 
+  // What is found there, as "kind cluster size total sectors".
+  std::string Found() {
+    const FileSystemInfo info = Probe();
+    return std::string(FileSystemName(info.kind)) + " " + std::to_string(info.cluster_size) + " " +
+           std::to_string(info.total_sectors);
+  }
+  // The kind of what `make` makes, with one byte replaced.
+  template <typename Make>
+  FileSystem KindWith(Make make, std::size_t offset, std::uint8_t value) {
+    make();
+    Byte(offset, value);
+    return Probe().kind;
+  }
   FileSystemInfo Probe() {
     EXPECT_TRUE(disk_.device().Write(kOffset, bytes_));
     return ProbeFileSystem(disk_.device(), kOffset);
@@ -77,10 +90,7 @@ class ProbeTest : public ::testing::Test {
 };
 
 TEST_F(ProbeTest, NothingIsNone) {
-  const FileSystemInfo info = Probe();
-  EXPECT_EQ(info.kind, FileSystem::kNone);
-  EXPECT_EQ(info.cluster_size, 0u);
-  EXPECT_EQ(info.total_sectors, 0u);
+  EXPECT_EQ(Found(), "none 0 0");
 }
 
 TEST_F(ProbeTest, RangeThatLeavesTheDiskIsNone) {
@@ -92,10 +102,7 @@ TEST_F(ProbeTest, RangeThatLeavesTheDiskIsNone) {
 
 TEST_F(ProbeTest, Ntfs) {
   MakeNtfs();
-  const FileSystemInfo info = Probe();
-  EXPECT_EQ(info.kind, FileSystem::kNtfs);
-  EXPECT_EQ(info.cluster_size, 4096u);
-  EXPECT_EQ(info.total_sectors, 204799u);
+  EXPECT_EQ(Found(), "NTFS 4096 204799");
 }
 
 TEST_F(ProbeTest, NtfsWithLargeClustersNotesAPowerOfTwo) {
@@ -105,57 +112,35 @@ TEST_F(ProbeTest, NtfsWithLargeClustersNotesAPowerOfTwo) {
 }
 
 TEST_F(ProbeTest, DamagedNtfsIsNone) {
-  MakeNtfs();
-  Number<std::uint16_t>(510, 0);
-  EXPECT_EQ(Probe().kind, FileSystem::kNone);
-  MakeNtfs();
-  Byte(13, 0);
-  EXPECT_EQ(Probe().kind, FileSystem::kNone);
-  MakeNtfs();
-  Byte(13, 0x90);
-  EXPECT_EQ(Probe().kind, FileSystem::kNone);
-  MakeNtfs();
-  Number<std::uint16_t>(11, 500);
-  EXPECT_EQ(Probe().kind, FileSystem::kNone);
+  const std::vector<std::pair<std::size_t, std::uint8_t>> breaks = {
+      {510, 0}, {511, 0}, {13, 0}, {13, 0x90}, {11, 0xF4}};
+  for (const auto& [offset, value] : breaks) {
+    EXPECT_EQ(KindWith([this] { MakeNtfs(); }, offset, value), FileSystem::kNone) << offset;
+  }
 }
 
 TEST_F(ProbeTest, Exfat) {
   MakeExfat();
-  const FileSystemInfo info = Probe();
-  EXPECT_EQ(info.kind, FileSystem::kExfat);
-  EXPECT_EQ(info.cluster_size, 32768u);
-  EXPECT_EQ(info.total_sectors, 204800u);
+  EXPECT_EQ(Found(), "exFAT 32768 204800");
 }
 
 TEST_F(ProbeTest, DamagedExfatIsNone) {
-  MakeExfat();
-  Byte(108, 200);
-  EXPECT_EQ(Probe().kind, FileSystem::kNone);
-  MakeExfat();
-  Byte(109, 200);
-  EXPECT_EQ(Probe().kind, FileSystem::kNone);
+  EXPECT_EQ(KindWith([this] { MakeExfat(); }, 108, 200), FileSystem::kNone);
+  EXPECT_EQ(KindWith([this] { MakeExfat(); }, 109, 200), FileSystem::kNone);
 }
 
 TEST_F(ProbeTest, Refs) {
   MakeRefs();
-  const FileSystemInfo info = Probe();
-  EXPECT_EQ(info.kind, FileSystem::kRefs);
-  EXPECT_EQ(info.cluster_size, 4096u);
-  EXPECT_EQ(info.total_sectors, 204800u);
+  EXPECT_EQ(Found(), "ReFS 4096 204800");
 }
 
 TEST_F(ProbeTest, RefsWithoutItsSecondMarkIsNone) {
-  MakeRefs();
-  Byte(16, 0);
-  EXPECT_EQ(Probe().kind, FileSystem::kNone);
+  EXPECT_EQ(KindWith([this] { MakeRefs(); }, 16, 0), FileSystem::kNone);
 }
 
 TEST_F(ProbeTest, Fat32HasNoShortFat) {
   MakeFat(0, 0, 80000);
-  const FileSystemInfo info = Probe();
-  EXPECT_EQ(info.kind, FileSystem::kFat32);
-  EXPECT_EQ(info.cluster_size, 512u);
-  EXPECT_EQ(info.total_sectors, 80000u);
+  EXPECT_EQ(Found(), "FAT32 512 80000");
 }
 
 // Metadata: 1 reserved sector, two FATs of 16 sectors, 32 sectors of root directory.

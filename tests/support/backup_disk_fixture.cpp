@@ -23,6 +23,10 @@ Bytes FatStart(const FatFields& fields) {
 
 }  // namespace
 
+ByteList Filled(std::size_t length, int value) {
+  return ByteList(length, static_cast<std::byte>(value));
+}
+
 void PutNumber(Bytes& bytes, std::size_t offset, std::uint64_t value, std::size_t width) {
   for (std::size_t i = 0; i < width; ++i) {
     bytes.at(offset + i) = static_cast<std::uint8_t>(value >> (8 * i));
@@ -121,6 +125,16 @@ void BackupDiskTest::Settle() {
   machine_.calls().Clear();
 }
 
+Texts BackupDiskTest::Dismounted() {
+  Texts volumes;
+  for (const simulator::Call& call : machine_.calls().calls()) {
+    if (call.name == "DeviceIoControl" && call.detail == "FSCTL_DISMOUNT_VOLUME") {
+      volumes.push_back(call.arguments.substr(0, call.arguments.find(" in ")));
+    }
+  }
+  return volumes;
+}
+
 void BackupDiskTest::ExpectBytesOfDisk(const velkora::BlockMap& blocks) {
   for (const auto& [offset, bytes] : blocks) {
     EXPECT_EQ(bytes, ReadBytes(disk_, offset, bytes.size())) << "block at " << offset;
@@ -135,8 +149,8 @@ DiskParserTest::DiskParserTest()
   machine_.calls().Clear();
 }
 
-std::map<std::uint64_t, std::size_t> Places(const velkora::BlockMap& blocks) {
-  std::map<std::uint64_t, std::size_t> places;
+PlaceMap Places(const velkora::BlockMap& blocks) {
+  PlaceMap places;
   for (const auto& [offset, bytes] : blocks) places[offset] = bytes.size();
   return places;
 }

@@ -14,6 +14,10 @@
 namespace testing_support {
 
 using Bytes = std::vector<std::uint8_t>;
+using ByteList = std::vector<std::byte>;
+using PlaceMap = std::map<std::uint64_t, std::size_t>;  // offset and length of each block
+
+ByteList Filled(std::size_t length, int value);
 
 // Stores `value` as little-endian number of `width` bytes; throws std::out_of_range outside.
 void PutNumber(Bytes& bytes, std::size_t offset, std::uint64_t value, std::size_t width);
@@ -79,6 +83,8 @@ class BackupDiskTest : public MachineTest {
   void Settle();
   // Each block holds what stands on the disk at its place.
   void ExpectBytesOfDisk(const velkora::BlockMap& blocks);
+  // The volumes that were dismounted, in order, as "volume <path>".
+  Texts Dismounted();
 
   simulator::Disk& disk_;
 };
@@ -92,7 +98,6 @@ class DiskParserTest : public BackupDiskTest {
   velkora::BlockMap blocks_;
 };
 
-// Offset and length of each block.
-std::map<std::uint64_t, std::size_t> Places(const velkora::BlockMap& blocks);
+PlaceMap Places(const velkora::BlockMap& blocks);
 
 }  // namespace testing_support

@@ -16,13 +16,7 @@ namespace {
 
 using namespace testing_support;
 
-using ByteList = std::vector<std::byte>;
-
 constexpr char kPath[] = "X:\\disk.backup";
-
-ByteList Filled(std::size_t length, int value) {
-  return ByteList(length, static_cast<std::byte>(value));
-}
 
 class BackupFile : public BackupDiskTest {
  protected:

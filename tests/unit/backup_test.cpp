@@ -20,7 +20,6 @@ namespace {
 using namespace testing_support;
 
 using Offsets = std::vector<std::uint64_t>;
-using PlaceMap = std::map<std::uint64_t, std::size_t>;
 
 constexpr char kPath[] = "X:\\disk.backup";
 

@@ -5,27 +5,20 @@
 #include "frame/velkora.h"
 #include "simulator/disk.h"
 #include "simulator/volume.h"
-#include "support/machine_fixture.h"
+#include "two_volumes_fixture.h"
 
 namespace testing_support {
 namespace {
 
-constexpr std::uint64_t kMiB = 1024 * 1024;
-constexpr std::uint64_t kFirst = 2048 * 512;
-constexpr std::uint64_t kSecond = 34816 * 512;
 constexpr char kRefusal[] =
     "GPT is larger than 4 partitions and there is no partition gap, and it is necessary "
     "\t\t\t\tto compress partitions to convert to MBR, but currently compressed partitions only "
     "support NTFS and fat32.";
 
-// Disk 1 has two NTFS volumes; its record has no volumes yet.
-class CompressPart : public MachineTest {
+// The record of disk 1 has no volumes yet.
+class CompressPart : public TwoVolumesTest {
  protected:
-  CompressPart() : disk_(NewDisk(1, 64 * kMiB)) {
-    WriteMbr(disk_, {{7, 2048, 30720}, {7, 34816, 30720}});
-    WriteNtfsBootSector(disk_, 2048, 30719);
-    WriteNtfsBootSector(disk_, 34816, 30719);
-    machine_.UpdateProperties(disk_);
+  CompressPart() {
     converter_.disk_info = &record_;
     converter_.disk_handle = velkora::GetDeviceHandleById(disk_.path().c_str());
     converter_.callback = RecordEvent;
@@ -58,92 +51,93 @@ class CompressPart : public MachineTest {
     return ReadSector(disk_, sector).at(40 + index);
   }
 
-  simulator::Disk& disk_;
   DiskInfo record_{};
   std::array<VolumeInfo, 255> volumes_{};
   velkora::Velkora converter_;
 };
 
 TEST_F(CompressPart, ShrinksTheNtfsVolumeAtTheOffset) {
-  AddRecord(kFirst, VolumeFileSystem::kExt4);
-  AddRecord(kSecond, VolumeFileSystem::kNtfs);
-  EXPECT_TRUE(converter_.CompressPart(kSecond, 5));
+  AddRecord(kFirstOffset, VolumeFileSystem::kExt4);
+  AddRecord(kSecondOffset, VolumeFileSystem::kNtfs);
+  EXPECT_TRUE(converter_.CompressPart(kSecondOffset, 5));
   EXPECT_EQ(Events(), (std::vector<Event>{{0, 5}}));
   EXPECT_EQ(log_, (Log{{1, "CompressPart Begin..."},
                        {1, "Compress NTFS Partition..."},
                        {1, "Compress NTFS Partition End!"}}));
-  EXPECT_EQ(machine_.FindVolumeAt(1, kSecond)->extents.front().length, (30720 - 5 * 2048) * 512U);
-  EXPECT_EQ(machine_.FindVolumeAt(1, kFirst)->extents.front().length, 30720 * 512U);
+  EXPECT_EQ(machine_.FindVolumeAt(1, kSecondOffset)->extents.front().length,
+            (30720 - 5 * 2048) * 512U);
+  EXPECT_EQ(machine_.FindVolumeAt(1, kFirstOffset)->extents.front().length, 30720 * 512U);
   EXPECT_EQ(TotalSectorsByte(34816, 1), (30719 - 5 * 2048) >> 8);
   EXPECT_EQ(machine_.handles().Open(), Texts{"disk 1"});
 }
 
 TEST_F(CompressPart, StatusGoesOutBehindTheOpeningLineAndBeforeAnythingIsTouched) {
-  AddRecord(kFirst, VolumeFileSystem::kNtfs);
+  AddRecord(kFirstOffset, VolumeFileSystem::kNtfs);
   Log log_at_status;
   std::size_t calls_at_status = 99;
   EventHook() = [&](Event) {
     log_at_status = log_;
     calls_at_status = machine_.calls().calls().size();
   };
-  EXPECT_TRUE(converter_.CompressPart(kFirst, 1));
+  EXPECT_TRUE(converter_.CompressPart(kFirstOffset, 1));
   EXPECT_EQ(log_at_status, (Log{{1, "CompressPart Begin..."}}));
   EXPECT_EQ(calls_at_status, 0U);
 }
 
 TEST_F(CompressPart, RecordWithoutVolumesEndsBehindTheStatus) {
-  ExpectRefusal(kFirst, {1, "CompressPart End"});
+  ExpectRefusal(kFirstOffset, {1, "CompressPart End"});
 }
 
 TEST_F(CompressPart, NegativeVolumeCountEndsBehindTheStatus) {
-  AddRecord(kFirst, VolumeFileSystem::kNtfs);
+  AddRecord(kFirstOffset, VolumeFileSystem::kNtfs);
   record_.volume_count = -1;
-  ExpectRefusal(kFirst, {1, "CompressPart End"});
+  ExpectRefusal(kFirstOffset, {1, "CompressPart End"});
 }
 
 TEST_F(CompressPart, OffsetThatNoVolumeHasEndsBehindTheStatus) {
-  AddRecord(kFirst, VolumeFileSystem::kNtfs);
-  ExpectRefusal(kSecond, {1, "CompressPart End"});
+  AddRecord(kFirstOffset, VolumeFileSystem::kNtfs);
+  ExpectRefusal(kSecondOffset, {1, "CompressPart End"});
 }
 
 TEST_F(CompressPart, OffsetInsideAVolumeIsNoMatch) {
-  AddRecord(kFirst, VolumeFileSystem::kNtfs);
-  ExpectRefusal(kFirst + 512, {1, "CompressPart End"});
+  AddRecord(kFirstOffset, VolumeFileSystem::kNtfs);
+  ExpectRefusal(kFirstOffset + 512, {1, "CompressPart End"});
 }
 
 TEST_F(CompressPart, FirstOfTwoRecordsWithTheSameOffsetIsUsed) {
-  AddRecord(kFirst, VolumeFileSystem::kExt4);
-  AddRecord(kFirst, VolumeFileSystem::kNtfs);
-  ExpectRefusal(kFirst, {1, kRefusal});
+  AddRecord(kFirstOffset, VolumeFileSystem::kExt4);
+  AddRecord(kFirstOffset, VolumeFileSystem::kNtfs);
+  ExpectRefusal(kFirstOffset, {1, kRefusal});
 }
 
 TEST_F(CompressPart, LastOf255RecordsIsFound) {
-  for (std::uint64_t i = 1; i < 255; ++i) AddRecord(kSecond + i * 512, VolumeFileSystem::kNtfs);
-  AddRecord(kFirst, VolumeFileSystem::kNtfs);
-  EXPECT_TRUE(converter_.CompressPart(kFirst, 1));
-  EXPECT_EQ(machine_.FindVolumeAt(1, kFirst)->extents.front().length, (30720 - 2048) * 512U);
+  for (std::uint64_t i = 1; i < 255; ++i)
+    AddRecord(kSecondOffset + i * 512, VolumeFileSystem::kNtfs);
+  AddRecord(kFirstOffset, VolumeFileSystem::kNtfs);
+  EXPECT_TRUE(converter_.CompressPart(kFirstOffset, 1));
+  EXPECT_EQ(machine_.FindVolumeAt(1, kFirstOffset)->extents.front().length, (30720 - 2048) * 512U);
 }
 
 TEST_F(CompressPart, OtherFileSystemIsRefusedAtTheLevelOfProgress) {
-  AddRecord(kFirst, VolumeFileSystem::kExt4);
-  ExpectRefusal(kFirst, {1, kRefusal});
+  AddRecord(kFirstOffset, VolumeFileSystem::kExt4);
+  ExpectRefusal(kFirstOffset, {1, kRefusal});
   EXPECT_EQ(Lines(3), Texts{});
 }
 
 TEST_F(CompressPart, UnknownFileSystemIsRefused) {
-  AddRecord(kFirst, VolumeFileSystem::kUnknown);
-  ExpectRefusal(kFirst, {1, kRefusal});
+  AddRecord(kFirstOffset, VolumeFileSystem::kUnknown);
+  ExpectRefusal(kFirstOffset, {1, kRefusal});
 }
 
 TEST_F(CompressPart, Fat16IsRefused) {
-  AddRecord(kFirst, VolumeFileSystem::kFat16);
-  ExpectRefusal(kFirst, {1, kRefusal});
+  AddRecord(kFirstOffset, VolumeFileSystem::kFat16);
+  ExpectRefusal(kFirstOffset, {1, kRefusal});
 }
 
 TEST_F(CompressPart, FailedShrinkIsLoggedBehindTheLinesOfItsStep) {
-  AddRecord(kFirst, VolumeFileSystem::kNtfs);
+  AddRecord(kFirstOffset, VolumeFileSystem::kNtfs);
   machine_.calls().FailOn("DeviceIoControl/FSCTL_DISMOUNT_VOLUME", 1, 1117);
-  EXPECT_FALSE(converter_.CompressPart(kFirst, 5));
+  EXPECT_FALSE(converter_.CompressPart(kFirstOffset, 5));
   EXPECT_EQ(log_, (Log{{1, "CompressPart Begin..."},
                        {1, "Compress NTFS Partition..."},
                        {3, "FSCTL_DISMOUNT_VOLUME Error: 1117"},
@@ -153,8 +147,8 @@ TEST_F(CompressPart, FailedShrinkIsLoggedBehindTheLinesOfItsStep) {
 }
 
 TEST_F(CompressPart, RunsNoToolAndDoesNotLookAtTheTableAgain) {
-  AddRecord(kFirst, VolumeFileSystem::kNtfs);
-  EXPECT_TRUE(converter_.CompressPart(kFirst, 1));
+  AddRecord(kFirstOffset, VolumeFileSystem::kNtfs);
+  EXPECT_TRUE(converter_.CompressPart(kFirstOffset, 1));
   EXPECT_EQ(shell_lines_, Texts{});
   EXPECT_EQ(machine_.calls().Count("ReadFile"), 1U);  // the boot sector
 }

@@ -2,7 +2,7 @@
 
 #include "platform/win32.h"
 #include "simulator/volume.h"
-#include "support/machine_fixture.h"
+#include "two_volumes_fixture.h"
 
 namespace testing_support {
 namespace {
@@ -11,33 +11,14 @@ using Handles = std::vector<std::string>;
 
 constexpr char kDiskPath[] = "\\\\.\\PhysicalDrive1";
 constexpr char kDeviceNumberCall[] = "DeviceIoControl/IOCTL_STORAGE_GET_DEVICE_NUMBER";
-constexpr std::uint64_t kMiB = 1024 * 1024;
 constexpr std::uint32_t kUntouched = 0xCDCDCDCD;
 
-// Disk 1 has two NTFS volumes.
-class DeviceHandleTest : public MachineTest {
- protected:
-  DeviceHandleTest() : disk_(NewDisk(1, 64 * kMiB)) {
-    WriteMbr(disk_, {{7, 2048, 30720}, {7, 34816, 30720}});
-    WriteNtfsBootSector(disk_, 2048, 30719);
-    WriteNtfsBootSector(disk_, 34816, 30719);
-    machine_.UpdateProperties(disk_);
-    machine_.calls().Clear();
-  }
-
-  std::string VolumePath(std::uint64_t first_sector) {
-    return machine_.FindVolumeAt(1, first_sector * 512)->path;
-  }
-
-  simulator::Disk& disk_;
-};
-
-class GetDeviceHandleById : public DeviceHandleTest {};
-class GetDeviceHandleByIndex : public DeviceHandleTest {};
-class WideOpen : public DeviceHandleTest {};
-class CloseDeviceHandle : public DeviceHandleTest {};
-class GetDeviceIndexByHandle : public DeviceHandleTest {};
-class GetDeviceIndex : public DeviceHandleTest {};
+class GetDeviceHandleById : public TwoVolumesTest {};
+class GetDeviceHandleByIndex : public TwoVolumesTest {};
+class WideOpen : public TwoVolumesTest {};
+class CloseDeviceHandle : public TwoVolumesTest {};
+class GetDeviceIndexByHandle : public TwoVolumesTest {};
+class GetDeviceIndex : public TwoVolumesTest {};
 
 TEST_F(GetDeviceHandleById, GivesAHandleThatReadsAndWrites) {
   HANDLE handle = velkora::GetDeviceHandleById(kDiskPath);
@@ -147,7 +128,7 @@ TEST_F(CloseDeviceHandle, LeavesAHandleThatIsNotOpenAlone) {
 }
 
 TEST_F(GetDeviceIndexByHandle, TellsDiskAndPartitionOfAVolume) {
-  HANDLE handle = velkora::GetDeviceHandleById(VolumePath(34816).c_str());
+  HANDLE handle = velkora::GetDeviceHandleById(PathAt(kSecondOffset).c_str());
   std::uint32_t device = kUntouched;
   std::uint32_t partition = kUntouched;
   EXPECT_TRUE(velkora::GetDeviceIndexByHandle(handle, &device, true));
@@ -178,7 +159,7 @@ TEST_F(GetDeviceIndexByHandle, HandleThatIsNotOpenIsErrorSix) {
 
 TEST_F(GetDeviceIndex, TellsThePartitionOfAVolumePath) {
   std::uint32_t number = kUntouched;
-  EXPECT_TRUE(velkora::GetDeviceIndex(VolumePath(34816), &number, false));
+  EXPECT_TRUE(velkora::GetDeviceIndex(PathAt(kSecondOffset), &number, false));
   EXPECT_EQ(number, 2U);
   EXPECT_EQ(machine_.handles().Open(), Handles{});
 }

@@ -12,8 +12,6 @@ namespace {
 
 using namespace testing_support;
 
-using PlaceMap = std::map<std::uint64_t, std::size_t>;
-
 constexpr std::uint64_t kSecondary = (64 << 20) - 512;
 const PlaceMap kTable = {{512, 512}, {1024, 16384}, {kSecondary - 16384, 16384}, {kSecondary, 512}};
 

@@ -17,8 +17,6 @@ namespace {
 
 using namespace testing_support;
 
-using PlaceMap = std::map<std::uint64_t, std::size_t>;
-
 constexpr std::uint64_t kMiBSectors = 2048;
 
 struct Row {

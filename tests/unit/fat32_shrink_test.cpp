@@ -60,6 +60,13 @@ class CompressFat32Test : public Fat32MountedVolume {
     return Number(ReadSector(disk_, 0), 446 + 16 * row + 12);
   }
 
+  // Shrinks while a call fails, with these errors behind the opening lines.
+  void ExpectFailureOf(std::string_view call, std::size_t occurrence, DWORD error,
+                       const Texts& errors) {
+    machine_.calls().FailOn(std::string(call), occurrence, error);
+    EXPECT_FALSE(Shrink());
+    ExpectFailure(errors);
+  }
   // Behind the opening lines; no disk and no volume is open.
   void ExpectFailure(const Texts& errors) {
     Log expected = {{1, "Compress Fat32 Partition..."},
@@ -266,94 +273,76 @@ class FailedFat32Shrink : public CompressFat32Test {
 };
 
 TEST_F(FailedFat32Shrink, OpenOfTheDiskStillOpensTheVolume) {
-  machine_.calls().FailOn("CreateFileA", 1, 32);
-  EXPECT_FALSE(Shrink());
-  ExpectFailure({"open device failed, device_id: " + disk_.path() + ", error_code: 32"});
+  ExpectFailureOf("CreateFileA", 1, 32,
+                  {"open device failed, device_id: " + disk_.path() + ", error_code: 32"});
   EXPECT_EQ(machine_.calls().Count("CreateFileA"), 2U);
   EXPECT_EQ(machine_.calls().Count("DeviceIoControl"), 0U);
 }
 
 TEST_F(FailedFat32Shrink, OpenOfTheVolumeClosesTheDisk) {
-  machine_.calls().FailOn("CreateFileA", 2, 32);
-  EXPECT_FALSE(Shrink());
-  ExpectFailure({"open device failed, device_id: " + Path() + ", error_code: 32"});
+  ExpectFailureOf("CreateFileA", 2, 32,
+                  {"open device failed, device_id: " + Path() + ", error_code: 32"});
   EXPECT_EQ(machine_.calls().Count("DeviceIoControl"), 0U);
 }
 
 TEST_F(FailedFat32Shrink, UpdateOfTheDisk) {
-  machine_.calls().FailOn(kUpdateProperties, 1, 1117);
-  EXPECT_FALSE(Shrink());
-  ExpectFailure({"DISK UPDATE Error! error_code: 1117"});
+  ExpectFailureOf(kUpdateProperties, 1, 1117, {"DISK UPDATE Error! error_code: 1117"});
   ExpectUnchangedSizes();
 }
 
 TEST_F(FailedFat32Shrink, FirstBitmap) {
-  machine_.calls().FailOn(kGetBitmap, 2, 1117);
-  EXPECT_FALSE(Shrink());
-  ExpectFailure({"GET VOLUME BITMAP Error! error_code: 1117", "Get Cluster Location Error!"});
+  ExpectFailureOf(kGetBitmap, 2, 1117,
+                  {"GET VOLUME BITMAP Error! error_code: 1117", "Get Cluster Location Error!"});
   EXPECT_EQ(machine_.calls().Count("FindFirstFileW"), 0U);
 }
 
 TEST_F(FailedFat32Shrink, WalkLeavesTheAttributesClearedSoFar) {
   EXPECT_NE(AttributesOf("\\low file") & FILE_ATTRIBUTE_ARCHIVE, 0U);
-  machine_.calls().FailOn("SetFileAttributesW", 2, 5);
-  EXPECT_FALSE(Shrink());
-  ExpectFailure({"Set File Attributes Error! error_code: 5", "Enum File Path Error!"});
+  ExpectFailureOf("SetFileAttributesW", 2, 5,
+                  {"Set File Attributes Error! error_code: 5", "Enum File Path Error!"});
   EXPECT_EQ(AttributesOf("\\low file") & FILE_ATTRIBUTE_ARCHIVE, 0U);
   EXPECT_NE(AttributesOf("\\high file") & FILE_ATTRIBUTE_ARCHIVE, 0U);
   ExpectUnchangedSizes();
 }
 
 TEST_F(FailedFat32Shrink, FileThatIsLockedSomewhere) {
-  machine_.calls().FailOn("CreateFileW", 1, 32);
-  EXPECT_FALSE(Shrink());
-  ExpectFailure({"Get File Debris Error!"});
+  ExpectFailureOf("CreateFileW", 1, 32, {"Get File Debris Error!"});
   EXPECT_EQ(AttributesOf("\\high file") & FILE_ATTRIBUTE_ARCHIVE, 0U) << "attributes are gone";
   ExpectUnchangedSizes();
 }
 
 TEST_F(FailedFat32Shrink, MoveKeepsWhatHasMoved) {
-  machine_.calls().FailOn(kMoveFile, 2, 1117);
-  EXPECT_FALSE(Shrink());
-  ExpectFailure({"Move File Failed! error_code: 1117", "Move File Debris Error!"});
+  ExpectFailureOf(kMoveFile, 2, 1117,
+                  {"Move File Failed! error_code: 1117", "Move File Debris Error!"});
   EXPECT_LE(Chain("\\high file").back(), Boundary());
   ExpectContents();
   ExpectUnchangedSizes();
 }
 
 TEST_F(FailedFat32Shrink, SecondBitmap) {
-  machine_.calls().FailOn(kGetBitmap, 3, 1117);
-  EXPECT_FALSE(Shrink());
-  ExpectFailure({"GET VOLUME BITMAP Error! error_code: 1117", "Get Cluster Location Error!"});
+  ExpectFailureOf(kGetBitmap, 3, 1117,
+                  {"GET VOLUME BITMAP Error! error_code: 1117", "Get Cluster Location Error!"});
   ExpectContents();
 }
 
 TEST_F(FailedFat32Shrink, FragmentsOfDirectories) {
-  machine_.calls().FailOn(kGetPointers, 6, 1117);
-  EXPECT_FALSE(Shrink());
-  ExpectFailure({"Get Directory Debris Error!"});
+  ExpectFailureOf(kGetPointers, 6, 1117, {"Get Directory Debris Error!"});
   EXPECT_TRUE(machine_.FindVolumeAt(1, kStart)->mounted);
   ExpectContents();
 }
 
 TEST_F(FailedFat32Shrink, Dismount) {
-  machine_.calls().FailOn(kDismount, 1, 1117);
-  EXPECT_FALSE(Shrink());
-  ExpectFailure({"Volume Dismount Error! error_code: 1117"});
+  ExpectFailureOf(kDismount, 1, 1117, {"Volume Dismount Error! error_code: 1117"});
   EXPECT_EQ(machine_.calls().Count("WriteFile"), 0U);
 }
 
 TEST_F(FailedFat32Shrink, MoveOfDirectories) {
-  machine_.calls().FailOn("ReadFile", 1, 23);
-  EXPECT_FALSE(Shrink());
-  ExpectFailure({"Move Directory Debris Error!"});
+  ExpectFailureOf("ReadFile", 1, 23, {"Move Directory Debris Error!"});
   ExpectUnchangedSizes();
 }
 
 TEST_F(FailedFat32Shrink, GetLayoutLeavesTheSizeAndTheVolumeDismounted) {
-  machine_.calls().FailOn(kGetLayout, 1, 1117);
-  EXPECT_FALSE(Shrink());
-  ExpectFailure({"Get Drive Layout Failed! error_code: 1117"});
+  ExpectFailureOf(kGetLayout, 1, 1117, {"Get Drive Layout Failed! error_code: 1117"});
   EXPECT_FALSE(machine_.FindVolumeAt(1, kStart)->mounted);
   ExpectUnchangedSizes();
   ExpectContents();
@@ -384,9 +373,7 @@ TEST_F(FailedFat32Shrink, WriteOfTheBootSector) {
 }
 
 TEST_F(FailedFat32Shrink, SetLayoutLeavesTheBootSectorShorterThanThePartition) {
-  machine_.calls().FailOn(kSetLayout, 1, 1117);
-  EXPECT_FALSE(Shrink());
-  ExpectFailure({"Set Drive Layout Failed! error_code: 1117"});
+  ExpectFailureOf(kSetLayout, 1, 1117, {"Set Drive Layout Failed! error_code: 1117"});
   EXPECT_EQ(TotalSectors(), kSectors - kSizeMib * 2048);
   EXPECT_EQ(PartitionSectors(0), kSectors);
 }

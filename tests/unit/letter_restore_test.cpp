@@ -5,34 +5,19 @@
 #include "frame/global_context.h"
 #include "simulator/mount_manager.h"
 #include "simulator/volume.h"
-#include "support/machine_fixture.h"
+#include "two_volumes_fixture.h"
 
 namespace testing_support {
 namespace {
 
-constexpr std::uint64_t kMiB = 1024 * 1024;
-constexpr std::uint64_t kFirst = 2048 * 512;
-constexpr std::uint64_t kSecond = 34816 * 512;
-
 // Disks 1 and 2 have two NTFS volumes each, at the same offsets and without letters. The record is
 // that of disk 1 and has no volumes yet.
-class RestoreVolumeInfosAfterConvert : public MachineTest {
+class RestoreVolumeInfosAfterConvert : public TwoVolumesTest {
  protected:
   RestoreVolumeInfosAfterConvert() {
-    machine_.switches().automount = false;
-    AttachVolumes(1, 0x11111111);
     AttachVolumes(2, 0x22222222);
-    machine_.calls().Clear();
     record_.index = 1;
     converter_.disk_info = &record_;
-  }
-
-  void AttachVolumes(std::uint32_t number, std::uint32_t signature) {
-    simulator::Disk& disk = NewDisk(number, 64 * kMiB);
-    WriteMbr(disk, {{7, 2048, 30720}, {7, 34816, 30720}}, {}, 2048, signature);
-    WriteNtfsBootSector(disk, 2048, 30719);
-    WriteNtfsBootSector(disk, 34816, 30719);
-    machine_.UpdateProperties(disk);
   }
 
   void AddRecord(std::uint64_t offset, const char* letter) {
@@ -42,12 +27,6 @@ class RestoreVolumeInfosAfterConvert : public MachineTest {
     record_.volumes[record_.volume_count++] = &volume;
   }
 
-  std::string PathAt(std::uint32_t disk, std::uint64_t offset) {
-    return machine_.FindVolumeAt(disk, offset)->path;
-  }
-  std::string RootAt(std::uint32_t disk, std::uint64_t offset) {
-    return PathAt(disk, offset) + "\\";
-  }
   std::string LettersAt(std::uint32_t disk, std::uint64_t offset) {
     return machine_.LettersOf(*machine_.FindVolumeAt(disk, offset));
   }
@@ -99,166 +78,166 @@ class RestoreVolumeInfosAfterConvert : public MachineTest {
 };
 
 TEST_F(RestoreVolumeInfosAfterConvert, VolumeWithItsLetterIsLeftAlone) {
-  machine_.SetLetter(1, kFirst, 'D');
-  AddRecord(kFirst, "D:");
+  machine_.SetLetter(1, kFirstOffset, 'D');
+  AddRecord(kFirstOffset, "D:");
   EXPECT_TRUE(Restore());
   ExpectSweeps({});
   ExpectMountPointCalls(0, 0);
-  EXPECT_EQ(LettersAt(1, kFirst), "D");
+  EXPECT_EQ(LettersAt(1, kFirstOffset), "D");
 }
 
 TEST_F(RestoreVolumeInfosAfterConvert, EmptyWantedLetterTakesTheLetterAway) {
-  machine_.SetLetter(1, kFirst, 'D');
-  AddRecord(kFirst, "");
+  machine_.SetLetter(1, kFirstOffset, 'D');
+  AddRecord(kFirstOffset, "");
   EXPECT_TRUE(Restore());
   ExpectSweeps({{1, "Remove Letter D:\\"}});
   ExpectMountPointCalls(1, 0);
-  EXPECT_EQ(LettersAt(1, kFirst), "");
+  EXPECT_EQ(LettersAt(1, kFirstOffset), "");
 }
 
 TEST_F(RestoreVolumeInfosAfterConvert, WantedTextThatIsNoLetterTakesTheLetterAway) {
-  machine_.SetLetter(1, kFirst, 'D');
-  AddRecord(kFirst, "1:");
+  machine_.SetLetter(1, kFirstOffset, 'D');
+  AddRecord(kFirstOffset, "1:");
   EXPECT_TRUE(Restore());
   ExpectSweeps({{1, "Remove Letter D:\\"}});
   ExpectMountPointCalls(1, 0);
 }
 
 TEST_F(RestoreVolumeInfosAfterConvert, VolumeWithoutALetterGetsOnlyTheAssignment) {
-  AddRecord(kSecond, "E:");
+  AddRecord(kSecondOffset, "E:");
   EXPECT_TRUE(Restore());
   ExpectSweeps({{1, "Remove Letter E:\\"},
-                {1, "Restore Letter guid :" + RootAt(1, kSecond) + ", letter: E:\\"}});
+                {1, "Restore Letter guid :" + RootAt(kSecondOffset) + ", letter: E:\\"}});
   ExpectMountPointCalls(0, 1);
-  EXPECT_EQ(LettersAt(1, kSecond), "E");
+  EXPECT_EQ(LettersAt(1, kSecondOffset), "E");
 }
 
 TEST_F(RestoreVolumeInfosAfterConvert, WantedLetterThatNobodyHoldsIsAnnouncedButNotDeleted) {
-  machine_.SetLetter(1, kFirst, 'D');
-  AddRecord(kFirst, "E:");
+  machine_.SetLetter(1, kFirstOffset, 'D');
+  AddRecord(kFirstOffset, "E:");
   EXPECT_TRUE(Restore());
   ExpectSweeps({{1, "Remove Letter D:\\"},
                 {1, "Remove Letter E:\\"},
-                {1, "Restore Letter guid :" + RootAt(1, kFirst) + ", letter: E:\\"}});
+                {1, "Restore Letter guid :" + RootAt(kFirstOffset) + ", letter: E:\\"}});
   ExpectMountPointCalls(1, 1);
-  EXPECT_EQ(LettersAt(1, kFirst), "E");
+  EXPECT_EQ(LettersAt(1, kFirstOffset), "E");
 }
 
 // Each letter stands in the set twice: as the record says it and, longer by its terminators, as the
 // machine does.
 TEST_F(RestoreVolumeInfosAfterConvert, TwoVolumesSwapTheirLetters) {
-  machine_.SetLetter(1, kFirst, 'D');
-  machine_.SetLetter(1, kSecond, 'C');
-  AddRecord(kFirst, "C:");
-  AddRecord(kSecond, "D:");
+  machine_.SetLetter(1, kFirstOffset, 'D');
+  machine_.SetLetter(1, kSecondOffset, 'C');
+  AddRecord(kFirstOffset, "C:");
+  AddRecord(kSecondOffset, "D:");
   EXPECT_TRUE(Restore());
   ExpectSweeps({{1, "Remove Letter C:\\"},
                 {1, "Remove Letter C:\\"},
                 {1, "Remove Letter D:\\"},
                 {1, "Remove Letter D:\\"},
-                {1, "Restore Letter guid :" + RootAt(1, kFirst) + ", letter: C:\\"},
-                {1, "Restore Letter guid :" + RootAt(1, kSecond) + ", letter: D:\\"}});
+                {1, "Restore Letter guid :" + RootAt(kFirstOffset) + ", letter: C:\\"},
+                {1, "Restore Letter guid :" + RootAt(kSecondOffset) + ", letter: D:\\"}});
   ExpectMountPointCalls(2, 2);
-  EXPECT_EQ(LettersAt(1, kFirst), "C");
-  EXPECT_EQ(LettersAt(1, kSecond), "D");
+  EXPECT_EQ(LettersAt(1, kFirstOffset), "C");
+  EXPECT_EQ(LettersAt(1, kSecondOffset), "D");
 }
 
 TEST_F(RestoreVolumeInfosAfterConvert, LetterIsTakenFromAnotherDisksVolume) {
-  machine_.SetLetter(2, kFirst, 'E');
-  AddRecord(kFirst, "E:");
+  machine_.SetLetter(2, kFirstOffset, 'E');
+  AddRecord(kFirstOffset, "E:");
   EXPECT_TRUE(Restore());
   ExpectSweeps({{1, "Remove Letter E:\\"},
-                {1, "Restore Letter guid :" + RootAt(1, kFirst) + ", letter: E:\\"}});
+                {1, "Restore Letter guid :" + RootAt(kFirstOffset) + ", letter: E:\\"}});
   ExpectMountPointCalls(1, 1);
-  EXPECT_EQ(LettersAt(1, kFirst), "E");
-  EXPECT_EQ(LettersAt(2, kFirst), "");
+  EXPECT_EQ(LettersAt(1, kFirstOffset), "E");
+  EXPECT_EQ(LettersAt(2, kFirstOffset), "");
 }
 
 // With A in use the list of free letters names A.
 TEST_F(RestoreVolumeInfosAfterConvert, LetterWronglyTakenForFreeIsNotDeletedAndNotAssigned) {
-  machine_.SetLetter(2, kSecond, 'A');
-  AddRecord(kFirst, "A:");
+  machine_.SetLetter(2, kSecondOffset, 'A');
+  AddRecord(kFirstOffset, "A:");
   EXPECT_TRUE(Restore());
   ExpectSweeps(
       {{1, "Remove Letter A:\\"},
-       {3, "SetVolumeMountPointA Error: 145, Letter: A:\\, Volume id: " + RootAt(1, kFirst)},
-       {1, "Restore Letter guid :" + RootAt(1, kFirst) + ", letter: A:\\"}});
+       {3, "SetVolumeMountPointA Error: 145, Letter: A:\\, Volume id: " + RootAt(kFirstOffset)},
+       {1, "Restore Letter guid :" + RootAt(kFirstOffset) + ", letter: A:\\"}});
   ExpectMountPointCalls(0, 1);
-  EXPECT_EQ(LettersAt(1, kFirst), "");
-  EXPECT_EQ(LettersAt(2, kSecond), "A");
+  EXPECT_EQ(LettersAt(1, kFirstOffset), "");
+  EXPECT_EQ(LettersAt(2, kSecondOffset), "A");
 }
 
 TEST_F(RestoreVolumeInfosAfterConvert, FirstOfTwoVolumesThatWantOneLetterGetsIt) {
-  AddRecord(kSecond, "E:");
-  AddRecord(kFirst, "E:");
+  AddRecord(kSecondOffset, "E:");
+  AddRecord(kFirstOffset, "E:");
   EXPECT_TRUE(Restore());
   ExpectSweeps({{1, "Remove Letter E:\\"},
-                {1, "Restore Letter guid :" + RootAt(1, kFirst) + ", letter: E:\\"}});
+                {1, "Restore Letter guid :" + RootAt(kFirstOffset) + ", letter: E:\\"}});
   ExpectMountPointCalls(0, 1);
-  EXPECT_EQ(LettersAt(1, kFirst), "E");
-  EXPECT_EQ(LettersAt(1, kSecond), "");
+  EXPECT_EQ(LettersAt(1, kFirstOffset), "E");
+  EXPECT_EQ(LettersAt(1, kSecondOffset), "");
 }
 
 TEST_F(RestoreVolumeInfosAfterConvert, OfSeveralMountPathsTheFirstCounts) {
-  GiveTwoLetters(kFirst);
-  ASSERT_EQ(LettersAt(1, kFirst), "DE");
+  GiveTwoLetters(kFirstOffset);
+  ASSERT_EQ(LettersAt(1, kFirstOffset), "DE");
 
-  AddRecord(kFirst, "D:");
+  AddRecord(kFirstOffset, "D:");
   EXPECT_TRUE(Restore());
   ExpectSweeps({});
   ExpectMountPointCalls(0, 0);
-  EXPECT_EQ(LettersAt(1, kFirst), "DE");
+  EXPECT_EQ(LettersAt(1, kFirstOffset), "DE");
 }
 
 TEST_F(RestoreVolumeInfosAfterConvert, OfSeveralMountPathsTheFirstIsTakenAway) {
-  GiveTwoLetters(kFirst);
-  ASSERT_EQ(LettersAt(1, kFirst), "DE");
+  GiveTwoLetters(kFirstOffset);
+  ASSERT_EQ(LettersAt(1, kFirstOffset), "DE");
 
-  AddRecord(kFirst, "F:");
+  AddRecord(kFirstOffset, "F:");
   EXPECT_TRUE(Restore());
   // E stays, and so the volume has a letter and is refused a second one.
-  EXPECT_EQ(LettersAt(1, kFirst), "E");
+  EXPECT_EQ(LettersAt(1, kFirstOffset), "E");
   ExpectMountPointCalls(1, 1);
   EXPECT_EQ(Lines(3).size(), 1U);
   EXPECT_EQ(Lines(3).front().rfind("SetVolumeMountPointA Error: 87, Letter: F:\\", 0), 0U);
 }
 
 TEST_F(RestoreVolumeInfosAfterConvert, VolumeWithoutARecordKeepsItsLetter) {
-  machine_.SetLetter(1, kFirst, 'D');
-  AddRecord(kFirst + 512, "E:");
+  machine_.SetLetter(1, kFirstOffset, 'D');
+  AddRecord(kFirstOffset + 512, "E:");
   EXPECT_TRUE(Restore());
   ExpectSweeps({});
   ExpectMountPointCalls(0, 0);
-  EXPECT_EQ(LettersAt(1, kFirst), "D");
+  EXPECT_EQ(LettersAt(1, kFirstOffset), "D");
 }
 
 TEST_F(RestoreVolumeInfosAfterConvert, VolumeAtTheSameOffsetOfAnotherDiskIsLeftAlone) {
-  machine_.SetLetter(1, kFirst, 'C');
-  machine_.SetLetter(2, kFirst, 'D');
-  AddRecord(kFirst, "C:");
+  machine_.SetLetter(1, kFirstOffset, 'C');
+  machine_.SetLetter(2, kFirstOffset, 'D');
+  AddRecord(kFirstOffset, "C:");
   EXPECT_TRUE(Restore());
   ExpectSweeps({});
-  EXPECT_EQ(LettersAt(2, kFirst), "D");
+  EXPECT_EQ(LettersAt(2, kFirstOffset), "D");
 }
 
 TEST_F(RestoreVolumeInfosAfterConvert, FirstRecordWithTheOffsetCounts) {
-  AddRecord(kFirst, "G:");
-  AddRecord(kFirst, "F:");
+  AddRecord(kFirstOffset, "G:");
+  AddRecord(kFirstOffset, "F:");
   EXPECT_TRUE(Restore());
-  EXPECT_EQ(LettersAt(1, kFirst), "G");
+  EXPECT_EQ(LettersAt(1, kFirstOffset), "G");
   ExpectMountPointCalls(0, 1);
 }
 
 TEST_F(RestoreVolumeInfosAfterConvert, FailedPlaceOfOneVolumeIsPassedOver) {
-  AddRecord(kFirst, "E:");
-  AddRecord(kSecond, "F:");
-  const std::string path = PathAt(1, kFirst);
+  AddRecord(kFirstOffset, "E:");
+  AddRecord(kSecondOffset, "F:");
+  const std::string path = PathAt(kFirstOffset);
   machine_.calls().FailOn("CreateFileA/" + path, 1, 32);
   EXPECT_TRUE(Restore());
   walk_.front() = {3, "GetPartitionDiskindexAndOffset error: 32, volume_id: " + path};
   ExpectSweeps({{1, "Remove Letter F:\\"},
-                {1, "Restore Letter guid :" + RootAt(1, kSecond) + ", letter: F:\\"}});
-  EXPECT_EQ(LettersAt(1, kFirst), "");
+                {1, "Restore Letter guid :" + RootAt(kSecondOffset) + ", letter: F:\\"}});
+  EXPECT_EQ(LettersAt(1, kFirstOffset), "");
 }
 
 TEST_F(RestoreVolumeInfosAfterConvert, VolumeWithoutExtentsIsPassedOver) {
@@ -266,76 +245,76 @@ TEST_F(RestoreVolumeInfosAfterConvert, VolumeWithoutExtentsIsPassedOver) {
   drive.path = "\\\\?\\Volume{00000000-0000-0000-0000-00000000abcd}";
   drive.automatic_letter = false;
   machine_.AddVolume(drive);
-  AddRecord(kFirst, "E:");
+  AddRecord(kFirstOffset, "E:");
   EXPECT_TRUE(Restore());
   walk_.push_back({3, "IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS1 Error: 1"});
   walk_.push_back({3, "GetPartitionDiskindexAndOffset error: 1, volume_id: " + drive.path});
   ExpectSweeps({{1, "Remove Letter E:\\"},
-                {1, "Restore Letter guid :" + RootAt(1, kFirst) + ", letter: E:\\"}});
+                {1, "Restore Letter guid :" + RootAt(kFirstOffset) + ", letter: E:\\"}});
 }
 
 TEST_F(RestoreVolumeInfosAfterConvert, FailedLetterOfOneVolumeIsPassedOver) {
-  AddRecord(kFirst, "E:");
+  AddRecord(kFirstOffset, "E:");
   machine_.calls().FailOn("GetVolumePathNamesForVolumeNameA", 1, 1167);
   EXPECT_TRUE(Restore());
   const LogLine reason = {
-      3, "GetVolumePathNamesForVolumeNameA error 1167, device id " + RootAt(1, kFirst)};
-  walk_.front() = {3, "GetVolumeLetter Error: 1167, volume_id: " + PathAt(1, kFirst)};
+      3, "GetVolumePathNamesForVolumeNameA error 1167, device id " + RootAt(kFirstOffset)};
+  walk_.front() = {3, "GetVolumeLetter Error: 1167, volume_id: " + PathAt(kFirstOffset)};
   walk_.insert(walk_.begin(), reason);
   ExpectSweeps({});
   ExpectMountPointCalls(0, 0);
 }
 
 TEST_F(RestoreVolumeInfosAfterConvert, FailedRemovalLetsTheAssignmentFailToo) {
-  machine_.SetLetter(2, kFirst, 'E');
-  AddRecord(kFirst, "E:");
+  machine_.SetLetter(2, kFirstOffset, 'E');
+  AddRecord(kFirstOffset, "E:");
   machine_.calls().FailOn("DeleteVolumeMountPointA", 1, 1117);
   EXPECT_TRUE(Restore());
   ExpectSweeps(
       {{3, "DeleteVolumeMountPointA Error: 1117, Letter: E:\\"},
        {1, "Remove Letter E:\\"},
-       {3, "SetVolumeMountPointA Error: 145, Letter: E:\\, Volume id: " + RootAt(1, kFirst)},
-       {1, "Restore Letter guid :" + RootAt(1, kFirst) + ", letter: E:\\"}});
-  EXPECT_EQ(LettersAt(2, kFirst), "E");
+       {3, "SetVolumeMountPointA Error: 145, Letter: E:\\, Volume id: " + RootAt(kFirstOffset)},
+       {1, "Restore Letter guid :" + RootAt(kFirstOffset) + ", letter: E:\\"}});
+  EXPECT_EQ(LettersAt(2, kFirstOffset), "E");
 }
 
 TEST_F(RestoreVolumeInfosAfterConvert, FailedAssignmentLeavesTheVolumeWithoutALetter) {
-  machine_.SetLetter(1, kFirst, 'D');
-  AddRecord(kFirst, "E:");
+  machine_.SetLetter(1, kFirstOffset, 'D');
+  AddRecord(kFirstOffset, "E:");
   machine_.calls().FailOn("SetVolumeMountPointA", 1, 1117);
   EXPECT_TRUE(Restore());
   ExpectSweeps(
       {{1, "Remove Letter D:\\"},
        {1, "Remove Letter E:\\"},
-       {3, "SetVolumeMountPointA Error: 1117, Letter: E:\\, Volume id: " + RootAt(1, kFirst)},
-       {1, "Restore Letter guid :" + RootAt(1, kFirst) + ", letter: E:\\"}});
+       {3, "SetVolumeMountPointA Error: 1117, Letter: E:\\, Volume id: " + RootAt(kFirstOffset)},
+       {1, "Restore Letter guid :" + RootAt(kFirstOffset) + ", letter: E:\\"}});
   ExpectMountPointCalls(1, 1);
-  EXPECT_EQ(LettersAt(1, kFirst), "");
+  EXPECT_EQ(LettersAt(1, kFirstOffset), "");
 }
 
 TEST_F(RestoreVolumeInfosAfterConvert, FailedEnumerationTouchesNoLetter) {
-  machine_.SetLetter(1, kFirst, 'D');
-  AddRecord(kFirst, "E:");
+  machine_.SetLetter(1, kFirstOffset, 'D');
+  AddRecord(kFirstOffset, "E:");
   machine_.calls().FailOn("FindFirstVolumeA", 1, 8);
   EXPECT_FALSE(Restore());
   EXPECT_EQ(log_,
             (Log{{1, "RestoreVolumeInfosAfterConvert Begin..."}, {3, "FindFirstVolumeA error 8"}}));
   ExpectMountPointCalls(0, 0);
-  EXPECT_EQ(LettersAt(1, kFirst), "D");
+  EXPECT_EQ(LettersAt(1, kFirstOffset), "D");
 }
 
 TEST_F(RestoreVolumeInfosAfterConvert, StopTouchesNoLetter) {
-  machine_.SetLetter(1, kFirst, 'D');
-  AddRecord(kFirst, "E:");
+  machine_.SetLetter(1, kFirstOffset, 'D');
+  AddRecord(kFirstOffset, "E:");
   velkora::GetGlobalContext().stop_requested = 1;
   EXPECT_FALSE(Restore());
   EXPECT_EQ(log_, (Log{{1, "RestoreVolumeInfosAfterConvert Begin..."}}));
   ExpectMountPointCalls(0, 0);
-  EXPECT_EQ(LettersAt(1, kFirst), "D");
+  EXPECT_EQ(LettersAt(1, kFirstOffset), "D");
 }
 
 TEST_F(RestoreVolumeInfosAfterConvert, LeavesNoHandleOpen) {
-  AddRecord(kFirst, "E:");
+  AddRecord(kFirstOffset, "E:");
   EXPECT_TRUE(Restore());
   EXPECT_EQ(machine_.handles().Open(), std::vector<std::string>{});
 }

@@ -14,7 +14,6 @@ namespace {
 using namespace testing_support;
 
 using Numbers = std::vector<std::uint64_t>;
-using PlaceMap = std::map<std::uint64_t, std::size_t>;
 
 constexpr std::uint64_t kVolume = 1 << 20;
 constexpr std::uint64_t kCluster = 4096;

@@ -13,8 +13,6 @@ namespace {
 
 using namespace testing_support;
 
-using PlaceMap = std::map<std::uint64_t, std::size_t>;
-
 constexpr std::uint64_t kVolume = 1 << 20;
 constexpr std::uint64_t kCluster = 4096;
 constexpr std::uint64_t kMft = kVolume + 4 * kCluster;

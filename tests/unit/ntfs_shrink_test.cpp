@@ -83,6 +83,13 @@ class CompressNtfsPartition : public MachineTest {
     EXPECT_EQ(machine_.handles().Open(), Texts{"disk 1"});
   }
 
+  // Shrinks while a call fails, with these errors behind the opening lines.
+  void ExpectFailureOf(std::string_view call, std::size_t occurrence, DWORD error,
+                       const Texts& errors) {
+    machine_.calls().FailOn(std::string(call), occurrence, error);
+    EXPECT_FALSE(Shrink(5));
+    ExpectFailure(errors);
+  }
   // The lines behind the opening one; only the disk is still open.
   void ExpectFailure(const Texts& errors) {
     Log expected = {{1, "Compress NTFS Partition..."}};
@@ -287,17 +294,15 @@ class FailedShrink : public CompressNtfsPartition {
 };
 
 TEST_F(FailedShrink, OpenChangesNothing) {
-  machine_.calls().FailOn("CreateFileA", 1, 32);
-  EXPECT_FALSE(Shrink(5));
-  ExpectFailure({"open device failed, device_id: " + PathAt(kFirstSector) + ", error_code: 32"});
+  ExpectFailureOf("CreateFileA", 1, 32,
+                  {"open device failed, device_id: " + PathAt(kFirstSector) + ", error_code: 32"});
   ExpectNothingChanged();
   EXPECT_TRUE(VolumeAt(kFirstSector).mounted);
 }
 
 TEST_F(FailedShrink, DismountChangesNothing) {
-  machine_.calls().FailOn("DeviceIoControl/FSCTL_DISMOUNT_VOLUME", 1, 1117);
-  EXPECT_FALSE(Shrink(5));
-  ExpectFailure({"FSCTL_DISMOUNT_VOLUME Error: 1117"});
+  ExpectFailureOf("DeviceIoControl/FSCTL_DISMOUNT_VOLUME", 1, 1117,
+                  {"FSCTL_DISMOUNT_VOLUME Error: 1117"});
   ExpectNothingChanged();
   EXPECT_TRUE(VolumeAt(kFirstSector).mounted);
   EXPECT_EQ(machine_.calls().Count("WriteFile"), 0U);
@@ -330,25 +335,20 @@ TEST_F(FailedShrink, WriteLeavesTheVolumeDismountedAndUnchanged) {
 }
 
 TEST_F(FailedShrink, PartitionNumberLeavesTheBootSectorShortened) {
-  machine_.calls().FailOn("DeviceIoControl/IOCTL_STORAGE_GET_DEVICE_NUMBER", 1, 1117);
-  EXPECT_FALSE(Shrink(5));
-  ExpectFailure({"DeviceIoControl with IOCTL_STORAGE_GET_DEVICE_NUMBER error 1117",
-                 "GetDeviceIndexByHandle error: 1117"});
+  ExpectFailureOf("DeviceIoControl/IOCTL_STORAGE_GET_DEVICE_NUMBER", 1, 1117,
+                  {"DeviceIoControl with IOCTL_STORAGE_GET_DEVICE_NUMBER error 1117",
+                   "GetDeviceIndexByHandle error: 1117"});
   ExpectOnlyTheBootSectorShortened();
 }
 
 TEST_F(FailedShrink, GetLayoutLeavesTheBootSectorShortened) {
-  machine_.calls().FailOn(kGetLayout, 1, 1117);
-  EXPECT_FALSE(Shrink(5));
-  ExpectFailure({"IOCTL_DISK_GET_DRIVE_LAYOUT_EX Error: 1117"});
+  ExpectFailureOf(kGetLayout, 1, 1117, {"IOCTL_DISK_GET_DRIVE_LAYOUT_EX Error: 1117"});
   ExpectOnlyTheBootSectorShortened();
   EXPECT_EQ(machine_.calls().Count(kSetLayout), 0U);
 }
 
 TEST_F(FailedShrink, SetLayoutLeavesTheBootSectorShortened) {
-  machine_.calls().FailOn(kSetLayout, 1, 1117);
-  EXPECT_FALSE(Shrink(5));
-  ExpectFailure({"IOCTL_DISK_SET_DRIVE_LAYOUT_EX Error: 1117"});
+  ExpectFailureOf(kSetLayout, 1, 1117, {"IOCTL_DISK_SET_DRIVE_LAYOUT_EX Error: 1117"});
   ExpectOnlyTheBootSectorShortened();
 }
 

@@ -48,6 +48,13 @@ class ReadMbr : public MachineTest {
   }
 
   bool Read() { return ReadMbrPartitions(handle_, rows_); }
+  // Reads while a call fails; one line is logged.
+  void ExpectFailureOf(std::string_view call, std::size_t occurrence, DWORD error,
+                       const std::string& line) {
+    machine_.calls().FailOn(std::string(call), occurrence, error);
+    EXPECT_FALSE(Read());
+    EXPECT_EQ(AllLines(), Texts{line});
+  }
 
   std::vector<std::uint64_t> FirstSectors() const {
     std::vector<std::uint64_t> sectors;
@@ -266,16 +273,12 @@ TEST_F(ReadMbr, AChainThatComesBackToItsOwnRecordsEndsInBadAlloc) {
 // ---- Failures -----------------------------------------------------------------------------------
 
 TEST_F(ReadMbr, FailsWhenTheFirstSectorCannotBeSought) {
-  machine_.calls().FailOn("SetFilePointer", 1, 6);
-  EXPECT_FALSE(Read());
-  EXPECT_EQ(AllLines(), (Texts{"3 SetFilePointer Error: 6"}));
+  ExpectFailureOf("SetFilePointer", 1, 6, "3 SetFilePointer Error: 6");
   EXPECT_EQ(machine_.calls().Count("ReadFile"), 0U);
 }
 
 TEST_F(ReadMbr, FailsWhenTheFirstSectorCannotBeRead) {
-  machine_.calls().FailOn("ReadFile", 1, 23);
-  EXPECT_FALSE(Read());
-  EXPECT_EQ(AllLines(), (Texts{"3 Read Error: 23"}));
+  ExpectFailureOf("ReadFile", 1, 23, "3 Read Error: 23");
 }
 
 TEST_F(ReadMbr, AFailedSeekInTheChainFailsTheReadAndKeepsTheRows) {
@@ -288,9 +291,7 @@ TEST_F(ReadMbr, AFailedSeekInTheChainFailsTheReadAndKeepsTheRows) {
 
 TEST_F(ReadMbr, AFailedReadInTheChainFailsTheReadAndKeepsTheRows) {
   WriteMbr(disk_, {{7, 63, 8}, {5, 8192, 100000}, {7, 4096, 8}}, {{7, 10240, 1000}});
-  machine_.calls().FailOn("ReadFile", 2, 23);
-  EXPECT_FALSE(Read());
-  EXPECT_EQ(AllLines(), (Texts{"3 Read Error: 23"}));
+  ExpectFailureOf("ReadFile", 2, 23, "3 Read Error: 23");
   EXPECT_EQ(FirstSectors(), (Sectors{63}));
 }
 

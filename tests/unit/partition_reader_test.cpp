@@ -29,6 +29,13 @@ class ReadGpt : public MachineTest {
   }
 
   bool Read() { return ReadGptPartitions(handle_, rows_); }
+  // Reads while a call fails; one line is logged.
+  void ExpectFailureOf(std::string_view call, std::size_t occurrence, DWORD error,
+                       const std::string& line) {
+    machine_.calls().FailOn(std::string(call), occurrence, error);
+    EXPECT_FALSE(Read());
+    EXPECT_EQ(AllLines(), Texts{line});
+  }
 
   // `count` rows, each a sector long, from sector 2048 on.
   static std::vector<GptEntry> Entries(std::size_t count) {
@@ -189,33 +196,25 @@ TEST_F(ReadGpt, ASectorOfWhichNothingIsReadCountsAsZeros) {
 
 TEST_F(ReadGpt, FailsWhenTheHeaderCannotBeSought) {
   WriteGpt(disk_, Entries(5));
-  machine_.calls().FailOn("SetFilePointer", 1, 131);
-  EXPECT_FALSE(Read());
-  EXPECT_EQ(AllLines(), (Texts{"3 SetFilePointer Error: 131"}));
+  ExpectFailureOf("SetFilePointer", 1, 131, "3 SetFilePointer Error: 131");
   EXPECT_EQ(machine_.calls().Count("ReadFile"), 0U);
 }
 
 TEST_F(ReadGpt, FailsWhenTheHeaderCannotBeRead) {
   WriteGpt(disk_, Entries(5));
-  machine_.calls().FailOn("ReadFile", 1, 23);
-  EXPECT_FALSE(Read());
-  EXPECT_EQ(AllLines(), (Texts{"3 Read Error: 23"}));
+  ExpectFailureOf("ReadFile", 1, 23, "3 Read Error: 23");
   EXPECT_EQ(machine_.calls().Count("ReadFile"), 1U);
 }
 
 TEST_F(ReadGpt, FailsWhenTheArrayCannotBeSought) {
   WriteGpt(disk_, Entries(5));
-  machine_.calls().FailOn("SetFilePointer", 2, 6);
-  EXPECT_FALSE(Read());
-  EXPECT_EQ(AllLines(), (Texts{"3 SetFilePointer Error: 6"}));
+  ExpectFailureOf("SetFilePointer", 2, 6, "3 SetFilePointer Error: 6");
   EXPECT_TRUE(rows_.empty());
 }
 
 TEST_F(ReadGpt, FailsWhenTheArrayCannotBeRead) {
   WriteGpt(disk_, Entries(5));
-  machine_.calls().FailOn("ReadFile", 2, 23);
-  EXPECT_FALSE(Read());
-  EXPECT_EQ(AllLines(), (Texts{"3 Read Error: 23"}));
+  ExpectFailureOf("ReadFile", 2, 23, "3 Read Error: 23");
   EXPECT_TRUE(rows_.empty());
 }
 
@@ -229,9 +228,7 @@ TEST_F(ReadGpt, AFailedSeekBetweenSectorsIsLoggedAndReadingGoesOn) {
 
 TEST_F(ReadGpt, AFailedReadBetweenSectorsKeepsTheRowsReadSoFar) {
   WriteGpt(disk_, Entries(12));
-  machine_.calls().FailOn("ReadFile", 4, 23);
-  EXPECT_FALSE(Read());
-  EXPECT_EQ(AllLines(), (Texts{"3 Read Error: 23"}));
+  ExpectFailureOf("ReadFile", 4, 23, "3 Read Error: 23");
   EXPECT_EQ(rows_.size(), 8U);
 }
 

@@ -10,27 +10,19 @@
 #include "simulator/disk.h"
 #include "simulator/volume.h"
 #include "support/caller_record.h"
-#include "support/machine_fixture.h"
+#include "two_volumes_fixture.h"
 
 namespace testing_support {
 namespace {
 
 constexpr std::uint64_t kMiB = 1024 * 1024;
-constexpr std::uint64_t kFirstOffset = 2048 * 512;
-constexpr std::uint64_t kSecondOffset = 34816 * 512;
 constexpr char kOldPath[] = "\\\\?\\Volume{01d01d01-0000-0000-0000-000000000000}";
 constexpr char kExtentsCall[] = "DeviceIoControl/IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS";
 
-// Disk 1 has two NTFS volumes, D and one without a letter. The record is of the second, by an old
-// path.
-class ReidentifyVolumes : public MachineTest {
+// The first volume is D, the second has no letter. The record is of the second, by an old path.
+class ReidentifyVolumes : public TwoVolumesTest {
  protected:
-  ReidentifyVolumes() : disk_(NewDisk(1, 64 * kMiB)), record_(DiskType::kMbr, 1) {
-    machine_.switches().automount = false;
-    WriteMbr(disk_, {{7, 2048, 30720}, {7, 34816, 30720}});
-    WriteNtfsBootSector(disk_, 2048, 30719);
-    WriteNtfsBootSector(disk_, 34816, 30719);
-    machine_.UpdateProperties(disk_);
+  ReidentifyVolumes() : record_(DiskType::kMbr, 1) {
     machine_.SetLetter(1, kFirstOffset, 'D');
     record_.Add(kSecondOffset);
     SetText(volume().volume_id, kOldPath);
@@ -40,7 +32,6 @@ class ReidentifyVolumes : public MachineTest {
   }
 
   VolumeInfo& volume() { return record_.volume(0); }
-  std::string PathAt(std::uint64_t offset) { return machine_.FindVolumeAt(1, offset)->path; }
   std::string StoredPath() { return velkora::FieldText(volume().volume_id); }
 
   // Adds a volume that says of itself that it starts there, or has no place at all.
@@ -52,7 +43,6 @@ class ReidentifyVolumes : public MachineTest {
     machine_.AddVolume(added);
   }
 
-  simulator::Disk& disk_;
   CallerRecord record_;
   velkora::Velkora converter_;
 };

@@ -17,8 +17,6 @@ namespace {
 
 using namespace testing_support;
 
-using ByteList = std::vector<std::byte>;
-
 constexpr char kPath[] = "X:\\disk.backup";
 constexpr char kLayout[] = "DeviceIoControl/IOCTL_DISK_GET_DRIVE_LAYOUT_EX";
 constexpr char kUpdate[] = "DeviceIoControl/IOCTL_DISK_UPDATE_PROPERTIES";

@@ -36,15 +36,6 @@ class RestoreOrder : public BackupDiskTest {
     if (result == -2) ReleaseBackupData(storage);
     return result;
   }
-  Texts Dismounted() {
-    Texts volumes;
-    for (const simulator::Call& call : machine_.calls().calls()) {
-      if (call.name == "DeviceIoControl" && call.detail == "FSCTL_DISMOUNT_VOLUME") {
-        volumes.push_back(call.arguments.substr(0, call.arguments.find(" in ")));
-      }
-    }
-    return volumes;
-  }
   // The style of a row, by its place in the table, as the system tells it.
   void SetStyle(std::size_t row, PARTITION_STYLE style) {
     simulator::DiskLayout layout;

@@ -15,15 +15,9 @@ namespace {
 
 using namespace testing_support;
 
-using ByteList = std::vector<std::byte>;
-
 constexpr char kCount1[] = "1 [BackupRestore] DoRestore backup storage block count=1";
 constexpr char kFirstVolume[] = "\\\\?\\Volume{01010101-0101-0101-0101-010101010101}";
 constexpr char kSecondVolume[] = "\\\\?\\Volume{02020202-0202-0202-0202-020202020202}";
-
-ByteList Filled(std::size_t length, int value) {
-  return ByteList(length, static_cast<std::byte>(value));
-}
 
 class Restore : public BackupDiskTest {
  protected:
@@ -38,15 +32,6 @@ class Restore : public BackupDiskTest {
     BackupStorage* storage = nullptr;
     FillBackupStorage(&storage, device, blocks);
     return RestoreDiskPartitionFromStorage(storage);
-  }
-  Texts Dismounted() {
-    Texts paths;
-    for (const simulator::Call& call : machine_.calls().calls()) {
-      if (call.name == "DeviceIoControl" && call.detail == "FSCTL_DISMOUNT_VOLUME") {
-        paths.push_back(call.arguments.substr(0, call.arguments.find(" in ")));
-      }
-    }
-    return paths;
   }
   std::size_t Count(const char* pattern) { return machine_.calls().Count(pattern); }
 };

@@ -3,35 +3,24 @@
 #include "frame/global_context.h"
 #include "platform/win32.h"
 #include "simulator/volume.h"
-#include "support/machine_fixture.h"
+#include "two_volumes_fixture.h"
 
 namespace testing_support {
 namespace {
 
 constexpr std::uint64_t kMiB = 1024 * 1024;
-constexpr std::uint64_t kFirstOffset = 2048 * 512;
-constexpr std::uint64_t kSecondOffset = 34816 * 512;
 constexpr std::uint32_t kNoDisk = 0xCDCDCDCD;
 constexpr std::uint64_t kNoOffset = 0xCDCDCDCDCDCDCDCD;
 constexpr char kExtentsCall[] = "DeviceIoControl/IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS";
 constexpr char kSpannedPath[] = "\\\\?\\Volume{00000000-0000-0000-0000-00000000abcd}";
 
-// Disk 1 has two NTFS volumes; the first is D, the second has no letter.
-class VolumesTest : public MachineTest {
+// The first volume is D, the second has no letter.
+class VolumesTest : public TwoVolumesTest {
  protected:
-  VolumesTest() : disk_(NewDisk(1, 64 * kMiB)) {
-    machine_.switches().automount = false;
-    WriteMbr(disk_, {{7, 2048, 30720}, {7, 34816, 30720}});
-    WriteNtfsBootSector(disk_, 2048, 30719);
-    WriteNtfsBootSector(disk_, 34816, 30719);
-    machine_.UpdateProperties(disk_);
+  VolumesTest() {
     machine_.SetLetter(1, kFirstOffset, 'D');
-    machine_.calls().Clear();
     win32::SetLastError(ERROR_SUCCESS);  // what an earlier call has left counts here
   }
-
-  std::string PathAt(std::uint64_t offset) { return machine_.FindVolumeAt(1, offset)->path; }
-  std::string RootAt(std::uint64_t offset) { return PathAt(offset) + "\\"; }
 
   void AddVolume(const std::vector<simulator::VolumeExtent>& extents) {
     simulator::Volume volume;
@@ -41,8 +30,6 @@ class VolumesTest : public MachineTest {
     volume.automatic_letter = false;
     machine_.AddVolume(volume);
   }
-
-  simulator::Disk& disk_;
 };
 
 // The disk and the offset that the query has stored.

@@ -9,6 +9,7 @@
 #include "simulator/tools/sfdisk_table.h"
 #include "simulator/volume.h"
 #include "support/machine_fixture.h"
+#include "support/tools/run_tool.h"
 
 namespace testing_support {
 namespace {

@@ -15,6 +15,7 @@
 namespace simulator::storage_testing {
 namespace {
 
+using testing_support::ReadSfdiskTable;
 using testing_support::RunTool;
 using testing_support::ToolResult;
 
@@ -92,7 +93,7 @@ TEST(StoreMbrTable, LogicalPartitionsAreAcceptedAndListedAlike) {
   DiskLayout layout = ManyLogicalRows(kSfdiskLogicalPartitions);
   ASSERT_EQ(WriteLayout(disk.device(), layout, {}), ERROR_SUCCESS);
   ExpectAccepted(disk, kSfdiskLogicalPartitions + 3);
-  EXPECT_EQ(SfdiskJson(disk.image()).at("id").get<std::string>(), "0x1a2b3c4d");
+  EXPECT_EQ(ReadSfdiskTable(disk.image()).id, "0x1a2b3c4d");
   EXPECT_EQ(SfdiskList(disk.image()), ListRows(layout));
 }
 
@@ -138,10 +139,10 @@ TEST_P(StoreGptEntries, AreAcceptedAndListedAlikeWithNamesAndAttributes) {
   ExpectAccepted(disk, GetParam());
   ExpectSgdiskAccepts(disk);
   EXPECT_EQ(SfdiskList(disk.image()), ListRows(layout));
-  const auto partitions = SfdiskJson(disk.image()).at("partitions");
+  const auto partitions = ReadSfdiskTable(disk.image()).rows;
   ASSERT_EQ(partitions.size(), GetParam());
   for (std::size_t i = 0; i < partitions.size(); ++i) {
-    EXPECT_EQ(partitions[i].value("attrs", ""), i % 3 == 0 ? "RequiredPartition GUID:63" : "")
+    EXPECT_EQ(partitions[i].attributes, i % 3 == 0 ? "RequiredPartition GUID:63" : "")
         << "partition " << i;
   }
 }
@@ -232,7 +233,7 @@ TEST(ForeignGptTable, EntriesOfSgdiskAreReadAlikeWithNamesAndAttributes) {
   MakeGptWithSgdisk(disk, 128);
   const DiskLayout layout = ReadBack(disk);
   EXPECT_EQ(layout.header.PartitionStyle, DWORD{PARTITION_STYLE_GPT});
-  EXPECT_EQ(GuidText(layout.header.Gpt.DiskId), SfdiskJson(disk.image()).at("id"));
+  EXPECT_EQ(GuidText(layout.header.Gpt.DiskId), ReadSfdiskTable(disk.image()).id);
   EXPECT_EQ(ListRows(layout), SfdiskList(disk.image()));
   ASSERT_EQ(layout.rows.size(), 128u);
   EXPECT_EQ(layout.rows[2].Gpt.Attributes, 0x8000000000000000u);

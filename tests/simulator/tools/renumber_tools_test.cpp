@@ -3,6 +3,7 @@
 #include "disk/reidentify.h"
 #include "simulator/tools/sfdisk_table.h"
 #include "support/machine_fixture.h"
+#include "support/tools/run_tool.h"
 
 namespace testing_support {
 namespace {

@@ -4,14 +4,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
-#include <nlohmann/json.hpp>
 #include <ostream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "simulator/storage/partition_store.h"
-#include "support/tools/run_tool.h"
+#include "support/tools/sfdisk_table.h"
 
 namespace simulator::storage_testing {
 
@@ -30,26 +28,13 @@ inline void PrintTo(const ListedPartition& partition, std::ostream* out) {
        << (partition.active ? " active " : " ") << partition.name << " " << partition.id;
 }
 
-// Throws when sfdisk fails or does not answer with a table.
-inline nlohmann::json SfdiskJson(const std::filesystem::path& image) {
-  const auto result = testing_support::RunTool({"sfdisk", "--json", image.string()});
-  if (result.exit_status != 0) throw std::runtime_error("sfdisk: " + result.output);
-  const std::size_t begin = result.output.find('{');
-  if (begin == std::string::npos) throw std::runtime_error("sfdisk: " + result.output);
-  return nlohmann::json::parse(result.output.substr(begin)).at("partitiontable");
-}
-
-// What sfdisk lists: an extended partition is in it, the links of its chain are not. The ids of MBR
-// partitions are of sfdisk's own making and left out.
+// What sfdisk lists, without the ids of MBR partitions, which are of sfdisk's own making.
 inline std::vector<ListedPartition> SfdiskList(const std::filesystem::path& image) {
   std::vector<ListedPartition> list;
-  const nlohmann::json table = SfdiskJson(image);
-  const bool is_gpt = table.at("label") == "gpt";
-  if (!table.contains("partitions")) return list;
-  for (const auto& entry : table.at("partitions")) {
-    list.push_back({entry.at("start").get<std::uint64_t>(), entry.at("size").get<std::uint64_t>(),
-                    entry.at("type").get<std::string>(), entry.value("bootable", false),
-                    entry.value("name", ""), is_gpt ? entry.value("uuid", "") : ""});
+  const testing_support::SfdiskTable table = testing_support::ReadSfdiskTable(image);
+  for (const testing_support::SfdiskRow& row : table.rows) {
+    list.push_back(
+        {row.start, row.count, row.type, row.active, row.name, table.label == "gpt" ? row.id : ""});
   }
   return list;
 }
