@@ -105,11 +105,11 @@ TEST_F(BackupFile, WithoutBlocksTheFileEndsWithThePath) {
 }
 
 TEST_F(BackupFile, ThePathIsCutToALengthOf16Bits) {
-  const std::string device(65536 + 300, 'd');
+  const std::string device(65536 + 301, 'd');
   Write({{1, Filled(1, 9)}}, device.c_str());
-  Bytes expected(10 + 300, 'd');
+  Bytes expected(10 + 301, 'd');
   PutNumber(expected, 0, 0, 8);
-  PutNumber(expected, 8, 300, 2);
+  PutNumber(expected, 8, 301, 2);
   AppendBlock(expected, 1, 1, {9});
   EXPECT_EQ(FileBytes(), expected);
 }

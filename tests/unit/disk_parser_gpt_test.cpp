@@ -64,6 +64,13 @@ TEST_F(GptParser, SelectedPartitionsGiveTheirStart) {
   EXPECT_EQ(blocks_[8192 * 512], ReadBytes(disk_, 8192 * 512, 2048));
 }
 
+TEST_F(GptParser, AnEntryWithoutATypeEndsTheScanWhateverElseItHolds) {
+  WriteGpt(disk_, {{{}, 2048, 4095, /*unique=*/1}, Entry(8192, 3)});
+  ASSERT_NE(ReadBytes(disk_, 1024 + 16, 1)[0], std::byte{0});
+  EXPECT_EQ(Run({2048 * 512, 8192 * 512}), 0);
+  EXPECT_EQ(Places(blocks_), kTable);
+}
+
 TEST_F(GptParser, AnEmptyEntryEndsTheScan) {
   WriteGpt(disk_, {Entry(2048, 1), {}, Entry(8192, 3)});
   EXPECT_EQ(Run({2048 * 512, 8192 * 512}), 0);

@@ -111,6 +111,7 @@ TEST_F(MbrParser, WithoutOffsetsTheTableAloneIsSelected) {
   EXPECT_EQ(Run(), 0);
   EXPECT_EQ(Places(blocks_), (PlaceMap{{0, 512}, {8192 * 512, 512}, {14336 * 512, 512}}));
   ExpectBytesOfDisk(blocks_);
+  EXPECT_EQ(Reads(), 1U + 3U) << "the record without a link ends the walk";
   EXPECT_TRUE(log_.empty());
 }
 

@@ -108,6 +108,13 @@ TEST_F(Log, Utf8PassesUnchanged) {
                                 "e"}));
 }
 
+TEST_F(Log, LinesOfOneCharacterAndOfNoneAreLogged) {
+  OpenFile();
+  LogEx("SDK", kLogProgress, "%s", "x");
+  LogEx("SDK", kLogProgress, "%s", "");
+  EXPECT_EQ(heard_, (std::vector<Heard>{{"SDK", 1, "x"}, {"SDK", 1, ""}}));
+}
+
 TEST_F(Log, LongLinesAreNotCut) {
   OpenFile();
   const std::string text(5000, 'x');

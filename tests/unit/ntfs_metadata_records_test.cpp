@@ -86,6 +86,17 @@ TEST_F(MftRecords, AFirstAttributeOfNoLengthAddsNothing) {
   EXPECT_TRUE(blocks_.empty());
 }
 
+// The mark has a length here, which would lead to the second attribute.
+TEST_F(MftRecords, WhatFollowsAnEndMarkIsNotTakenAndWhatFollowsATypeOfZeroIs) {
+  Bytes bytes = MftRecordBytes().AddRuns(0x80, {0x11, 1, 10}).AddRuns(0x80, {0x11, 1, 20}).Build();
+  PutNumber(bytes, 56, 0xFF, 1);
+  EXPECT_EQ(Run(bytes), 0);
+  EXPECT_TRUE(blocks_.empty());
+  PutNumber(bytes, 56, 0, 1);
+  EXPECT_EQ(Run(bytes), 0);
+  EXPECT_EQ(Places(blocks_), (PlaceMap{{kVolume + 20 * kCluster, kCluster}}));
+}
+
 TEST_F(MftRecords, AnEndMarkIsOneByte) {
   Bytes bytes = MftRecordBytes().AddRuns(0x80, {0x11, 1, 10}).Build();
   PutNumber(bytes, 56, 0xFF, 4);
