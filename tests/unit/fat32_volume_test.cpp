@@ -29,7 +29,10 @@ TEST(FatTable, HasAnEntryForEachFourBytesAndNoFurtherOne) {
   EXPECT_EQ(fat.Entry(kLast), 0xF2345678U) << "whole, and cut to 32 bits";
   ExpectFault([&] { fat.Entry(kLast + 1); });
   ExpectFault([&] { fat.SetEntry(kLast + 1, 5); });
-  ExpectFault([&] { fat.Entry(~std::uint64_t{0}); });
+  for (const std::uint64_t index : {std::uint64_t{1} << 62, ~std::uint64_t{0}}) {
+    ExpectFault([&] { fat.Entry(index); });
+    ExpectFault([&] { fat.SetEntry(index, 5); });
+  }
 }
 
 TEST(FatTable, FreesThatManyEntriesUpToTheLast) {

@@ -214,6 +214,15 @@ TEST_F(MftRecords, TheFifthByteOfAnOffsetFallsOntoTheFirst) {
   EXPECT_EQ(Places(blocks_), (PlaceMap{{kVolume + 17 * kCluster, kCluster}}));
 }
 
+TEST_F(MftRecords, FieldsHaveUpTo15Bytes) {
+  MftRecordBytes record;
+  record.AddRuns(0x80, {0x1F, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 10});
+  record.AddRuns(0x80, {0xF1, 2, 20, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
+  EXPECT_EQ(Run(record), 0);
+  EXPECT_EQ(Places(blocks_), (PlaceMap{{kVolume + 10 * kCluster, 3 * kCluster},
+                                       {kVolume + 20 * kCluster, 2 * kCluster}}));
+}
+
 TEST_F(MftRecords, AKeyThatIsThereIsResizedAndReadAgain) {
   MarkRange(disk_, kVolume, 1 << 20);
   SelectBytes(blocks_, kVolume + 10 * kCluster, std::vector<std::byte>(50000, std::byte{1}));

@@ -57,6 +57,20 @@ TEST_F(NtfsMetadata, RunsOfTheRecords1To15AreSelected) {
   ExpectBytesOfDisk(blocks_);
 }
 
+// A walk over this index would leave the record's block, which is a fault.
+TEST_F(NtfsMetadata, TheIndexOfAListedRecordIsNotWalked) {
+  PutRecord(11, MftRecordBytes().AddIndexRoot({{24, 16}}));
+  Bytes record(1024);
+  PutNumber(record, 20, 56, 2);
+  PutNumber(record, 56, 0x90, 4);
+  PutNumber(record, 60, 0xFFFF, 4);
+  PutNumber(record, 56 + 64, 30, 4);
+  PutNumber(record, 56 + 64 + 8, 2000, 2);
+  WriteBytes(disk_, kMft + 24 * 1024, record);
+  EXPECT_EQ(Run(), 0);
+  EXPECT_EQ(Places(blocks_), With({{kMft + 24 * 1024, 1024}}));
+}
+
 TEST_F(NtfsMetadata, TheRecordsListedIn11AreSelectedWithTheirRuns) {
   PutRecord(11, MftRecordBytes().AddIndexRoot({{26, 16}, {24, 96}, {0, 16}}));
   PutRecord(24, MftRecordBytes().AddRuns(0xA0, {0x11, 2, 200}).AddIndexRoot({{30, 16}}));
