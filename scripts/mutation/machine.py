@@ -14,7 +14,6 @@ from pathlib import Path
 
 CONFIGURE = ["-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release", "-DCMAKE_CXX_FLAGS=-w",
              "-DVELKORA_PRECOMPILE=ON", "-DVELKORA_CORE_SHARED=ON"]
-PROGRAMS = ["unit_tests", "conversion_tests", "fault_campaign"]
 LIBRARY = "libvelkora_core.so"
 SUITE = re.compile(r"^(?:TEST|TEST_F|TEST_P|TYPED_TEST)\(\s*(\w+)", re.MULTILINE)
 FAILED_TEST = re.compile(r"\[  FAILED  \] ([\w/]+\.[\w/]+)")
@@ -84,9 +83,10 @@ class Build:
             raise SystemExit(f"another run uses {self.folder}") from None
         return file
 
-    def make(self, jobs):
+    def make(self, jobs, stages):
+        programs = sorted({stage.program for stage in stages})
         for words in (["cmake", "-S", self.root, "-B", self.folder, *CONFIGURE],
-                      ["ninja", "-C", self.folder, f"-j{jobs}", *PROGRAMS]):
+                      ["ninja", "-C", self.folder, f"-j{jobs}", *programs]):
             done = subprocess.run(words, check=False, capture_output=True, text=True)
             if done.returncode != 0:
                 raise SystemExit(done.stdout + done.stderr + "the tests cannot be built")
