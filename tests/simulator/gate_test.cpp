@@ -21,8 +21,14 @@ class GateTest : public SeamTest {
     std::thread([this] { win32::InGate(gate_, [this] { events_.emplace_back("other"); }); }).join();
   }
 
+  // A gate lives until the process ends.
+  static win32::Gate* TheGate() {
+    static win32::Gate* const gate = win32::NewGate();
+    return gate;
+  }
+
   Strings events_;
-  win32::Gate* const gate_ = win32::NewGate();
+  win32::Gate* const gate_ = TheGate();
 };
 
 TEST_F(GateTest, ThreadInsideMayEnterAgain) {

@@ -13,6 +13,7 @@
 #include "platform/guard.h"
 #include "simulator/crash_sender.h"
 #include "support/caller_record.h"
+#include "support/leaks_on_purpose.h"
 #include "support/machine_fixture.h"
 
 namespace velkora {
@@ -113,6 +114,7 @@ TEST_F(Border, ExceptionInTheFirstReadIsAFailedRead) {
 
 // Up to the first status, at which the guard of the conversion begins.
 TEST_F(Border, ExceptionInAnyCallBeforeTheConversionFailsAndClosesTheDisk) {
+  const testing_support::LeaksOnPurpose backup_of_the_last_run;
   MakeGptDisk();
   std::size_t number = 0;
   do {
@@ -127,6 +129,7 @@ TEST_F(Border, ExceptionInAnyCallBeforeTheConversionFailsAndClosesTheDisk) {
 }
 
 TEST_F(Border, ExceptionInTheRollbackThatFollowsAFaultFailsAndClosesTheDisk) {
+  const testing_support::LeaksOnPurpose backup;
   MakeGptDisk();
   EventHook() = [](Event event) {
     if (event == Event{0, 2}) win32::RaiseFault(EXCEPTION_ACCESS_VIOLATION);

@@ -7,14 +7,12 @@
 #include <functional>
 #include <limits>
 #include <new>
-#ifdef __SANITIZE_ADDRESS__
-#include <sanitizer/lsan_interface.h>
-#endif
 
 #include "disk/letter_restore.h"
 #include "frame/global_context.h"
 #include "platform/guard.h"
 #include "simulator/clock.h"
+#include "support/leaks_on_purpose.h"
 #include "support/machine_fixture.h"
 
 namespace testing_support {
@@ -308,9 +306,7 @@ TEST_F(WaitForSystemVolumeMount, ExceptionEndsTheTimerFirst) {
 
 // What the timer looks at stays allocated.
 TEST_F(WaitForSystemVolumeMount, FaultLeavesTheTimerToEndAtItsLimit) {
-#ifdef __SANITIZE_ADDRESS__
-  const __lsan::ScopedDisabler leaks_on_purpose;
-#endif
+  const LeaksOnPurpose timer_state;
   during_run_ = [](std::size_t) { win32::RaiseFault(EXCEPTION_ACCESS_VIOLATION); };
   EXPECT_THROW(Wait(), win32::Fault);
   EXPECT_EQ(log_, Log{kStart});
@@ -322,9 +318,7 @@ TEST_F(WaitForSystemVolumeMount, FaultLeavesTheTimerToEndAtItsLimit) {
 
 // Its limit falls into the later wait, 60 seconds after that one's start.
 TEST_F(WaitForSystemVolumeMount, AbandonedTimerLeavesALaterWaitAlone) {
-#ifdef __SANITIZE_ADDRESS__
-  const __lsan::ScopedDisabler leaks_on_purpose;
-#endif
+  const LeaksOnPurpose timer_state;
   during_run_ = [](std::size_t) { win32::RaiseFault(EXCEPTION_ACCESS_VIOLATION); };
   EXPECT_THROW(Wait(), win32::Fault);
   during_run_ = nullptr;
