@@ -20,7 +20,7 @@ endfunction()
 # The library and the simulated machine, compiled for Windows.
 file(GLOB simulated_tests CONFIGURE_DEPENDS
   ${tests}/support/*.cpp ${tests}/unit/*.cpp ${tests}/simulator/*.cpp
-  ${tests}/conformance/*.cpp ${tests}/windows/conformance/disk/*.cpp
+  ${tests}/conformance/*.cpp ${tests}/conformance/disk/*.cpp
   ${tests}/conformance/program/*.cpp)
 velkora_add_windows_test(velkora_tests ${simulated_tests}
   ${PROJECT_SOURCE_DIR}/apps/velkora_image/disk_record.cpp)

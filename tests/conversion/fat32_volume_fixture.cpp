@@ -6,7 +6,6 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <random>
-#include <regex>
 #include <sstream>
 
 #include "conversion/tools.h"
@@ -220,8 +219,10 @@ void Fat32VolumeTest::ExpectFsck(const std::string& findings, std::uint64_t entr
   if (expected.tellp() != 0) expected << "\nLeaving filesystem unchanged.\n";
   expected << volume.string() << ": " << entries << " files, " << used << "/" << total
            << " clusters\n";
-  const std::string output = std::regex_replace(RunTool({"fsck.fat", "-n", volume}).output,
-                                                std::regex(", date [^\n]*"), "");
+  std::string output = RunTool({"fsck.fat", "-n", volume}).output;
+  for (std::size_t at; (at = output.find(", date ")) != std::string::npos;) {
+    output.erase(at, output.find('\n', at) - at);
+  }
   EXPECT_EQ(output.substr(output.find('\n') + 1), expected.str());
 }
 

@@ -19,7 +19,6 @@
 namespace conversion {
 namespace {
 
-using nlohmann::json;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
@@ -278,9 +277,9 @@ TEST_F(HostProgram, EndsWhenTheBackupCouldNotReadAFileSystem) {
                          "  [BackupRestore] ParseNtfsMftRecord: read ntfs meta error 23\n"
                          "  logs: "));
   EXPECT_EQ(Hash(Image()), hash);
-  const std::vector<json> events = EventsOf(File("events"));
+  const std::vector<Json> events = EventsOf(File("events"));
   EXPECT_THAT(Callbacks(events), IsEmpty());
-  EXPECT_EQ(events.back(), (json{{"event", "result"}, {"value", 1}}));
+  EXPECT_EQ(events.back(), ResultEvent(1));
 }
 
 }  // namespace

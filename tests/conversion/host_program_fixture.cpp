@@ -1,6 +1,7 @@
 #include "conversion/host_program_fixture.h"
 
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <unistd.h>
 
@@ -12,6 +13,20 @@
 namespace conversion {
 
 using nlohmann::json;
+
+namespace {
+
+std::string Plain(const json& value) {
+  return value.is_string() ? value.get<std::string>() : value.dump();
+}
+
+}  // namespace
+
+std::string Field(const Json& object, const std::string& name) {
+  const json parsed = json::parse(object);
+  return parsed.contains(name) ? Plain(parsed[name]) : "";
+}
+
 std::string ReadText(const std::filesystem::path& file) {
   std::ifstream stream(file, std::ios::binary);
   std::ostringstream text;
@@ -40,30 +55,50 @@ std::vector<std::string> ToGpt(const std::vector<std::string>& more) {
   return ToStyle("gpt", more);
 }
 
-std::vector<json> EventsOf(const std::filesystem::path& file) {
-  std::vector<json> events;
-  for (const std::string& line : LinesOf(ReadText(file))) events.push_back(json::parse(line));
+std::vector<Json> EventsOf(const std::filesystem::path& file) {
+  std::vector<Json> events;
+  for (const std::string& line : LinesOf(ReadText(file))) {
+    events.push_back(json::parse(line).dump());
+  }
   return events;
 }
 
-std::vector<std::pair<int, int>> Callbacks(const std::vector<json>& events) {
+std::vector<std::pair<int, int>> Callbacks(const std::vector<Json>& events) {
   std::vector<std::pair<int, int>> callbacks;
-  for (const json& event : events) {
+  for (const Json& text : events) {
+    const json event = json::parse(text);
     if (event["event"] == "callback") callbacks.emplace_back(event["kind"], event["value"]);
   }
   return callbacks;
 }
 
-std::vector<std::string> LogLines(const std::vector<json>& events, int level) {
+std::vector<std::string> LogLines(const std::vector<Json>& events, int level) {
   std::vector<std::string> lines;
-  for (const json& event : events) {
+  for (const Json& text : events) {
+    const json event = json::parse(text);
     if (event["event"] == "log" && event["level"] == level) lines.push_back(event["text"]);
   }
   return lines;
 }
 
-json StatusEvent(int status) {
-  return {{"event", "callback"}, {"kind", 0}, {"value", status}};
+Json StatusEvent(int status) {
+  return json{{"event", "callback"}, {"kind", 0}, {"value", status}}.dump();
+}
+
+Json ResultEvent(int value) {
+  return json{{"event", "result"}, {"value", value}}.dump();
+}
+
+Json LogEvent(int level, const std::string& text) {
+  return json{{"event", "log"}, {"level", level}, {"text", text}}.dump();
+}
+
+Json ScriptEvent(const std::string& text) {
+  return json{{"event", "script"}, {"text", text}}.dump();
+}
+
+Json ShellEvent(const std::string& route, const std::string& line) {
+  return json{{"event", "shell"}, {"route", route}, {"line", line}}.dump();
 }
 
 std::vector<ShownRow> SfdiskRows(const std::filesystem::path& image) {
@@ -75,17 +110,19 @@ std::vector<ShownRow> SfdiskRows(const std::filesystem::path& image) {
   return rows;
 }
 
-std::vector<ShownRow> ShownRows(const json& shown) {
+std::vector<ShownRow> ShownRows(const Json& shown) {
   std::vector<ShownRow> rows;
-  for (const json& row : shown["partitions"]) {
+  const json disk = json::parse(shown);
+  for (const json& row : disk.at("partitions")) {
     rows.emplace_back(row["start"], row["length"], row["type"]);
   }
   return rows;
 }
 
-std::vector<json> Column(const json& shown, const std::string& name) {
-  std::vector<json> values;
-  for (const json& row : shown["partitions"]) values.push_back(row[name]);
+std::vector<std::string> Column(const Json& shown, const std::string& name) {
+  std::vector<std::string> values;
+  const json disk = json::parse(shown);
+  for (const json& row : disk.at("partitions")) values.push_back(Plain(row.at(name)));
   return values;
 }
 
@@ -131,8 +168,8 @@ void HostProgram::MakeMbrDisk(const std::string& rows, std::uint64_t size) {
   Tool({"sfdisk", "--quiet", Image().string()}, "label: dos\n" + rows);
 }
 
-json HostProgram::Shown() {
-  return json::parse(Run({"show", "disk.img", "--json"}).out);
+Json HostProgram::Shown() {
+  return json::parse(Run({"show", "disk.img", "--json"}).out).dump();
 }
 
 void HostProgram::MakeFat32(const Partition& partition) {

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -30,19 +29,29 @@ std::vector<std::string> LinesOf(const std::string& text);
 std::vector<std::string> ToMbr(const std::vector<std::string>& more);
 std::vector<std::string> ToGpt(const std::vector<std::string>& more);
 
+// JSON as text, fields in the order of their names: equal values have equal texts. Only the source
+// of this header sees the library that reads it, which takes long to compile.
+using Json = std::string;
+// A field of an object: a text as it is, other values as JSON, "" for none.
+std::string Field(const Json& object, const std::string& name);
+
 // What `--events` wrote, and from that: kind and value of each callback, the texts of a log level.
-std::vector<nlohmann::json> EventsOf(const std::filesystem::path& file);
-std::vector<std::pair<int, int>> Callbacks(const std::vector<nlohmann::json>& events);
-std::vector<std::string> LogLines(const std::vector<nlohmann::json>& events, int level);
-nlohmann::json StatusEvent(int status);
+std::vector<Json> EventsOf(const std::filesystem::path& file);
+std::vector<std::pair<int, int>> Callbacks(const std::vector<Json>& events);
+std::vector<std::string> LogLines(const std::vector<Json>& events, int level);
+Json StatusEvent(int status);
+Json ResultEvent(int value);
+Json LogEvent(int level, const std::string& text);
+Json ScriptEvent(const std::string& text);
+Json ShellEvent(const std::string& route, const std::string& line);
 
 // Start and length in bytes, and type, of each partition but the containers: as sfdisk reads them,
 // and from `show --json`.
 using ShownRow = std::tuple<std::uint64_t, std::uint64_t, std::string>;
 std::vector<ShownRow> SfdiskRows(const std::filesystem::path& image);
-std::vector<ShownRow> ShownRows(const nlohmann::json& shown);
-// One field of each partition of `show --json`.
-std::vector<nlohmann::json> Column(const nlohmann::json& shown, const std::string& name);
+std::vector<ShownRow> ShownRows(const Json& shown);
+// One field of each partition of `show --json`, as Field gives it.
+std::vector<std::string> Column(const Json& shown, const std::string& name);
 
 class HostProgram : public ::testing::Test {
  protected:
@@ -59,7 +68,7 @@ class HostProgram : public ::testing::Test {
   std::filesystem::path Image() const { return File("disk.img"); }
 
   // What `show --json` tells.
-  nlohmann::json Shown();
+  Json Shown();
 
   // The image as a disk of sfdisk's making: GPT, or MBR with rows as sfdisk takes them. `MakeFat32`
   // puts a file system into a partition.

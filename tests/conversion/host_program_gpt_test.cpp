@@ -15,7 +15,6 @@
 namespace conversion {
 namespace {
 
-using nlohmann::json;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -40,21 +39,21 @@ TEST_F(HostProgram, ConvertsAnMbrDiskToGpt) {
   EXPECT_EQ(LinesOf(outcome.out).back(), "Converted: disk.img is GPT now.");
   EXPECT_THAT(Tool({"sgdisk", "-v", Image().string()}), HasSubstr("No problems found"));
 
-  const json shown = Shown();
-  EXPECT_EQ(shown["style"], "gpt");
+  const Json shown = Shown();
+  EXPECT_EQ(Field(shown, "style"), "gpt");
   EXPECT_EQ(ShownRows(shown), SfdiskRows(Image()));
   EXPECT_EQ(ShownRows(shown), (std::vector<ShownRow>{{2048 * 512, 100000 * 512, kBasicData},
                                                      {102400 * 512, 20480 * 512, kBasicData},
                                                      {124928 * 512, 100000 * 512, kBasicData}}));
   EXPECT_THAT(Column(shown, "filesystem"), ElementsAre("FAT32", "", "FAT32"));
-  EXPECT_THAT(Column(shown, "logical"), ElementsAre(false, false, false));
+  EXPECT_THAT(Column(shown, "logical"), ElementsAre("false", "false", "false"));
 
-  const std::vector<json> events = EventsOf(File("events"));
+  const std::vector<Json> events = EventsOf(File("events"));
   const std::vector<std::pair<int, int>> expected = {{1, 0}, {0, 1},  {1, 20}, {0, 2},   {1, 40},
                                                      {0, 3}, {1, 60}, {0, 4},  {1, 100}, {0, 7}};
   EXPECT_EQ(Callbacks(events), expected);
   EXPECT_THAT(LogLines(events, 1), Contains("MBR2GPT end"));
-  EXPECT_EQ(events.back(), (json{{"event", "result"}, {"value", 0}}));
+  EXPECT_EQ(events.back(), ResultEvent(0));
 }
 
 TEST_F(HostProgram, AGptFailureIsToldByItsStage) {
@@ -85,7 +84,8 @@ TEST_F(TailShrink, MakesRoomForTheSecondTable) {
   EXPECT_EQ(outcome.status, 0);
   EXPECT_THAT(outcome.out, HasSubstr("   0 %  shrinking a partition\n  20 %  emptying the disk\n"));
   const Partition shrunk = {2048, partition_.last - 2048};
-  EXPECT_THAT(Column(Shown(), "length"), ElementsAre(shrunk.count() * kSectorBytes));
+  EXPECT_THAT(Column(Shown(), "length"),
+              ElementsAre(std::to_string(shrunk.count() * kSectorBytes)));
   ExpectShrunkNtfs(Image(), shrunk, files_, File("tmp"));
 }
 
@@ -94,8 +94,8 @@ TEST_P(TailShrink, HoldsAStopUntilTheListIsSettled) {
   const Outcome outcome = Run(ToGpt({"--stop-at", GetParam(), "--events", "events"}));
   EXPECT_EQ(outcome.status, 1);
   EXPECT_THAT(outcome.err, HasSubstr("after a stop was asked for\n"));
-  const std::vector<json> events = EventsOf(File("events"));
-  const json stop = {{"event", "log"}, {"level", 1}, {"text", "Set Convert Stop!"}};
+  const std::vector<Json> events = EventsOf(File("events"));
+  const Json stop = LogEvent(1, "Set Convert Stop!");
   const auto stopped = std::find(events.begin(), events.end(), stop);
   ASSERT_NE(stopped, events.end());
   EXPECT_EQ(*std::prev(stopped), StatusEvent(2));
@@ -103,7 +103,7 @@ TEST_P(TailShrink, HoldsAStopUntilTheListIsSettled) {
   EXPECT_THAT(events, Contains(StatusEvent(5)));
   EXPECT_THAT(LogLines(events, 3), Not(Contains("Get partitions fail!")));
   EXPECT_THAT(events, Not(Contains(StatusEvent(7))));
-  EXPECT_EQ(events.back(), (json{{"event", "result"}, {"value", 1}}));
+  EXPECT_EQ(events.back(), ResultEvent(1));
 }
 
 INSTANTIATE_TEST_SUITE_P(Statuses, TailShrink, ::testing::Values("1", "5", "2"));
@@ -112,8 +112,8 @@ INSTANTIATE_TEST_SUITE_P(Statuses, TailShrink, ::testing::Values("1", "5", "2"))
 TEST_F(HostProgram, AStopTowardsMbrIsNotHeld) {
   MakeDisk({{2048, 100351, kBasicData}});
   ASSERT_EQ(Run(ToMbr({"--stop-at", "1", "--events", "events"})).status, 1);
-  const std::vector<json> events = EventsOf(File("events"));
-  const json stop = {{"event", "log"}, {"level", 1}, {"text", "Set Convert Stop!"}};
+  const std::vector<Json> events = EventsOf(File("events"));
+  const Json stop = LogEvent(1, "Set Convert Stop!");
   const auto stopped = std::find(events.begin(), events.end(), stop);
   ASSERT_NE(stopped, events.end());
   EXPECT_EQ(*std::prev(stopped), StatusEvent(1));
@@ -128,10 +128,10 @@ TEST_F(TailShrink, TellsWhenTheNewTableLacksThePartitions) {
                                      "partitions are not in the new table:\n"
                                      "  partition 1 (NTFS, C:)\n  logs: "));
   EXPECT_THAT(outcome.out, Not(HasSubstr("Converted")));
-  const std::vector<json> events = EventsOf(File("events"));
+  const std::vector<Json> events = EventsOf(File("events"));
   EXPECT_THAT(LogLines(events, 3), Contains("Get partitions fail!"));
-  EXPECT_EQ(events.back(), (json{{"event", "result"}, {"value", 0}}));
-  EXPECT_EQ(Shown()["partitions"], json::array());
+  EXPECT_EQ(events.back(), ResultEvent(0));
+  EXPECT_EQ(Field(Shown(), "partitions"), "[]");
 }
 
 }  // namespace

@@ -16,7 +16,6 @@
 namespace conversion {
 namespace {
 
-using nlohmann::json;
 using ::testing::Contains;
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -72,9 +71,9 @@ TEST_P(CutList, IsToldAsAFailureWithThePartitionsThatAreMissing) {
   for (std::size_t i = kept; i < rows_.size(); ++i) message += names_[i];
   EXPECT_THAT(outcome.err, HasSubstr(message + "  logs: "));
   EXPECT_THAT(outcome.out, Not(HasSubstr("Converted")));
-  const std::vector<json> events = EventsOf(File("events"));
+  const std::vector<Json> events = EventsOf(File("events"));
   EXPECT_THAT(LogLines(events, 3), Contains("Get partitions fail!"));
-  EXPECT_EQ(events.back(), (json{{"event", "result"}, {"value", 0}}));
+  EXPECT_EQ(events.back(), ResultEvent(0));
   std::vector<ShownRow> shown;
   for (std::size_t i = 0; i < kept; ++i) shown.push_back(ShownAs(rows_[i]));
   EXPECT_EQ(ShownRows(Shown()), shown);

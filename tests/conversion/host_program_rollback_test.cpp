@@ -12,7 +12,6 @@
 namespace conversion {
 namespace {
 
-using nlohmann::json;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -54,9 +53,9 @@ TEST_F(HostProgramRollback, AFailedConversionIsUndone) {
               HasSubstr("the conversion failed while writing the partition table\n"
                         "  DeviceIoControl with IOCTL_DISK_SET_DRIVE_LAYOUT_EX error 31\n"
                         "  the changes were undone: the disk has its old table back\n  logs: "));
-  const std::vector<json> events = EventsOf(File("events"));
+  const std::vector<Json> events = EventsOf(File("events"));
   EXPECT_EQ(Callbacks(events), FailedWith({{0, 9}, {1, 100}, {0, 10}}));
-  EXPECT_EQ(events.back(), (json{{"event", "result"}, {"value", 1}}));
+  EXPECT_EQ(events.back(), ResultEvent(1));
   EXPECT_THAT(LogLines(events, 1), Contains("Restore Succeed!"));
   disk.Expect();
 }
@@ -100,11 +99,12 @@ TEST_F(HostProgramRollback, AFailedRollbackHasAStatusOfItsOwn) {
                         "  DeviceIoControl with IOCTL_DISK_SET_DRIVE_LAYOUT_EX error 31\n"
                         "  the changes could not be undone; the picture shows what the disk holds "
                         "now\n  logs: "));
-  const std::vector<json> events = EventsOf(File("events"));
+  const std::vector<Json> events = EventsOf(File("events"));
   EXPECT_EQ(Callbacks(events), FailedWith({{0, 9}, {1, 100}, {0, 11}}));
   EXPECT_THAT(LogLines(events, 3), Contains("RestoreDiskPartitionFromStorage fail 3 times, "
                                             "error: -2"));
-  EXPECT_EQ(Shown()["partitions"][0]["start"], 34 * kSectorBytes);  // diskpart's reserved one
+  EXPECT_EQ(Column(Shown(), "start").at(0),
+            std::to_string(34 * kSectorBytes));  // diskpart's reserved one
 }
 
 TEST_F(HostProgramRollback, TwoFailedAttemptsAreMadeUpForByTheThird) {

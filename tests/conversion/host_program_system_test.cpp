@@ -13,7 +13,6 @@
 namespace conversion {
 namespace {
 
-using nlohmann::json;
 using ::testing::Contains;
 using ::testing::ContainsRegex;
 using ::testing::Each;
@@ -24,19 +23,19 @@ using ::testing::Not;
 
 constexpr char kEfiType[] = "C12A7328-F81F-11D2-BA4B-00A0C93EC93B";
 
-std::vector<json> ShellRoutes(const std::vector<json>& events) {
-  std::vector<json> routes;
-  for (const json& event : events) {
-    if (event["event"] == "shell") routes.push_back(event["route"]);
+std::vector<std::string> ShellRoutes(const std::vector<Json>& events) {
+  std::vector<std::string> routes;
+  for (const Json& event : events) {
+    if (Field(event, "event") == "shell") routes.push_back(Field(event, "route"));
   }
   return routes;
 }
 
-std::vector<json> ShellLinesOf(const std::vector<json>& events, const std::string& tool) {
-  std::vector<json> lines;
-  for (const json& event : events) {
-    if (event["event"] != "shell") continue;
-    const std::string line = event["line"];
+std::vector<std::string> ShellLinesOf(const std::vector<Json>& events, const std::string& tool) {
+  std::vector<std::string> lines;
+  for (const Json& event : events) {
+    if (Field(event, "event") != "shell") continue;
+    const std::string line = Field(event, "line");
     if (line.starts_with(tool + " ")) lines.push_back(line);
   }
   return lines;
@@ -65,7 +64,7 @@ TEST_F(SystemDisk, GetsAnEfiSystemPartitionThatBoots) {
   EXPECT_THAT(after, ContainsRegex("1 +1 MiB +64 MiB .*FAT32 +C:"));
   EXPECT_THAT(after, ContainsRegex("3 +129 MiB +300 MiB .*EFI system +FAT32 +E:"));
 
-  const json shown = Shown();
+  const Json shown = Shown();
   EXPECT_EQ(ShownRows(shown), SfdiskRows(Image()));
   EXPECT_THAT(Column(shown, "type"), ElementsAre(kBasicData, kBasicData, kEfiType));
   const std::string volume = Image().string() + "@@" + std::to_string(264192 * 512);
@@ -73,7 +72,7 @@ TEST_F(SystemDisk, GetsAnEfiSystemPartitionThatBoots) {
        {"/EFI/Microsoft/Boot/bootmgfw.efi", "/EFI/Microsoft/Boot/BCD", "/EFI/Boot/bootx64.efi"}) {
     EXPECT_THAT(Tool({"mdir", "-b", "-i", volume, std::string("::") + file}), HasSubstr(file + 1));
   }
-  const std::vector<json> events = EventsOf(File("events"));
+  const std::vector<Json> events = EventsOf(File("events"));
   EXPECT_THAT(events, Contains(StatusEvent(6)));
   EXPECT_THAT(ShellRoutes(events), Each("system"));
   EXPECT_EQ(ShellLinesOf(events, "bcdboot").size(), 1u);
@@ -83,9 +82,9 @@ TEST_F(SystemDisk, GetsAnEfiSystemPartitionThatBoots) {
 TEST_F(SystemDisk, TakesTheLetterItIsTold) {
   MakeMbrSystemDisk();
   ASSERT_EQ(Run(ToGpt({"--system=d", "--events", "events"})).status, 0);
-  const std::vector<json> lines = ShellLinesOf(EventsOf(File("events")), "bcdboot");
+  const std::vector<Json> lines = ShellLinesOf(EventsOf(File("events")), "bcdboot");
   ASSERT_EQ(lines.size(), 1u);
-  EXPECT_THAT(lines[0].get<std::string>(), HasSubstr("bcdboot /v D:\\Windows /s E: /f uefi"));
+  EXPECT_THAT(lines[0], HasSubstr("bcdboot /v D:\\Windows /s E: /f uefi"));
 }
 
 TEST_F(SystemDisk, LeavesAWindowsFolderAsItIs) {
@@ -108,7 +107,7 @@ TEST_F(SystemDisk, BecomesActiveTowardsMbr) {
   const auto rows = testing_support::ReadSfdiskTable(Image()).rows;
   ASSERT_EQ(rows.size(), 1u);
   EXPECT_TRUE(rows[0].active);
-  const std::vector<json> events = EventsOf(File("events"));
+  const std::vector<Json> events = EventsOf(File("events"));
   EXPECT_EQ(ShellLinesOf(events, "bootsect").size(), 1u);
   EXPECT_EQ(ShellLinesOf(events, "bcdboot").size(), 1u);
 }
@@ -137,7 +136,7 @@ TEST_F(SystemDisk, AStopIsNotHeld) {
   const Outcome outcome = Run(ToGpt({"--system", "--stop-at", "1", "--events", "events"}));
   EXPECT_EQ(outcome.status, 1);
   EXPECT_THAT(outcome.err, HasSubstr("after a stop was asked for\n"));
-  const std::vector<json> events = EventsOf(File("events"));
+  const std::vector<Json> events = EventsOf(File("events"));
   EXPECT_THAT(LogLines(events, 3), Contains("Get partitions fail!"));
   EXPECT_THAT(events, Not(Contains(StatusEvent(2))));
 }

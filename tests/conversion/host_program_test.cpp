@@ -14,7 +14,6 @@ namespace conversion {
 namespace {
 
 namespace fs = std::filesystem;
-using nlohmann::json;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -34,14 +33,14 @@ TEST_F(HostProgram, ShowsAGptDiskAsSfdiskDoes) {
   const Outcome outcome = Run({"show", "disk.img", "--json"});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_THAT(outcome.err, IsEmpty());
-  const json shown = json::parse(outcome.out);
-  EXPECT_EQ(shown["style"], "gpt");
-  EXPECT_EQ(shown["size"], 256 * kMib);
+  const Json& shown = outcome.out;
+  EXPECT_EQ(Field(shown, "style"), "gpt");
+  EXPECT_EQ(Field(shown, "size"), std::to_string(256 * kMib));
   EXPECT_EQ(ShownRows(shown), SfdiskRows(Image()));
-  EXPECT_THAT(Column(shown, "number"), ElementsAre(1, 2, 3, 4));
+  EXPECT_THAT(Column(shown, "number"), ElementsAre("1", "2", "3", "4"));
   EXPECT_THAT(Column(shown, "filesystem"), ElementsAre("FAT32", "", "FAT32", ""));
   EXPECT_THAT(Column(shown, "letter"), ElementsAre("", "", "C", ""));
-  EXPECT_THAT(Column(shown, "logical"), ElementsAre(false, false, false, false));
+  EXPECT_THAT(Column(shown, "logical"), ElementsAre("false", "false", "false", "false"));
 }
 
 TEST_F(HostProgram, ShowsAWriteProtectedImageThatConvertRefuses) {
@@ -65,17 +64,17 @@ TEST_F(HostProgram, ShowsAnMbrDiskAsSfdiskDoes) {
       256 * kMib);
   const Outcome outcome = Run({"show", "disk.img", "--json"});
   EXPECT_EQ(outcome.status, 0);
-  const json shown = json::parse(outcome.out);
-  EXPECT_EQ(shown["style"], "mbr");
+  const Json& shown = outcome.out;
+  EXPECT_EQ(Field(shown, "style"), "mbr");
   EXPECT_EQ(ShownRows(shown), SfdiskRows(Image()));
-  EXPECT_THAT(Column(shown, "number"), ElementsAre(1, 2, 3));
-  EXPECT_THAT(Column(shown, "logical"), ElementsAre(false, true, true));
+  EXPECT_THAT(Column(shown, "number"), ElementsAre("1", "2", "3"));
+  EXPECT_THAT(Column(shown, "logical"), ElementsAre("false", "true", "true"));
 }
 
 TEST_F(HostProgram, ShowsADiskWithoutATable) {
   CreateImage(Image(), kMib);
-  const json shown = Shown();
-  EXPECT_EQ(shown, (json{{"style", "raw"}, {"size", kMib}, {"partitions", json::array()}}));
+  const Json shown = Shown();
+  EXPECT_EQ(shown, R"({"partitions":[],"size":1048576,"style":"raw"})");
   const Outcome outcome = Run({"show", "disk.img"});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_THAT(outcome.out, StartsWith("disk.img: RAW, 1 MiB, no partition table\n[..."));
@@ -109,29 +108,27 @@ TEST_F(HostProgram, ConvertsInPlaceAndTellsTheStages) {
                                      "\nafter: MBR, 256 MiB, 2 partitions\n"));
   EXPECT_EQ(LinesOf(outcome.out).back(), "Converted: disk.img is MBR now.");
   EXPECT_TRUE(fs::is_empty(File("tmp")));
-  const json shown = Shown();
-  EXPECT_EQ(shown["style"], "mbr");
+  const Json shown = Shown();
+  EXPECT_EQ(Field(shown, "style"), "mbr");
   EXPECT_EQ(ShownRows(shown), SfdiskRows(Image()));
 }
 
 TEST_F(HostProgram, WritesEventsInOrder) {
   MakeDisk({{2048, 100351, kBasicData}});
   ASSERT_EQ(Run(ToMbr({"--events", "events"})).status, 0);
-  const std::vector<json> events = EventsOf(File("events"));
+  const std::vector<Json> events = EventsOf(File("events"));
   const std::vector<std::pair<int, int>> expected = {{1, 0}, {0, 1},  {1, 20}, {0, 2},   {1, 40},
                                                      {0, 3}, {1, 60}, {0, 4},  {1, 100}, {0, 7}};
   EXPECT_EQ(Callbacks(events), expected);
-  EXPECT_THAT(events.front()["text"], StartsWith("Velkora SDK Version: "));
-  EXPECT_EQ(events.back(), (json{{"event", "result"}, {"value", 0}}));
-  const json clean = {{"event", "script"}, {"text", "select disk 1\r\nclean\r\n"}};
+  EXPECT_THAT(Field(events.front(), "text"), StartsWith("Velkora SDK Version: "));
+  EXPECT_EQ(events.back(), ResultEvent(0));
+  const Json clean = ScriptEvent("select disk 1\r\nclean\r\n");
   const auto script = std::find(events.begin(), events.end(), clean);
   ASSERT_NE(script, events.end());
   ASSERT_NE(script, events.begin());
-  EXPECT_EQ(*std::prev(script), (json{{"event", "shell"},
-                                      {"route", "elevated"},
-                                      {"line",
-                                       "/c diskpart /s \"X:\\DISKPART_cmd.log\" >> "
-                                       "\"X:\\DISKPART_result.log\""}}));
+  EXPECT_EQ(*std::prev(script), ShellEvent("elevated",
+                                           "/c diskpart /s \"X:\\DISKPART_cmd.log\" >> "
+                                           "\"X:\\DISKPART_result.log\""));
 }
 
 TEST_F(HostProgram, KeepsTheLogsWhereTheyAreWanted) {
@@ -150,7 +147,7 @@ TEST_F(HostProgram, GivesLettersInDiskOrderUnlessTold) {
                                  {300032, 400383, kBasicData}};
   MakeDisk(partitions);
   for (const Partition& partition : partitions) MakeFat32(partition);
-  const json shown = Shown();
+  const Json shown = Shown();
   EXPECT_THAT(Column(shown, "letter"), ElementsAre("C", "", "D", "E"));
   const Outcome outcome = Run(ToMbr({"--letter", "3=c", "--letter", "4=Q", "--events", "events"}));
   ASSERT_EQ(outcome.status, 0);
@@ -175,8 +172,8 @@ TEST_F(HostProgram, FailsACallOnDemand) {
   EXPECT_THAT(outcome.err, StartsWith("velkora-image: disk.img: the conversion failed while "
                                       "creating the new partition style\n"
                                       "  DeviceIoControl with IOCTL_DISK_CREATE_DISK error 5\n"));
-  const std::vector<json> events = EventsOf(File("events"));
-  EXPECT_EQ(events.back(), (json{{"event", "result"}, {"value", 1}}));
+  const std::vector<Json> events = EventsOf(File("events"));
+  EXPECT_EQ(events.back(), ResultEvent(1));
   EXPECT_THAT(LogLines(events, 3),
               ::testing::Contains("DeviceIoControl with IOCTL_DISK_CREATE_DISK error 5"));
   EXPECT_THAT(outcome.out, Not(HasSubstr("Converted")));
@@ -222,11 +219,10 @@ TEST_F(HostProgram, StopsWhenAStatusArrives) {
   const Outcome outcome = Run(ToMbr({"--stop-at", "3", "--events", "events"}));
   EXPECT_EQ(outcome.status, 1);
   EXPECT_THAT(outcome.err, HasSubstr("after a stop was asked for\n"));
-  const std::vector<json> events = EventsOf(File("events"));
+  const std::vector<Json> events = EventsOf(File("events"));
   const auto arrived = std::find(events.begin(), events.end(), StatusEvent(3));
   ASSERT_NE(arrived, events.end());
-  EXPECT_EQ(*std::next(arrived),
-            (json{{"event", "log"}, {"level", 1}, {"text", "Set Convert Stop!"}}));
+  EXPECT_EQ(*std::next(arrived), LogEvent(1, "Set Convert Stop!"));
   EXPECT_THAT(Callbacks(events), Not(::testing::Contains(std::pair(0, 4))));
 }
 

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <iostream>
 #include <map>
-#include <regex>
 #include <stdexcept>
 
 namespace conversion {
@@ -44,6 +43,19 @@ std::string Setting(const char* name) {
   return value == nullptr ? "" : value;
 }
 
+constexpr std::string_view kGuidForm = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";
+
+bool StartsWithGuid(std::string_view text) {
+  constexpr std::string_view kHexDigits = "0123456789ABCDEFabcdef";
+  if (text.size() < kGuidForm.size()) return false;
+  for (std::size_t i = 0; i < kGuidForm.size(); ++i) {
+    const bool fits =
+        kGuidForm[i] == '-' ? text[i] == '-' : kHexDigits.find(text[i]) != kHexDigits.npos;
+    if (!fits) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 std::string Escaped(std::string_view text) {
@@ -67,20 +79,20 @@ std::string Escaped(std::string_view text) {
 }
 
 Transcript Normalised(const Transcript& lines) {
-  static const std::regex pattern("[0-9A-Fa-f]{8}(-[0-9A-Fa-f]{4}){3}-[0-9A-Fa-f]{12}");
   std::map<std::string, std::string> names;
   Transcript normalised;
   for (const std::string& line : lines) {
     std::string text;
-    std::string::const_iterator rest = line.begin();
-    for (std::sregex_iterator match(line.begin(), line.end(), pattern), end; match != end;
-         ++match) {
-      const auto& whole = (*match)[0];
-      text.append(rest, whole.first);
-      text += names.try_emplace(whole, "GUID" + std::to_string(names.size() + 1)).first->second;
-      rest = whole.second;
+    for (std::size_t at = 0; at < line.size();) {
+      if (StartsWithGuid(std::string_view(line).substr(at))) {
+        const std::string next = "GUID" + std::to_string(names.size() + 1);
+        text += names.try_emplace(line.substr(at, kGuidForm.size()), next).first->second;
+        at += kGuidForm.size();
+      } else {
+        text += line[at++];
+      }
     }
-    normalised.push_back(text.append(rest, line.end()));
+    normalised.push_back(text);
   }
   return normalised;
 }
