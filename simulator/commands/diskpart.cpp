@@ -87,17 +87,29 @@ DWORD RunScript(Session& session, std::string_view script) {
   return diskpart::kSuccess;
 }
 
+// The second of the two words that name a script, or nothing.
+std::optional<std::string> ScriptPath(const std::vector<std::string>& arguments) {
+  if (arguments.size() != 2 || !EqualsIgnoringCase(arguments[0], "/s")) return std::nullopt;
+  return arguments[1];
+}
+
 }  // namespace
 
+void TellDiskpartScript(System& system, const std::vector<std::string>& arguments) {
+  const auto path = ScriptPath(arguments);
+  const auto script = path ? ReadScript(system, *path) : std::nullopt;
+  const auto& listener = system.settings().on_script;
+  if (script && listener) listener(*script);
+}
+
 CommandResult RunDiskpart(System& system, const std::vector<std::string>& arguments) {
-  if (arguments.size() != 2 || !EqualsIgnoringCase(arguments[0], "/s")) {
-    return {diskpart::kBadUsage, "Usage: diskpart /s <script>\r\n"};
-  }
-  const auto script = ReadScript(system, arguments[1]);
+  const auto path = ScriptPath(arguments);
+  if (!path) return {diskpart::kBadUsage, "Usage: diskpart /s <script>\r\n"};
+  const auto script = ReadScript(system, *path);
   if (!script) {
-    return {diskpart::kScriptNotOpened, "The script " + arguments[1] + " cannot be opened.\r\n"};
+    return {diskpart::kScriptNotOpened, "The script " + *path + " cannot be opened.\r\n"};
   }
-  if (system.settings().on_script) system.settings().on_script(*script);
+  TellDiskpartScript(system, arguments);
 
   Session session{system};
   session.Print("diskpart on the simulated machine");

@@ -16,4 +16,8 @@ class System;
 // override, active, assign letter=, remove letter=, rescan, offline disk and online disk.
 CommandResult RunDiskpart(System& system, const std::vector<std::string>& arguments);
 
+// Calls on_script with the script that the arguments name, if it can be read. For a run that fails
+// on demand; RunDiskpart does it itself.
+void TellDiskpartScript(System& system, const std::vector<std::string>& arguments);
+
 }  // namespace simulator

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "simulator/commands/diskpart.h"
 #include "simulator/commands/shell_line.h"
 #include "simulator/system.h"
 
@@ -27,10 +28,13 @@ CommandResult RunTool(System& system, const std::vector<std::string>& words,
   const Tool* command = system.FindTool(words.front());
   // What the interpreter says of it goes to its error output, which a redirection leaves alone.
   if (command == nullptr) return {kShellFailure, ""};
-  const DWORD failure = system.calls().Note("command", ToolName(words.front()), line);
+  const std::string tool = ToolName(words.front());
+  const std::vector<std::string> arguments(words.begin() + 1, words.end());
+  const DWORD failure = system.calls().Note("command", tool, line);
   system.clock().Sleep(system.settings().command_milliseconds);
-  if (failure != ERROR_SUCCESS) return {failure, ""};
-  return (*command)(system, std::vector<std::string>(words.begin() + 1, words.end()));
+  if (failure == ERROR_SUCCESS) return (*command)(system, arguments);
+  if (tool == "diskpart") TellDiskpartScript(system, arguments);
+  return {failure, ""};
 }
 
 // The interpreter sits at its prompt; only a failure on demand lets it end by itself.

@@ -193,6 +193,18 @@ TEST_F(HostProgram, FailsTheOccurrenceOfAToolAndKeepsTheLogs) {
   EXPECT_EQ(Run(ToMbr({"--fail", "command/diskpart:2"})).status, 0);
 }
 
+TEST_F(HostProgram, EventsTellTheScriptOfADiskpartRunThatFails) {
+  MakeDisk({{2048, 100351, kBasicData}});
+  EXPECT_EQ(Run(ToMbr({"--fail", "command/diskpart", "--events", "events"})).status, 1);
+  std::vector<std::string> scripts;
+  for (const json& event : EventsOf(File("events"))) {
+    if (event["event"] == "script") scripts.push_back(event["text"]);
+  }
+  ASSERT_FALSE(scripts.empty());
+  EXPECT_EQ(scripts[0], "select disk 1\r\nclean\r\n");
+  EXPECT_EQ(scripts[1], scripts[0]) << "the rollback empties the disk, too";
+}
+
 TEST_F(HostProgram, SaysThatAFailureBeforeAnyStageTouchedNothing) {
   MakeDisk({{2048, 100351, kBasicData}});
   const std::uint64_t hash = Hash(Image());

@@ -37,6 +37,15 @@ TEST_F(Diskpart, TellsTheListenerTheScriptAsItStands) {
   EXPECT_EQ(scripts, (std::vector<std::string>{"rescan\r\n\r\nRESCAN\r"}));
 }
 
+TEST_F(Diskpart, TellsTheListenerTheScriptOfARunThatFailsOnDemand) {
+  std::vector<std::string> scripts;
+  machine_.on_script = [&scripts](std::string_view text) { scripts.emplace_back(text); };
+  std::ofstream(folder_.path() / "cmd.log", std::ios::binary) << "rescan\r\n";
+  machine_.calls().FailOn("command/diskpart", 1, 5);
+  EXPECT_EQ(simulator::RunShellLine(machine_.system(), R"(diskpart.exe /s "X:\cmd.log")"), 5U);
+  EXPECT_EQ(scripts, (std::vector<std::string>{"rescan\r\n"}));
+}
+
 TEST_F(Diskpart, StopsAtTheFirstFailingLineAndKeepsWhatTheEarlierDid) {
   Disk& disk = AttachDisk(200 * kMiB);
   EXPECT_EQ(RunOnDisk({"convert gpt", "nonsense", "clean"}), kSyntaxError);
