@@ -30,8 +30,8 @@ std::uint64_t Deadline(std::int32_t seconds) {
   return win32::GetTickCount64() + static_cast<std::uint64_t>(seconds) * 1000;
 }
 
-// Nothing is logged with the monitor locked: a fault in the observer would leave it so. An
-// exception of the observer has no one to go to on this thread, and is dropped.
+// Nothing is logged with the monitor locked: a fault in the observer would leave it so. What the
+// observer throws is dropped, since nothing on this thread could take it.
 void RunTimer(void* argument) {
   WaitState& state = *static_cast<WaitState*>(argument);
   win32::Catching([] { LogEx(kLogModule, kLogProgress, "WaitForSystemVolumeMount Timer Start"); });
