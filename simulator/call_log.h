@@ -29,6 +29,13 @@ class CallBudgetSpent : public std::runtime_error {
   CallBudgetSpent() : std::runtime_error("the budget of seam calls is spent") {}
 };
 
+// A call without a machine to go to: a mistake of the test, which no guard takes for one of the
+// library.
+class NoCurrentMachine : public std::logic_error {
+ public:
+  NoCurrentMachine() : std::logic_error("no simulated machine is current") {}
+};
+
 enum class Repeat { kOnce, kFromThenOn };
 
 struct Call {

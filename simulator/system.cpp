@@ -65,7 +65,7 @@ void System::MakeCurrent() {
 }
 
 System& System::Current() {
-  if (current_system == nullptr) throw std::logic_error("no simulated machine is current");
+  if (current_system == nullptr) throw NoCurrentMachine();
   return *current_system;
 }
 

@@ -51,7 +51,7 @@ class System {
   System& operator=(const System&) = delete;
 
   void MakeCurrent();
-  // The current system. Throws std::logic_error when there is none.
+  // The current system. Throws NoCurrentMachine when there is none.
   static System& Current();
 
   // ---- Parts -----------------------------------------------------------------------------------
@@ -106,7 +106,7 @@ class System {
   MemoryFiles& memory_files(std::uint32_t disk, std::uint64_t offset) {
     return memory_files_[{disk, offset}];
   }
-  // A volume has been made anew on this place.
+  // A new volume has been made at this place.
   void ForgetFiles(std::uint32_t disk, std::uint64_t offset) {
     memory_files_.erase({disk, offset});
   }
@@ -146,7 +146,7 @@ class System {
   std::int64_t time_ = 1'700'000'000;
   GuidRow guids_{1};
   std::uint64_t arrivals_ = 0;
-  // Last, so that its threads end while the rest still stands.
+  // Last, so that its threads end while the rest still exists.
   Clock clock_;
 };
 

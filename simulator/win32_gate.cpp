@@ -32,7 +32,7 @@ simulator::Clock* ClockOf(std::thread::id one, std::thread::id other) {
   try {
     simulator::Clock& clock = simulator::System::Current().clock();
     return clock.HasPlace(one) && clock.HasPlace(other) ? &clock : nullptr;
-  } catch (const std::logic_error&) {  // no machine is current
+  } catch (const simulator::NoCurrentMachine&) {
     return nullptr;
   }
 }

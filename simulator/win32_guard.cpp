@@ -17,6 +17,8 @@ DWORD CodeOfEnd(void (*body)(void* argument), void* argument) {
     return 0;
   } catch (const simulator::CallBudgetSpent&) {
     throw;
+  } catch (const simulator::NoCurrentMachine&) {
+    throw;
   } catch (const Fault& fault) {
     return fault.code;
   } catch (...) {
@@ -29,6 +31,8 @@ void AskFilter(GuardFilter filter, EXCEPTION_POINTERS* pointers) {
   try {
     filter(pointers);
   } catch (const simulator::CallBudgetSpent&) {
+    throw;
+  } catch (const simulator::NoCurrentMachine&) {
     throw;
   } catch (...) {
     return;
@@ -59,6 +63,8 @@ std::exception_ptr RunCatching(void (*body)(void* argument), void* argument) {
     body(argument);
     return nullptr;
   } catch (const simulator::CallBudgetSpent&) {
+    throw;
+  } catch (const simulator::NoCurrentMachine&) {
     throw;
   } catch (const Fault&) {
     throw;

@@ -85,11 +85,13 @@ std::int32_t ConversionRun::CallLibrary() {
   std::int32_t result = kFailed;
   try {
     sdk_ = InitVelkoraSDK(nullptr, kLogsFolder, &observer, nullptr);
-    if (sdk_ != nullptr) result = sdk_->Convert(&record_.disk(), &HearCallback);
+    if (sdk_ != nullptr) {
+      result = sdk_->Convert(&record_.disk(), &HearCallback);
+    } else {
+      last_errors_.push_back("the library does not start");
+    }
   } catch (const win32::Fault& fault) {
     last_errors_.push_back(FaultText(fault.code));
-  } catch (const std::exception& error) {
-    last_errors_.push_back(error.what());
   }
   DestroyVelkoraSDK(sdk_);
   return result;

@@ -31,7 +31,7 @@ extern "C" VelkoraSDK* InitVelkoraSDK(const void* log_folder, const char* logs_f
   VelkoraSDK* sdk = nullptr;
   win32::Catching(
       [&] { sdk = velkora::StartLibrary(log_folder, logs_folder, log_observer, log_reserved); });
-  // The caller takes its observer for not installed then.
+  // After null the caller may free what its observer uses.
   if (sdk == nullptr) {
     win32::Catching([] { velkora::InitLogEx(nullptr, velkora::kLogModule, nullptr, nullptr); });
   }

@@ -120,18 +120,19 @@ class VelkoraSDK {
  public:
   // Converts the disk to the other style and returns when that is done or has failed: 0 when the
   // disk was converted, 1 in every other case. Throws nothing; a structured exception before the
-  // backup reaches the caller. `callback` is never tested: it must be valid. One Convert runs at a
-  // time in a process. Nothing is sent for a disk that cannot be opened, whose style cannot be
-  // asked or contradicts `disk_type`, that is neither GPT nor MBR, or whose table cannot be read.
+  // backup, or in the rollback that follows one, reaches the caller. `callback` is never tested: it
+  // must be valid. One Convert runs at a time in a process. Nothing is sent for a disk that cannot
+  // be opened, whose style cannot be asked or contradicts `disk_type`, that is neither GPT nor MBR,
+  // or whose table cannot be read.
   //
   // Before anything is touched, the disk's metadata is backed up in memory (tables, boot sectors,
   // FATs, what NTFS keeps of itself). If that fails, the disk stays as it is; toward MBR status 8
-  // and 100 percent tell so, toward GPT nothing does. Any failure behind it ends in a rollback
-  // (statuses 9, then 10 or 11), also one from before the disk was changed: the disk is emptied,
-  // gets its old style, and the backup is written back. What a rollback does not bring back:
-  // whatever lay in the first and last MiB outside the backup, the protective record of a GPT disk
-  // below 128 MiB, a true secondary GPT header, and, after a stop, the letters. docs/host-guide.md
-  // tells the rest. The backup ends with the process.
+  // and 100 percent tell so, toward GPT nothing does. Any failure after it ends in a rollback
+  // (statuses 9, then 10 or 11; 9 alone when an exception ends the rollback), also one from before
+  // the disk was changed: the disk is emptied, gets its old style, and the backup is written back.
+  // What a rollback does not bring back: whatever lay in the first and last MiB outside the backup,
+  // the protective record of a GPT disk below 128 MiB, a true secondary GPT header, and, after a
+  // stop, the letters. docs/host-guide.md tells the rest. The backup ends with the process.
   //
   // A converter is good for one conversion: a second one after a run that took a backup fails. A
   // disk whose metadata takes more than 256 pieces cannot be converted.
@@ -142,7 +143,8 @@ class VelkoraSDK {
   // tells which volumes should not be asked for room.
   virtual std::int32_t Convert(DiskInfo* disk, VelkoraCallback callback) = 0;
 
-  // Asks for a stop, from any thread, and returns at once. A tool that runs is not interrupted. The
+  // Asks for a stop, from any thread. Does not wait for the conversion, but for a call of the log's
+  // observer that lasts on another thread (logging/log.h). A tool that runs is not interrupted. The
   // request is never taken back: each later Convert of the process stops at the same points.
   virtual void Stop() = 0;
 
@@ -157,8 +159,8 @@ class VelkoraSDK {
 extern "C" {
 
 // Starts the library: opens the log, takes the logs folder, returns a new converter, or null when
-// memory runs out on the way, with the log closed then. Throws nothing. Not to be called while a
-// Convert runs.
+// memory runs out or an exception strikes on the way, with the log closed then. Throws nothing. Not
+// to be called while a Convert runs.
 //
 // `logs_folder` receives the scripts for and the output of every tool. It is used as it stands: no
 // trailing separator, it must exist, and an empty one means the root of the current drive. Never

@@ -44,8 +44,8 @@ void StopOracle::AddReadLooks() {
   }
 }
 
-// One reading of the list. It looks at the flag in front of each row: of a GPT behind each sector
-// of the array, of an MBR behind the first sector and behind the chain of logical ones.
+// One reading of the list. It looks at the flag before each row: of a GPT after each sector of the
+// array, of an MBR after the first sector and after the chain of logical ones.
 void StopOracle::AddListLooks(Step step, std::vector<std::size_t> behind_reads) {
   if (IsToMbr()) {
     behind_reads.erase(behind_reads.begin());  // the header's
@@ -62,7 +62,7 @@ void StopOracle::AddListLooks(Step step, std::vector<std::size_t> behind_reads) 
   }
 }
 
-// The check of the gaps looks at the flag in front of the first and behind each volume that is
+// The check of the gaps looks at the flag before the first and after each volume that is
 // shrunk.
 void StopOracle::AddCheckLooks() {
   if (scenario_.kept.size() <= kPrimaries) return;
@@ -73,7 +73,7 @@ void StopOracle::AddCheckLooks() {
   }
 }
 
-// In front of the write; to MBR also in front of each logical partition and behind the write.
+// Before the write; to MBR also before each logical partition and after the write.
 void StopOracle::AddWriteLooks() {
   looks_.push_back({EndOf(kBuilding), kRollsBack, ""});
   if (!IsToMbr()) return;

@@ -51,7 +51,7 @@ class StopOracle {
   void AddWriteLooks();
   void AddLetterLooks();
   bool IsToMbr() const { return scenario_.direction == Direction::kGptToMbr; }
-  // The place behind the last call of the step.
+  // The place after the last call of the step.
   std::size_t EndOf(Step step) const;
   std::vector<std::string> CallbacksAt(const Look& look) const;
   void Take(const Look& look, Stopped& stopped) const;

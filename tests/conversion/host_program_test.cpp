@@ -197,10 +197,10 @@ TEST_F(HostProgram, EventsTellTheScriptOfADiskpartRunThatFails) {
   MakeDisk({{2048, 100351, kBasicData}});
   EXPECT_EQ(Run(ToMbr({"--fail", "command/diskpart", "--events", "events"})).status, 1);
   std::vector<std::string> scripts;
-  for (const json& event : EventsOf(File("events"))) {
-    if (event["event"] == "script") scripts.push_back(event["text"]);
+  for (const Json& event : EventsOf(File("events"))) {
+    if (Field(event, "event") == "script") scripts.push_back(Field(event, "text"));
   }
-  ASSERT_FALSE(scripts.empty());
+  ASSERT_GE(scripts.size(), 2U);
   EXPECT_EQ(scripts[0], "select disk 1\r\nclean\r\n");
   EXPECT_EQ(scripts[1], scripts[0]) << "the rollback empties the disk, too";
 }

@@ -66,7 +66,7 @@ class Border : public MachineTest {
     };
   }
 
-  Strings LinesBehindRecord() const {
+  Strings LinesAfterRecord() const {
     const Strings lines = AllLines();
     return {lines.begin() + 3, lines.end()};
   }
@@ -91,7 +91,7 @@ TEST_F(Border, ChainOfBootRecordsThatComesBackToItselfIsAFailedRead) {
   second[446 + 16 + 4] = 5;
   testing_support::WriteSector(disk_, 14336, second);
   EXPECT_EQ(Run(DiskType::kMbr), 1);
-  EXPECT_EQ(LinesBehindRecord(),
+  EXPECT_EQ(LinesAfterRecord(),
             (Strings{"1 test code 1", "1 test code 1", "1 test code 1", "3 Get partitions fail!"}));
   EXPECT_TRUE(Events().empty());
   EXPECT_EQ(converter_.disk_handle, INVALID_HANDLE_VALUE);
@@ -102,7 +102,7 @@ TEST_F(Border, ExceptionInTheFirstReadIsAFailedRead) {
   const auto expect_failed_read = [this](DiskType type) {
     AtCall("ReadFile", &ThrowBadAlloc);
     EXPECT_EQ(Run(type), 1);
-    EXPECT_EQ(LinesBehindRecord(), (Strings{"3 Get partitions fail!"}));
+    EXPECT_EQ(LinesAfterRecord(), (Strings{"3 Get partitions fail!"}));
     EXPECT_TRUE(Events().empty());
     EXPECT_TRUE(machine_.handles().Open().empty());
   };
@@ -112,7 +112,7 @@ TEST_F(Border, ExceptionInTheFirstReadIsAFailedRead) {
   expect_failed_read(DiskType::kGpt);
 }
 
-// Up to the first status, at which the guard of the conversion begins.
+// Up to the backup, whose own guard takes the exception (status 8).
 TEST_F(Border, ExceptionInAnyCallBeforeTheConversionFailsAndClosesTheDisk) {
   const testing_support::LeaksOnPurpose backup_of_the_last_run;
   MakeGptDisk();
@@ -144,6 +144,14 @@ TEST_F(Border, FaultBeforeTheConversionReachesTheApplication) {
   MakeGptDisk();
   AtCall("ReadFile", [] { win32::RaiseFault(EXCEPTION_ACCESS_VIOLATION); });
   EXPECT_THROW(Run(DiskType::kGpt), win32::Fault);
+}
+
+TEST_F(Border, CallWithoutAMachineReachesTheTest) {
+  CallerRecord record(DiskType::kGpt, 1, kDiskSize);
+  { const simulator::SimulatedMachine other; }  // none is current after it
+  EXPECT_THROW(InitVelkoraSDK(nullptr, "X:\\logs", nullptr, nullptr), simulator::NoCurrentMachine);
+  EXPECT_THROW(converter_.Convert(&record.disk(), &RecordEvent), simulator::NoCurrentMachine);
+  machine_.MakeCurrent();
 }
 
 TEST_F(Border, EndOfTheBudgetReachesTheTest) {

@@ -139,6 +139,26 @@ TEST_F(LogObserverTest, ThreadOfVirtualTimeWaitsForOneThatKnowsNone) {
   EXPECT_EQ(machine_.clock().now(), 1000U);
 }
 
+// The wait has begun as a plain one; the observer then needs the turn that the waiting thread has.
+TEST_F(LogObserverTest, ThreadOfVirtualTimeGivesItsTurnToAnObserverThatUsesTheClock) {
+  std::atomic<bool> inside = false;
+  Observe([&](const std::string& text) {
+    if (text == "first") {
+      inside = true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      machine_.clock().Sleep(5);
+    }
+    heard_.push_back(text);
+  });
+  machine_.clock().Sleep(1000);
+  std::thread other([] { Log("first"); });
+  while (!inside) std::this_thread::yield();
+  Log("second");
+  other.join();
+  EXPECT_EQ(heard_, (Strings{"first", "second"}));
+  EXPECT_EQ(machine_.clock().now(), 1005U);
+}
+
 TEST_F(LogObserverTest, ObserverMayLog) {
   Observe([this](const std::string& text) {
     heard_.push_back(text);

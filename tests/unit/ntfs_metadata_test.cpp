@@ -228,7 +228,7 @@ TEST_F(NtfsMetadata, ARunThatShortensTheTablesBlockIsReadAgain) {
   EXPECT_EQ(blocks_[kMft], ReadBytes(disk_, kMft, 31 * 512));
 }
 
-// The record goes on behind the run, and so do the records after it.
+// The record goes on after the run, and so do the records after it.
 TEST_F(NtfsMetadata, ARunThatEnlargesTheTablesBlockIsReadAgainAndTheRecordGoesOn) {
   PutRecord(3, MftRecordBytes().AddRuns(0x80, {0x11, 8, 4}).AddRuns(0x80, {0x11, 1, 100}));
   PutRecord(4, MftRecordBytes().AddRuns(0x80, {0x11, 1, 101}));

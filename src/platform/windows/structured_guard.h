@@ -1,5 +1,5 @@
 // The parts of the guard and of the gate that only a compiler with structured exception handling
-// can translate. They are built apart, so nothing of the C++ library stands here.
+// can translate. They are built apart, so nothing of the C++ library is used here.
 #pragma once
 
 // clang-format off
