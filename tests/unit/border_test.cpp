@@ -148,7 +148,10 @@ TEST_F(Border, FaultBeforeTheConversionReachesTheApplication) {
 
 TEST_F(Border, CallWithoutAMachineReachesTheTest) {
   CallerRecord record(DiskType::kGpt, 1, kDiskSize);
-  { const simulator::SimulatedMachine other; }  // none is current after it
+  {
+    simulator::SimulatedMachine other;
+    other.MakeCurrent();
+  }  // none is current from here on
   EXPECT_THROW(InitVelkoraSDK(nullptr, "X:\\logs", nullptr, nullptr), simulator::NoCurrentMachine);
   EXPECT_THROW(converter_.Convert(&record.disk(), &RecordEvent), simulator::NoCurrentMachine);
   machine_.MakeCurrent();
