@@ -17,26 +17,45 @@ function(velkora_add_windows_test name)
   set_tests_properties(${name} PROPERTIES TIMEOUT 300)
 endfunction()
 
+# The suite of the seam: compiled once, for the simulated machine and for Windows itself.
+set(conformance ${tests}/conformance)
+file(GLOB suite_sources CONFIGURE_DEPENDS ${conformance}/*_test.cpp
+  ${conformance}/conformance_fixture.cpp ${conformance}/disk/*.cpp ${conformance}/program/*.cpp)
+set(suite_tests ${suite_sources})
+list(FILTER suite_sources EXCLUDE REGEX "/program/[a-z_]*_test.cpp$")
+list(FILTER suite_tests INCLUDE REGEX "/program/[a-z_]*_test.cpp$")
+add_library(velkora_suite OBJECT ${suite_sources})
+
+# What tests on the simulated machine have in common.
+file(GLOB support_sources CONFIGURE_DEPENDS ${tests}/support/*.cpp)
+list(FILTER support_sources EXCLUDE REGEX "precompiled.cpp$")
+add_library(velkora_support OBJECT ${support_sources})
+target_link_libraries(velkora_support PRIVATE velkora_core velkora_warnings GTest::gtest)
+target_include_directories(velkora_support
+  PRIVATE ${tests} ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
+target_compile_options(velkora_support PRIVATE -O0)
+
 # The library and the simulated machine, compiled for Windows.
-file(GLOB simulated_tests CONFIGURE_DEPENDS
-  ${tests}/support/*.cpp ${tests}/unit/*.cpp ${tests}/simulator/*.cpp
-  ${tests}/conformance/*.cpp ${tests}/conformance/disk/*.cpp
-  ${tests}/conformance/program/*.cpp)
-velkora_add_windows_test(velkora_tests ${simulated_tests}
-  ${PROJECT_SOURCE_DIR}/apps/velkora_image/disk_record.cpp)
+file(GLOB simulated_tests CONFIGURE_DEPENDS ${tests}/unit/*.cpp ${tests}/simulator/*.cpp)
+velkora_add_windows_test(velkora_tests ${simulated_tests} ${suite_tests}
+  ${conformance}/machine.cpp ${PROJECT_SOURCE_DIR}/apps/velkora_image/disk_record.cpp)
 target_precompile_headers(velkora_tests PRIVATE ${tests}/support/precompiled.h)
-target_link_libraries(velkora_tests PRIVATE velkora_core velkora_simulator)
+target_link_libraries(velkora_tests
+  PRIVATE velkora_suite velkora_support velkora_core velkora_simulator)
+target_link_libraries(velkora_suite PRIVATE velkora_warnings GTest::gtest GTest::gmock)
+target_include_directories(velkora_suite
+  PRIVATE ${tests} ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
+target_compile_options(velkora_suite PRIVATE -O0)
+target_precompile_headers(velkora_suite PRIVATE
+  <algorithm> <array> <filesystem> <functional> <gmock/gmock.h> <gtest/gtest.h> <map> <span> <string>
+  <vector>)
 
 # The same suite of the seam against Windows: a program to copy to a machine that has one. Here it
 # runs without a disk to wipe.
-set(conformance ${tests}/conformance)
-file(GLOB conformance_sources CONFIGURE_DEPENDS
-  ${conformance}/*_test.cpp ${conformance}/conformance_fixture.cpp ${conformance}/disk/*.cpp
-  ${conformance}/program/*.cpp ${conformance}/windows/*.cpp)
-list(FILTER conformance_sources EXCLUDE REGEX "/program/[a-z_]*_test.cpp$")
+file(GLOB conformance_sources CONFIGURE_DEPENDS ${conformance}/windows/*.cpp)
 velkora_add_windows_test(velkora_conformance ${conformance_sources}
   ${tests}/support/temp_folder.cpp)
-target_link_libraries(velkora_conformance PRIVATE velkora_windows)
+target_link_libraries(velkora_conformance PRIVATE velkora_suite velkora_windows)
 target_link_options(velkora_conformance PRIVATE -s)
 set_target_properties(velkora_conformance PROPERTIES OUTPUT_NAME velkora-conformance)
 
@@ -82,10 +101,8 @@ target_link_libraries(minidump_test PRIVATE velkora_core velkora_windows)
 
 # The library on the simulated machine, in front of which the linker finds the guard of Windows.
 set(windows ${PROJECT_SOURCE_DIR}/src/platform/windows)
-file(GLOB support CONFIGURE_DEPENDS ${tests}/support/*.cpp)
-list(FILTER support EXCLUDE REGEX "precompiled.cpp$")
 velkora_add_windows_test(access_violation_test ${tests}/windows/access_violation_test.cpp
-  ${support} ${windows}/guard.cpp ${windows}/fault.cpp)
+  ${windows}/guard.cpp ${windows}/fault.cpp)
 add_dependencies(access_violation_test velkora_windows)
 target_link_libraries(access_violation_test PRIVATE
-  velkora_core velkora_simulator ${PROJECT_BINARY_DIR}/src/platform/windows/structured_guard.o)
+  velkora_support velkora_core velkora_simulator ${PROJECT_BINARY_DIR}/src/platform/windows/structured_guard.o)
