@@ -37,7 +37,7 @@ double StatusMib(const std::string& name) {
   return 0;
 }
 
-// From here on the peak counts anew.
+// Starts the peak again.
 void ForgetPeak() {
   std::ofstream("/proc/self/clear_refs") << "5";
 }

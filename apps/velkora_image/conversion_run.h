@@ -1,4 +1,4 @@
-// One run of the library's Convert, and what is heard of it.
+// One run of the library's Convert, and what it reports.
 #pragma once
 
 #include <cstddef>

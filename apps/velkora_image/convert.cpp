@@ -159,7 +159,7 @@ void TellFailure(const ConvertOptions& options, const ConversionRun& run, const 
 int Convert(const ConvertOptions& options) {
   CheckOptions(options);
   simulator::SimulatedMachine machine;
-  machine.switches().fat32_writes_late = true;  // nobody looks at the image before the machine ends
+  machine.switches().fat32_writes_late = true;  // no one reads the image before the machine ends
   simulator::Disk& disk = AttachImage(machine, options.image, simulator::Access::kReadWrite);
   CheckDisk(options, disk, ReadDiskView(machine, disk));
   GiveLetters(machine, disk, options.letters);

@@ -29,7 +29,7 @@ inline constexpr char kLogModule[] = "SDK";
 // thread waits while another one's call lasts, so the function must not wait for a thread that may
 // log. It may log itself and call Stop. `text` is the formatted line without an end of line and
 // lives for the call only. What the function throws passes through LogEx to whoever logs; on the
-// timer thread it is dropped.
+// timer thread it is dropped. An exception of another compiler's runtime counts as a fault.
 struct LogObserver {
   void (*function)(void* context, const char* module, int level, const char* text);
   void* context;
