@@ -30,16 +30,17 @@ add_library(velkora_suite OBJECT ${suite_sources})
 file(GLOB support_sources CONFIGURE_DEPENDS ${tests}/support/*.cpp)
 list(FILTER support_sources EXCLUDE REGEX "precompiled.cpp$")
 add_library(velkora_support OBJECT ${support_sources})
-target_link_libraries(velkora_support PRIVATE velkora_core velkora_warnings GTest::gtest)
+target_link_libraries(velkora_support PRIVATE velkora_core velkora_warnings GTest::gtest GTest::gmock)
 target_include_directories(velkora_support
   PRIVATE ${tests} ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
 target_compile_options(velkora_support PRIVATE -O0)
+target_precompile_headers(velkora_support PRIVATE ${tests}/support/precompiled.h)
 
 # The library and the simulated machine, compiled for Windows.
 file(GLOB simulated_tests CONFIGURE_DEPENDS ${tests}/unit/*.cpp ${tests}/simulator/*.cpp)
 velkora_add_windows_test(velkora_tests ${simulated_tests} ${suite_tests}
   ${conformance}/machine.cpp ${PROJECT_SOURCE_DIR}/apps/velkora_image/disk_record.cpp)
-target_precompile_headers(velkora_tests PRIVATE ${tests}/support/precompiled.h)
+target_precompile_headers(velkora_tests REUSE_FROM velkora_support)
 target_link_libraries(velkora_tests
   PRIVATE velkora_suite velkora_support velkora_core velkora_simulator)
 target_link_libraries(velkora_suite PRIVATE velkora_warnings GTest::gtest GTest::gmock)

@@ -15,8 +15,6 @@
 
 namespace conversion {
 
-inline constexpr std::uint64_t kMib = std::uint64_t{1} << 20;
-
 class ConversionTest : public ::testing::Test {
  protected:
   std::filesystem::path File(const std::string& name) const { return folder_.path() / name; }

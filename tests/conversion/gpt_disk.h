@@ -10,6 +10,8 @@
 
 namespace conversion {
 
+inline constexpr std::uint64_t kMib = std::uint64_t{1} << 20;
+
 // Types of partitions.
 inline constexpr char kBasicData[] = "EBD0A0A2-B9E5-4433-87C0-68B6B72699C7";
 inline constexpr char kReserved[] = "E3C9E316-0B5C-4DB8-817D-F92DF00215AE";

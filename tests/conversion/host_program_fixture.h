@@ -14,8 +14,6 @@
 
 namespace conversion {
 
-inline constexpr std::uint64_t kMib = 1 << 20;
-
 struct Outcome {
   int status = 0;
   std::string out;

@@ -11,13 +11,14 @@ constexpr std::uint64_t kMib = 1024 * 1024;
 constexpr std::uint64_t kSectorBytes = 512;
 constexpr std::size_t kEntryBytes = 32;
 
-void Put(Bytes& bytes, std::size_t offset, std::uint64_t value, std::size_t width) {
+void Put(std::vector<std::byte>& bytes, std::size_t offset, std::uint64_t value,
+         std::size_t width) {
   for (std::size_t i = 0; i < width; ++i) {
     bytes.at(offset + i) = static_cast<std::byte>(value >> (8 * i));
   }
 }
 
-std::uint32_t Number(const Bytes& bytes, std::size_t offset, std::size_t width) {
+std::uint32_t Number(const std::vector<std::byte>& bytes, std::size_t offset, std::size_t width) {
   std::uint32_t value = 0;
   for (std::size_t i = 0; i < width; ++i) {
     value |= std::to_integer<std::uint32_t>(bytes.at(offset + i)) << (8 * i);
@@ -85,7 +86,7 @@ std::uint32_t Fat32RawVolume::EntryCluster(std::uint64_t cluster, std::size_t in
   return Number(entry, 20, 2) << 16 | Number(entry, 26, 2);
 }
 
-Bytes Fat32RawVolume::Cluster(std::uint64_t cluster) {
+std::vector<std::byte> Fat32RawVolume::Cluster(std::uint64_t cluster) {
   return ReadBytes(disk_, SectorOf(cluster) * kSectorBytes, sectors_per_cluster_ * kSectorBytes);
 }
 
@@ -111,7 +112,7 @@ void Fat32RawVolume::Chain(std::initializer_list<std::uint32_t> clusters) {
   }
 }
 
-Bytes Fat32RawVolume::Fat(std::uint64_t fat) {
+std::vector<std::byte> Fat32RawVolume::Fat(std::uint64_t fat) {
   const std::uint64_t sector = kFirstSector + kReserved + fat * kFatSectors;
   return ReadBytes(disk_, sector * kSectorBytes, kFatSectors * kSectorBytes);
 }

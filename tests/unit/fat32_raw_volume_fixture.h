@@ -11,8 +11,6 @@
 
 namespace testing_support {
 
-using Bytes = std::vector<std::byte>;
-
 inline constexpr std::uint32_t kLast = 0x0FFFFFFF;
 inline constexpr int kFolder = 0x10;
 inline constexpr int kArchive = 0x20;
@@ -27,6 +25,8 @@ struct RawEntry {
 // 4 reserved sectors, two FATs of 600 (76,800 entries), clusters of one sector.
 class Fat32RawVolume : public MachineTest {
  protected:
+  using Bytes = std::vector<std::byte>;
+
   static constexpr std::uint64_t kFirstSector = 2048;
   static constexpr std::uint64_t kSectors = 80'000;
   static constexpr std::uint64_t kReserved = 4;
