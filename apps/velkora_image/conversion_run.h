@@ -61,7 +61,7 @@ class ConversionRun {
   Progress progress_;
   VelkoraSDK* sdk_ = nullptr;
   std::int32_t result_ = 1;
-  bool begun_ = false;  // a callback has been heard
+  bool begun_ = false;  // the callback was called
   std::int32_t last_stage_ = 0;
   bool rolling_back_ = false;
   bool rolled_back_ = false;

@@ -109,7 +109,7 @@ bool ConvertMbrToGpt(Velkora& converter) {
   converter.partition_offsets = MbrPartitionOffsets(rows);
   const std::int32_t error = BackUpDisk(converter);
   if (error != 0) {
-    // Unlike the other direction, the callback hears nothing.
+    // Unlike the other direction, the callback is told nothing.
     LogBackupError(error);
     return false;
   }

@@ -14,7 +14,7 @@ namespace velkora {
 
 // The whole path of a disk of type MBR: reads the table, backs the disk's metadata up, converts
 // behind a guard, and rolls back after a failure. Returns whether the disk was converted. The log
-// and the callback tell the rest. The callback hears nothing of a table whose first read fails
+// and the callback tell the rest. The callback is told nothing of a table whose first read fails
 // ("Get partitions fail!", level 3) and of a backup that fails.
 bool ConvertMbrToGpt(Velkora& converter);
 

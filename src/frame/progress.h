@@ -1,4 +1,4 @@
-// What the caller's callback hears.
+// What the caller's callback is told.
 #pragma once
 
 #include <cstdint>

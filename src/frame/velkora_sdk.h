@@ -2,7 +2,7 @@
 // without touching user data.
 //
 // An application starts the library with InitVelkoraSDK, fills one DiskInfo with its VolumeInfo
-// records, calls Convert on a thread of its own, hears progress through the callback, and ends with
+// records, calls Convert on a thread of its own, gets progress through a callback, and ends with
 // DestroyVelkoraSDK. This header stands alone and compiles as C++17.
 //
 // All texts are NUL-terminated. `id`, `volume_id` and the logs folder reach Windows as they stand;
@@ -169,7 +169,7 @@ extern "C" {
 // The other three belong to the logging library and are handed on to it. What they mean to the one
 // that is built in stands in logging/log.h; in short: `log_folder` is the text of a folder for the
 // log file or null for none, `log_observer` points to a LogObserver (that header's, which an
-// application includes if it wants one) that hears every line or is null, `log_reserved` is not
+// application includes if it wants one) that is given every line, or is null, `log_reserved` is not
 // looked at.
 VELKORA_SDK_API VelkoraSDK* InitVelkoraSDK(const void* log_folder, const char* logs_folder,
                                            const void* log_observer, const void* log_reserved);

@@ -1,7 +1,6 @@
 // States of a campaign's disk, as overlays of its image, and what differs between two of them.
 #pragma once
 
-#include <cstdint>
 #include <vector>
 
 #include "campaign/base_disk.h"

@@ -13,9 +13,7 @@
 namespace campaign {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
+using namespace ::testing;
 
 class FaultCampaign : public ::testing::TestWithParam<Scenario> {
  protected:

@@ -1,7 +1,6 @@
 #include "campaign/scenario.h"
 
 #include <algorithm>
-#include <array>
 #include <ostream>
 #include <stdexcept>
 #include <utility>

@@ -1,7 +1,6 @@
 #include "campaign/stop_oracle.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace campaign {
 namespace {

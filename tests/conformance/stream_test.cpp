@@ -1,7 +1,5 @@
 // Streams of the C runtime, and its clock.
 #include <cerrno>
-#include <cstdlib>
-#include <vector>
 
 #include "conformance/conformance_fixture.h"
 

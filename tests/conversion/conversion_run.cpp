@@ -1,7 +1,6 @@
 #include "conversion/conversion_run.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "logging/log.h"
 #include "platform/win32.h"

@@ -24,13 +24,6 @@ constexpr std::uint64_t kFirstSector = kSectorsPerMib;
 constexpr std::uint64_t kFsInfo = kSectorBytes;
 constexpr std::uint64_t kBackupBootSector = 6 * kSectorBytes;
 
-std::string ReadAll(const fs::path& path) {
-  std::string bytes(fs::file_size(path), '\0');
-  std::ifstream(path, std::ios::binary)
-      .read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  return bytes;
-}
-
 // A random block that repeats itself, of a length that no cluster has.
 std::string SomeBytes(std::size_t count, const std::string& seed) {
   constexpr std::size_t kBlock = 997;
@@ -49,7 +42,7 @@ bool CanRead(const fs::path& volume, const std::string& path, std::size_t hash,
   if (path.back() == '/') return RunTool({"mdir", "-i", volume, "::/" + path}).exit_status == 0;
   const fs::path copy = scratch / "copy";
   const auto copied = RunTool({"mcopy", "-n", "-i", volume, "::/" + path, copy});
-  return copied.exit_status == 0 && std::hash<std::string>()(ReadAll(copy)) == hash;
+  return copied.exit_status == 0 && std::hash<std::string>()(testing_support::TextOf(copy)) == hash;
 }
 
 // The number behind `word` in a call's arguments.
@@ -66,7 +59,7 @@ Tree ReadTree(const fs::path& folder) {
     if (entry.is_directory()) {
       tree[path + "/"] = 0;
     } else {
-      tree[path] = std::hash<std::string>()(ReadAll(entry.path()));
+      tree[path] = std::hash<std::string>()(testing_support::TextOf(entry.path()));
     }
   }
   return tree;

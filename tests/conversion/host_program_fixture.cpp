@@ -1,6 +1,5 @@
 #include "conversion/host_program_fixture.h"
 
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <unistd.h>
@@ -27,13 +26,6 @@ std::string Field(const Json& object, const std::string& name) {
   return parsed.contains(name) ? Plain(parsed[name]) : "";
 }
 
-std::string ReadText(const std::filesystem::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  std::ostringstream text;
-  text << stream.rdbuf();
-  return text.str();
-}
-
 std::vector<std::string> LinesOf(const std::string& text) {
   std::istringstream stream(text);
   std::vector<std::string> lines;
@@ -57,7 +49,7 @@ std::vector<std::string> ToGpt(const std::vector<std::string>& more) {
 
 std::vector<Json> EventsOf(const std::filesystem::path& file) {
   std::vector<Json> events;
-  for (const std::string& line : LinesOf(ReadText(file))) {
+  for (const std::string& line : LinesOf(TextOf(file))) {
     events.push_back(json::parse(line).dump());
   }
   return events;
@@ -150,7 +142,7 @@ Outcome HostProgram::RunThrough(const std::string& wrapper,
       VELKORA_IMAGE_PROGRAM};
   argv.insert(argv.end(), arguments.begin(), arguments.end());
   const testing_support::ToolResult result = testing_support::RunTool(argv);
-  return {result.exit_status, result.output, ReadText(File("err"))};
+  return {result.exit_status, result.output, TextOf(File("err"))};
 }
 
 void HostProgram::MakeDisk(const Partitions& partitions, std::uint64_t size) {

@@ -20,7 +20,8 @@ struct Outcome {
   std::string err;
 };
 
-std::string ReadText(const std::filesystem::path& file);
+using testing_support::TextOf;
+
 std::vector<std::string> LinesOf(const std::string& text);
 
 // "convert disk.img --to mbr" and more.

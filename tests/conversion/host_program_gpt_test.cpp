@@ -15,12 +15,7 @@
 namespace conversion {
 namespace {
 
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::StartsWith;
+using namespace ::testing;
 
 // Two primary partitions and a logical one, with free space behind them.
 constexpr char kRows[] =

@@ -16,9 +16,7 @@
 namespace conversion {
 namespace {
 
-using ::testing::Contains;
-using ::testing::HasSubstr;
-using ::testing::Not;
+using namespace ::testing;
 
 constexpr char kRescan[] = "script: rescan\\r\\n";
 

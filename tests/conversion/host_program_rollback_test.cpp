@@ -12,11 +12,7 @@
 namespace conversion {
 namespace {
 
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
+using namespace ::testing;
 
 using Callback = std::pair<int, int>;
 

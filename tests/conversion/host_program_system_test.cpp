@@ -1,5 +1,4 @@
 // The host program on the disk of the running system.
-#include <algorithm>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
@@ -13,13 +12,7 @@
 namespace conversion {
 namespace {
 
-using ::testing::Contains;
-using ::testing::ContainsRegex;
-using ::testing::Each;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
+using namespace ::testing;
 
 constexpr char kEfiType[] = "C12A7328-F81F-11D2-BA4B-00A0C93EC93B";
 

@@ -14,11 +14,7 @@ namespace conversion {
 namespace {
 
 namespace fs = std::filesystem;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::StartsWith;
+using namespace ::testing;
 
 // ---- show ---------------------------------------------------------------------------------------
 
@@ -135,9 +131,9 @@ TEST_F(HostProgram, KeepsTheLogsWhereTheyAreWanted) {
   MakeDisk({{2048, 100351, kBasicData}});
   ASSERT_EQ(Run(ToMbr({"--logs", "logs/of/today"})).status, 0);
   const fs::path logs = File("logs/of/today");
-  EXPECT_EQ(ReadText(logs / "DISKPART_cmd.log"), "rescan\r\n");
+  EXPECT_EQ(TextOf(logs / "DISKPART_cmd.log"), "rescan\r\n");
   EXPECT_TRUE(fs::exists(logs / "DISKPART_result.log"));
-  EXPECT_THAT(ReadText(logs / "velkora-image.log"), HasSubstr("[1] [SDK] GPT2MBR end\n"));
+  EXPECT_THAT(TextOf(logs / "velkora-image.log"), HasSubstr("[1] [SDK] GPT2MBR end\n"));
 }
 
 TEST_F(HostProgram, GivesLettersInDiskOrderUnlessTold) {

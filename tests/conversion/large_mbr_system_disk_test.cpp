@@ -10,10 +10,7 @@
 namespace conversion {
 namespace {
 
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::Not;
+using namespace ::testing;
 using Lines = std::vector<std::string>;
 
 constexpr std::uint64_t kTwoTib = std::uint64_t{1} << 32;  // sectors

@@ -10,9 +10,7 @@
 namespace conversion {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::Not;
+using namespace ::testing;
 using Lines = std::vector<std::string>;
 
 constexpr std::uint64_t kSmallestGptDisk = 128 * kSectorsPerMib;  // sectors

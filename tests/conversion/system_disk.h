@@ -3,7 +3,6 @@
 
 #include <filesystem>
 #include <string>
-#include <vector>
 
 #include "conversion/converted_mbr_disk.h"
 

@@ -2,7 +2,6 @@
 // that fails throws, so that a test never passes without its judge.
 #pragma once
 
-#include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>

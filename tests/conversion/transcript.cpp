@@ -8,6 +8,8 @@
 #include <map>
 #include <stdexcept>
 
+#include "support/folded_lines.h"
+
 namespace conversion {
 namespace {
 
@@ -21,12 +23,12 @@ Transcript ReadLines(const fs::path& path) {
   Transcript lines;
   std::string line;
   while (std::getline(file, line)) lines.push_back(line);
-  return lines;
+  return testing_support::Unfold(lines);
 }
 
 void WriteLines(const fs::path& path, const Transcript& lines) {
   std::ofstream file(path);
-  for (const std::string& line : lines) file << line << '\n';
+  for (const std::string& line : testing_support::Fold(lines)) file << line << '\n';
 }
 
 // What the first line of a file says.

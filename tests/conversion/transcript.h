@@ -15,6 +15,8 @@
 //   @@ lines 4-5
 //   +log 1: [disk] disk_type: GPT, id: \\.\PhysicalDrive1, index: 1, volume_count: 2
 //
+// Both are stored with the rows of tables folded (see support/folded_lines.h).
+//
 // VELKORA_PRINT_TRANSCRIPTS=1 in the environment lets each test print its transcripts whole:
 //   VELKORA_PRINT_TRANSCRIPTS=1 build/release/tests/conversion_tests --gtest_filter=...
 #pragma once

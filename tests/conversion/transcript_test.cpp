@@ -5,19 +5,20 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest-spi.h>
 
+#include "support/folded_lines.h"
 #include "support/temp_folder.h"
 
 namespace conversion {
 namespace {
 
-using ::testing::AllOf;
-using ::testing::HasSubstr;
-using ::testing::ThrowsMessage;
+using namespace ::testing;
 using testing_support::Difference;
+using testing_support::Fold;
 using testing_support::FormatHunks;
 using testing_support::Hunks;
 using testing_support::Lines;
 using testing_support::ParseHunks;
+using testing_support::Unfold;
 
 const Lines kFive = {"a", "b", "c", "d", "e"};
 
@@ -73,6 +74,57 @@ TEST(LineDifference, RefusesHunksThatDoNotFit) {
   EXPECT_THAT(applied({"@@ lines 2-3", "@@ line 3"}),
               ThrowsMessage<std::runtime_error>(
                   "\"@@ line 3\" does not fit a base of 5 lines of which 3 are done"));
+}
+
+TEST(FoldedLines, TellRowsOfATableOnce) {
+  const Lines rows = {"row 1 of 4 at 9", "row 2 of 4 at 6", "row 3 of 4 at 3", "row 4 of 4 at 0"};
+  EXPECT_EQ(Fold(rows), (Lines{"row 1 of 4 at 9", "@@ 3 times, line: 1 +1, 3 -3"}));
+  EXPECT_EQ(Unfold(Fold(rows)), rows);
+
+  const Lines letters = {"letter: C:", "letter: D:", "letter: E:", "letter: F:"};
+  EXPECT_EQ(Fold(letters), (Lines{"letter: C:", "@@ 3 times, line: 1 +1"}));
+  EXPECT_EQ(Unfold(Fold(letters)), letters);
+
+  const Lines pairs = {"x", "a 1", "b", "a 3", "b", "a 5", "b", "y"};
+  EXPECT_EQ(Fold(pairs), (Lines{"x", "a 1", "b", "@@ 2 times, 2 lines: 1 +2", "y"}));
+  EXPECT_EQ(Unfold(Fold(pairs)), pairs);
+}
+
+TEST(FoldedLines, LeaveWhatIsNoTable) {
+  for (const Lines& lines : {
+           Lines{"a 1", "a 2"},                    // saves nothing
+           Lines{"a 1", "a 2", "a 4", "a 5"},      // no constant step
+           Lines{"a 08", "a 09", "a 10", "a 11"},  // would be written otherwise
+           Lines{"a 99999999999999999998", "a 99999999999999999999", "b"},  // over 64 bits
+           Lines{"M N:", "N O:", "O P:"},                                   // none of a volume
+       }) {
+    EXPECT_EQ(Fold(lines), lines);
+  }
+}
+
+TEST(FoldedLines, UnfoldedAreTheText) {
+  // Every text of five of these lines, in any order.
+  const Lines kinds = {"a 1", "a 2", "a 3 0", "", " C:"};
+  for (std::size_t number = 0; number < 5 * 5 * 5 * 5 * 5; ++number) {
+    Lines text;
+    for (std::size_t i = 0, rest = number; i < 5; ++i, rest /= 5) text.push_back(kinds[rest % 5]);
+    EXPECT_EQ(Unfold(Fold(text)), text);
+  }
+}
+
+TEST(FoldedLines, RefuseToRepeatWhatIsNotThere) {
+  EXPECT_THAT(
+      [] {
+        Unfold({"a", "@@ 2 times, 2 lines"});
+      },
+      ThrowsMessage<std::runtime_error>("too few lines before: @@ 2 times, 2 lines"));
+  for (const std::string line : {"@@ 2 times, line: 2 +1", "@@ 2 times, line: 0 +1"}) {
+    EXPECT_THAT(
+        [&] {
+          Unfold({"a 1", line});
+        },
+        ThrowsMessage<std::runtime_error>("no such number: " + line));
+  }
 }
 
 TEST(LineDifference, IsDescribedWithTheLinesThatGo) {

@@ -1,6 +1,5 @@
 #include "conversion/volumes.h"
 
-#include <algorithm>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

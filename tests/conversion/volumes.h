@@ -1,7 +1,6 @@
 // Volumes with files in them, made and read by the tools of each file system.
 #pragma once
 
-#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <string>

@@ -1,6 +1,5 @@
 #include "simulator/storage/block_device.h"
 
-#include <array>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <limits>

@@ -226,7 +226,7 @@ Events RaceOnce() {
     });
   };
   std::vector<Clock::Participant*> threads = {runner("a", 6), runner("b", 4), runner("c", 12)};
-  while (clock.WaitFor(&events, clock.now() + 5)) events.push_back("heard");
+  while (clock.WaitFor(&events, clock.now() + 5)) events.push_back("notified");
   for (Clock::Participant* thread : threads) clock.Join(thread);
   return events;
 }

@@ -4,6 +4,7 @@
 
 #include "simulator/commands/diskpart.h"
 #include "simulator/disk.h"
+#include "simulator/seam_fixture.h"
 #include "simulator/storage/block_device.h"
 #include "simulator/storage/partition_store.h"
 
@@ -13,24 +14,6 @@ using simulator::Disk;
 using simulator::DiskLayout;
 
 namespace {
-
-constexpr GUID kBasicData = {
-    0xEBD0A0A2, 0xB9E5, 0x4433, {0x87, 0xC0, 0x68, 0xB6, 0xB7, 0x26, 0x99, 0xC7}};
-
-PARTITION_INFORMATION_EX NewRow(PARTITION_STYLE style, std::uint64_t offset, std::uint64_t length) {
-  PARTITION_INFORMATION_EX row{};
-  row.PartitionStyle = style;
-  row.StartingOffset.QuadPart = static_cast<LONGLONG>(offset);
-  row.PartitionLength.QuadPart = static_cast<LONGLONG>(length);
-  row.RewritePartition = TRUE;
-  return row;
-}
-
-PARTITION_INFORMATION_EX MbrRow(BYTE type, std::uint64_t offset, std::uint64_t length) {
-  PARTITION_INFORMATION_EX row = NewRow(PARTITION_STYLE_MBR, offset, length);
-  row.Mbr.PartitionType = type;
-  return row;
-}
 
 void SetRows(simulator::SimulatedMachine& machine, Disk& disk,
              const std::vector<PARTITION_INFORMATION_EX>& rows) {
@@ -57,7 +40,7 @@ void DiskpartTest::MakeGpt(Disk& disk, const std::vector<Range>& partitions) {
   std::vector<PARTITION_INFORMATION_EX> rows;
   for (const Range& partition : partitions) {
     rows.push_back(NewRow(PARTITION_STYLE_GPT, partition.offset, partition.length));
-    rows.back().Gpt.PartitionType = kBasicData;
+    rows.back().Gpt.PartitionType = kBasicDataType;
     rows.back().Gpt.PartitionId = machine_.NextGuid();
   }
   if (!rows.empty()) SetRows(machine_, disk, rows);
@@ -70,8 +53,8 @@ void DiskpartTest::MakeMbr(Disk& disk) {
   ASSERT_EQ(machine_.CreateDisk(disk, request), ERROR_SUCCESS);
   const PARTITION_INFORMATION_EX unused = MbrRow(0, 0, 0);
   SetRows(machine_, disk,
-          {MbrRow(0x07, 1 * kMiB, 8 * kMiB), MbrRow(0x07, 16 * kMiB, 8 * kMiB),
-           MbrRow(0x0F, 32 * kMiB, 16 * kMiB), unused, MbrRow(0x07, 33 * kMiB, 8 * kMiB), unused,
+          {MbrRow(1 * kMiB, 8 * kMiB, 0x07), MbrRow(16 * kMiB, 8 * kMiB, 0x07),
+           MbrRow(32 * kMiB, 16 * kMiB, 0x0F), unused, MbrRow(33 * kMiB, 8 * kMiB, 0x07), unused,
            unused, unused});
 }
 

@@ -10,11 +10,10 @@
 #include <vector>
 
 #include "simulator/simulated_machine.h"
+#include "support/sizes.h"
 #include "support/temp_folder.h"
 
 namespace testing_support {
-
-inline constexpr std::uint64_t kMiB = 1024 * 1024;
 
 // The statuses that a failing line ends with.
 inline constexpr DWORD kSyntaxError = 0x80070057;

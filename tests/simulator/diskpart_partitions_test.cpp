@@ -1,5 +1,4 @@
 // The verbs of diskpart that work on partitions and volumes.
-#include <algorithm>
 #include <gtest/gtest.h>
 
 #include "simulator/commands/diskpart_layout.h"

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <sstream>
 
 #include "simulator/commands/diskpart_layout.h"
 #include "simulator/commands/shell.h"

@@ -1,6 +1,5 @@
 #include "simulator/storage/fat32_files.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>

@@ -1,5 +1,4 @@
 // Changes that the FAT32 driver keeps back and writes together.
-#include <algorithm>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>

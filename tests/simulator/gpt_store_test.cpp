@@ -1,7 +1,6 @@
 #include "simulator/storage/gpt_store.h"
 
 #include <gtest/gtest.h>
-#include <string>
 #include <vector>
 
 #include "simulator/gpt_disk_fixture.h"

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <string>
 #include <vector>
 
 #include "simulator/gpt_disk_fixture.h"

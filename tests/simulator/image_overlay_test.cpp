@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -29,10 +28,7 @@ class ImageOverlayTest : public ::testing::Test {
     for (std::uint64_t i = 0; i < kSize; ++i) file.put(static_cast<char>(i / 512 + 1));
   }
 
-  std::string FileContent() const {
-    std::ifstream file(image_, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  std::string FileContent() const { return testing_support::TextOf(image_); }
   static std::vector<std::byte> All(BlockDevice& device) {
     std::vector<std::byte> bytes(static_cast<std::size_t>(device.size()));
     EXPECT_TRUE(device.Read(0, bytes));

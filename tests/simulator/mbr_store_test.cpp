@@ -1,7 +1,6 @@
 #include "simulator/storage/mbr_store.h"
 
 #include <gtest/gtest.h>
-#include <vector>
 
 #include "simulator/storage_disk.h"
 

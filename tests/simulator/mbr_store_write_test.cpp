@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <vector>
 
 #include "simulator/storage/mbr_store.h"
 #include "simulator/storage_disk.h"

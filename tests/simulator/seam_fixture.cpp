@@ -39,15 +39,6 @@ void WriteTable(const std::filesystem::path& image, const CREATE_DISK& request,
   for (const std::uint64_t offset : ntfs) WriteNtfsBoot(device, offset);
 }
 
-PARTITION_INFORMATION_EX NewRow(PARTITION_STYLE style, std::uint64_t offset, std::uint64_t length) {
-  PARTITION_INFORMATION_EX row{};
-  row.PartitionStyle = style;
-  row.StartingOffset.QuadPart = static_cast<LONGLONG>(offset);
-  row.PartitionLength.QuadPart = static_cast<LONGLONG>(length);
-  row.RewritePartition = TRUE;
-  return row;
-}
-
 DWORD Transferred(BOOL success) {
   return success != FALSE ? ERROR_SUCCESS : win32::GetLastError();
 }
@@ -60,6 +51,15 @@ void Position(HANDLE handle, std::uint64_t position) {
 }
 
 }  // namespace
+
+PARTITION_INFORMATION_EX NewRow(PARTITION_STYLE style, std::uint64_t offset, std::uint64_t length) {
+  PARTITION_INFORMATION_EX row{};
+  row.PartitionStyle = style;
+  row.StartingOffset.QuadPart = static_cast<LONGLONG>(offset);
+  row.PartitionLength.QuadPart = static_cast<LONGLONG>(length);
+  row.RewritePartition = TRUE;
+  return row;
+}
 
 PARTITION_INFORMATION_EX GptRow(std::uint64_t offset, std::uint64_t length, BYTE id,
                                 const GUID& type) {
@@ -144,20 +144,6 @@ void WriteNtfsBoot(BlockDevice& device, std::uint64_t offset) {
   PutNumber(boot, 11, 512, 2);
   PutNumber(boot, 13, 8, 1);
   PutNumber(boot, 40, 8 * kMegabyte / 512 - 1, 8);
-  PutNumber(boot, 510, 0xAA55, 2);
-  ASSERT_TRUE(device.Write(offset, boot));
-}
-
-void WriteFat32Boot(BlockDevice& device, std::uint64_t offset) {
-  std::array<std::byte, 512> boot{};
-  PutNumber(boot, 0, 0xEB, 1);
-  PutNumber(boot, 11, 512, 2);
-  PutNumber(boot, 13, 1, 1);
-  PutNumber(boot, 14, 32, 2);
-  PutNumber(boot, 16, 2, 1);
-  PutNumber(boot, 21, 0xF8, 1);
-  PutNumber(boot, 32, 8 * kMegabyte / 512, 4);
-  PutNumber(boot, 36, 128, 4);
   PutNumber(boot, 510, 0xAA55, 2);
   ASSERT_TRUE(device.Write(offset, boot));
 }

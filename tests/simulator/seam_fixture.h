@@ -27,6 +27,7 @@ inline constexpr GUID kEfiSystemType = {
 inline constexpr GUID kReservedType = {
     0xE3C9E316, 0x0B5C, 0x4DB8, {0x81, 0x7D, 0xF9, 0x2D, 0xF0, 0x02, 0x15, 0xAE}};
 
+PARTITION_INFORMATION_EX NewRow(PARTITION_STYLE style, std::uint64_t offset, std::uint64_t length);
 PARTITION_INFORMATION_EX GptRow(std::uint64_t offset, std::uint64_t length, BYTE id,
                                 const GUID& type = kBasicDataType);
 PARTITION_INFORMATION_EX MbrRow(std::uint64_t offset, std::uint64_t length, BYTE type = 7);
@@ -66,7 +67,5 @@ class SeamTest : public ::testing::Test {
 
 // Looks like an NTFS volume of 8 MiB to the machine.
 void WriteNtfsBoot(simulator::BlockDevice& device, std::uint64_t offset);
-// The same for FAT32, with 32 reserved sectors.
-void WriteFat32Boot(simulator::BlockDevice& device, std::uint64_t offset);
 
 }  // namespace testing_support

@@ -1,9 +1,7 @@
 #include "simulator/commands/shell.h"
 
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -117,10 +115,7 @@ class Shell : public ::testing::Test {
   }
 
   std::string FileText(std::string_view name) const {
-    std::ifstream file(folder_.path() / name, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
+    return testing_support::TextOf(folder_.path() / name);
   }
   bool Exists(std::string_view name) const {
     return std::filesystem::exists(folder_.path() / name);

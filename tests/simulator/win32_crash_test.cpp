@@ -1,7 +1,5 @@
 // Libraries loaded at run time, the dump writer and the crash sender of the machine.
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -38,10 +36,7 @@ class Win32CrashTest : public SeamTest {
     return result;
   }
 
-  std::string DumpText() const {
-    std::ifstream file(folder_.path() / "a.dmp", std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  std::string DumpText() const { return testing_support::TextOf(folder_.path() / "a.dmp"); }
 
   static DWORD NumberAt(const std::string& text, std::size_t at) {
     DWORD number = 0;

@@ -1,6 +1,5 @@
 #include <cerrno>
 #include <fstream>
-#include <sstream>
 
 #include "platform/guard.h"
 #include "simulator/disk.h"
@@ -29,10 +28,7 @@ class Win32FilesTest : public SeamTest {
   }
 
   std::string HostFileText(std::string_view name) {
-    std::ifstream file(folder_.path() / name, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
+    return testing_support::TextOf(folder_.path() / name);
   }
 
   // A disk of 8 GiB, for positions beyond 32 bits.

@@ -1,10 +1,8 @@
 // Streams of the C runtime: their modes, their positions, their failures.
 #include <cerrno>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "simulator/seam_fixture.h"
 #include "simulator/system.h"
@@ -17,10 +15,7 @@ class Win32StreamsTest : public SeamTest {
   void SetContent(std::string_view content) const {
     std::ofstream(folder_.path() / "file", std::ios::binary) << content;
   }
-  std::string Content() const {
-    std::ifstream file(folder_.path() / "file", std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  std::string Content() const { return testing_support::TextOf(folder_.path() / "file"); }
   static std::string Text(const char* mode) {
     std::FILE* file = win32::fopen("X:\\file", mode);
     char text[100];

@@ -1,4 +1,4 @@
-// What the callback hears of a conversion, as far as it comes.
+// The callbacks of a conversion, as far as it comes.
 #pragma once
 
 #include <vector>

@@ -14,12 +14,12 @@ void GptDiskTest::SetUpDisk(const std::vector<GptEntry>& entries, bool with_reco
 }
 
 std::vector<GptEntry> GptDiskTest::SpacedEntries(std::size_t count) {
-  constexpr std::uint64_t kMiB = 2048;  // in sectors
+  constexpr std::uint64_t kSectorsPerMiB = 2048;
   std::vector<GptEntry> entries;
   for (std::size_t i = 0; i < count; ++i) {
-    const std::uint64_t first = kMiB + i * 17 * kMiB;
+    const std::uint64_t first = kSectorsPerMiB + i * 17 * kSectorsPerMiB;
     entries.push_back(
-        {kBasicDataGuid, first, first + 16 * kMiB - 1, static_cast<std::uint8_t>(i + 1)});
+        {kBasicDataGuid, first, first + 16 * kSectorsPerMiB - 1, static_cast<std::uint8_t>(i + 1)});
   }
   return entries;
 }

@@ -1,8 +1,6 @@
 #include "support/machine_fixture.h"
 
-#include <fstream>
 #include <ostream>
-#include <sstream>
 
 #include "frame/crash_reporting.h"
 #include "frame/global_context.h"
@@ -80,10 +78,7 @@ std::filesystem::path MachineTest::LogsFile(std::string_view name) const {
 }
 
 std::string MachineTest::LogsFileText(std::string_view name) const {
-  std::ifstream file(LogsFile(name), std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
+  return TextOf(LogsFile(name));
 }
 
 std::vector<std::string> MachineTest::Lines(int level) const {

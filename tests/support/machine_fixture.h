@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "simulator/simulated_machine.h"
+#include "support/sizes.h"
 #include "support/temp_folder.h"
 
 namespace velkora {
@@ -66,8 +67,8 @@ class MachineTest : public ::testing::Test {
   std::vector<std::string> shell_lines_;  // "system: line" or "elevated: line"
 };
 
-// The callback to hand to Convert, and what it has heard since the last test began. `hook`, if set,
-// runs after each event is noted (to stop, or to look at the disk in between).
+// The callback to hand to Convert, and what it was called with since the last test began. `hook`,
+// if set, runs after each event is noted (to stop, or to look at the disk in between).
 std::int32_t RecordEvent(std::int32_t kind, std::int32_t value);
 std::vector<Event>& Events();
 std::function<void(Event)>& EventHook();

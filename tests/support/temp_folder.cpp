@@ -1,8 +1,9 @@
 #include "support/temp_folder.h"
 
 #include <cstdint>
+#include <fstream>
 #include <random>
-#include <string>
+#include <sstream>
 #include <system_error>
 
 namespace testing_support {
@@ -18,6 +19,12 @@ TempFolder::TempFolder() {
 TempFolder::~TempFolder() {
   std::error_code ignored;
   std::filesystem::remove_all(path_, ignored);
+}
+
+std::string TextOf(const std::filesystem::path& file) {
+  std::ostringstream text;
+  text << std::ifstream(file, std::ios::binary).rdbuf();
+  return text.str();
 }
 
 }  // namespace testing_support

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
 
 namespace testing_support {
 
@@ -19,5 +20,8 @@ class TempFolder {
  private:
   std::filesystem::path path_;
 };
+
+// All bytes of a file; "" where there is none.
+std::string TextOf(const std::filesystem::path& file);
 
 }  // namespace testing_support

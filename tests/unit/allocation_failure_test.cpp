@@ -58,7 +58,7 @@ namespace {
 
 using namespace testing_support;
 
-void Hear(void* context, const char*, int level, const char* text) {
+void Record(void* context, const char*, int level, const char* text) {
   static_cast<std::vector<LogLine>*>(context)->push_back({level, text});
 }
 
@@ -83,7 +83,7 @@ class AllocationFailure : public MachineTest {
 };
 
 TEST_F(AllocationFailure, InitGivesNullAfterItsLines) {
-  const LogObserver observer{&Hear, &log_};
+  const LogObserver observer{&Record, &log_};
   fail_nothrow_allocations = true;
   VelkoraSDK* sdk = InitVelkoraSDK(nullptr, "X:\\logs", &observer, nullptr);
   fail_nothrow_allocations = false;
@@ -93,7 +93,7 @@ TEST_F(AllocationFailure, InitGivesNullAfterItsLines) {
 }
 
 TEST_F(AllocationFailure, InitThatGivesNullClosesTheLog) {
-  const LogObserver observer{&Hear, &log_};
+  const LogObserver observer{&Record, &log_};
   fail_nothrow_allocations = true;
   EXPECT_EQ(InitVelkoraSDK("X:\\logs", "X:\\logs", &observer, nullptr), nullptr);
   fail_nothrow_allocations = false;

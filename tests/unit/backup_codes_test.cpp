@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <ostream>
 #include <string>
-#include <vector>
 
 #include "backup/backup.h"
 #include "backup/restore.h"

@@ -4,7 +4,6 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <string>
-#include <vector>
 
 #include "backup/restore.h"
 #include "platform/guard.h"

@@ -3,7 +3,6 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "backup/restore.h"

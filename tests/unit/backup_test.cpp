@@ -33,10 +33,7 @@ class Backup : public BackupDiskTest {
   }
   std::filesystem::path HostPath() const { return folder_.path() / "disk.backup"; }
   void PutFile(std::string_view text) const { std::ofstream(HostPath()) << text; }
-  std::string FileText() const {
-    std::ifstream file(HostPath(), std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-  }
+  std::string FileText() const { return TextOf(HostPath()); }
   BlockMap FileBlocks() {
     BlockMap blocks;
     std::FILE* file = win32::fopen(kPath, "rb");

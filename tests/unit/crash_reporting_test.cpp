@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <new>
 #include <string>
-#include <vector>
 
 #include "frame/global_context.h"
 #include "frame/velkora_sdk.h"

@@ -11,7 +11,6 @@
 namespace testing_support {
 namespace {
 
-constexpr std::uint64_t kMiB = 1024 * 1024;
 constexpr char kDetailCall[] = "SetupDiGetDeviceInterfaceDetailA";
 constexpr char kEnumerateCall[] = "SetupDiEnumDeviceInterfaces";
 constexpr char kQueryCall[] = "DeviceIoControl/IOCTL_STORAGE_QUERY_PROPERTY";

@@ -1,6 +1,5 @@
 // What is selected of disks with a GPT.
 #include <gtest/gtest.h>
-#include <string>
 #include <vector>
 
 #include "backup/disk_parser.h"

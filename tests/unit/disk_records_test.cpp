@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/guard.h"
 #include "support/caller_record.h"
+#include "support/fault_of.h"
 #include "support/machine_fixture.h"
 
 namespace velkora {
@@ -138,17 +138,6 @@ TEST_F(LogDiskInfoLines, ShowAFieldWithoutNulToItsEnd) {
   LogDiskInfo(record.disk());
   EXPECT_EQ(Lines(1).at(2),
             "[part] offset: 512, size: 0, letter: QQQQQQ, is_system: 0, filesystem: NTFS");
-}
-
-// The code of the fault that `body` raises, or 0.
-template <typename Body>
-DWORD FaultOf(Body body) {
-  try {
-    body();
-  } catch (const win32::Fault& fault) {
-    return fault.code;
-  }
-  return 0;
 }
 
 TEST_F(LogDiskInfoLines, MoreThan255VolumesEndInAnAccessViolation) {

@@ -1,8 +1,6 @@
 #include "tools/diskpart.h"
 
-#include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
 
 #include "frame/global_context.h"
@@ -12,7 +10,6 @@
 namespace testing_support {
 namespace {
 
-constexpr std::uint64_t kMiB = 1024 * 1024;
 constexpr char kLine[] =
     "diskpart /s \"X:\\logs\\DISKPART_cmd.log\" >> \"X:\\logs\\DISKPART_result.log\"";
 

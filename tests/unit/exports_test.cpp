@@ -21,7 +21,7 @@ using namespace testing_support;
 static_assert(!std::has_virtual_destructor_v<VelkoraSDK>);
 static_assert(!std::is_destructible_v<VelkoraSDK>);
 
-void Hear(void* context, const char*, int level, const char* text) {
+void Record(void* context, const char*, int level, const char* text) {
   static_cast<std::vector<LogLine>*>(context)->push_back({level, text});
 }
 
@@ -30,7 +30,7 @@ class Exports : public MachineTest {
   ~Exports() override { DestroyVelkoraSDK(sdk_); }
 
   void Init(const char* logs_folder, const void* log_folder = nullptr) {
-    const LogObserver observer{&Hear, &log_};
+    const LogObserver observer{&Record, &log_};
     DestroyVelkoraSDK(sdk_);
     sdk_ = InitVelkoraSDK(log_folder, logs_folder, &observer, nullptr);
   }

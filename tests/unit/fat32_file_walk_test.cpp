@@ -1,5 +1,4 @@
 // The walk over a mounted volume, and what is asked of the file system for the files it finds.
-#include <algorithm>
 #include <filesystem>
 #include <system_error>
 

@@ -7,7 +7,6 @@
 namespace testing_support {
 namespace {
 
-constexpr std::uint64_t kMib = 1024 * 1024;
 constexpr std::uint64_t kSectorBytes = 512;
 constexpr std::size_t kEntryBytes = 32;
 
@@ -28,7 +27,7 @@ std::uint32_t Number(const std::vector<std::byte>& bytes, std::size_t offset, st
 
 }  // namespace
 
-Fat32RawVolume::Fat32RawVolume() : disk_(NewDisk(1, 48 * kMib)) {
+Fat32RawVolume::Fat32RawVolume() : disk_(NewDisk(1, 48 * kMiB)) {
   WriteMbr(disk_, {{7, kFirstSector, kSectors}});
   machine_.UpdateProperties(disk_);
   SetBootField(13, 1, 1);

@@ -1,10 +1,10 @@
-// What tests of the FAT32 shrink compare: its records, and the faults that it raises.
+// What tests of the FAT32 shrink compare.
 #pragma once
 
 #include <ostream>
 
-#include "platform/guard.h"
 #include "shrink/fat32_files.h"
+#include "support/fault_of.h"
 
 namespace velkora {
 
@@ -38,18 +38,3 @@ inline void PrintTo(const DirectoryDebris& row, std::ostream* out) {
 }
 
 }  // namespace velkora
-
-namespace testing_support {
-
-// The code of the fault that `body` raises, or 0.
-template <typename Body>
-DWORD FaultOf(Body body) {
-  try {
-    body();
-  } catch (const win32::Fault& fault) {
-    return fault.code;
-  }
-  return 0;
-}
-
-}  // namespace testing_support

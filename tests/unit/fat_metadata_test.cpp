@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <new>
-#include <string>
 #include <vector>
 
 #include "platform/guard.h"

@@ -1,6 +1,5 @@
 // The room in front of logical partitions, and the search for the system volume.
 #include <gtest/gtest.h>
-#include <string>
 #include <vector>
 
 #include "convert/gpt_to_mbr.h"

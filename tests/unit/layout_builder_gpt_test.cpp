@@ -1,7 +1,6 @@
 // The GPT layout.
 #include <cstring>
 #include <gtest/gtest.h>
-#include <string>
 #include <vector>
 
 #include "convert/layout_builder.h"

@@ -3,13 +3,12 @@
 
 #include <gtest/gtest.h>
 #include <set>
-#include <string>
 #include <vector>
 
 #include "frame/global_context.h"
 #include "logging/log.h"
-#include "platform/guard.h"
 #include "platform/win32.h"
+#include "support/fault_of.h"
 #include "support/layout_bytes.h"
 
 namespace velkora {
@@ -225,12 +224,8 @@ TEST_F(MbrLayout, ADiskOfNoBytesHasItsLastSectorAtTheTopOfTheRange) {
 
 TEST_F(MbrLayout, ACountThatIsCutTo16BitsEndsInAnAccessViolation) {
   // 4 * 16386 - 8 entries are 65536, of which 16 bits keep none.
-  try {
-    (void)BuildMbrLayout(Rows(16'386), kDiskSize, kSignature);
-    FAIL() << "rows were written behind the buffer";
-  } catch (const win32::Fault& fault) {
-    EXPECT_EQ(fault.code, EXCEPTION_ACCESS_VIOLATION);
-  }
+  EXPECT_EQ(FaultOf([&] { (void)BuildMbrLayout(Rows(16'386), kDiskSize, kSignature); }),
+            EXCEPTION_ACCESS_VIOLATION);
 }
 
 }  // namespace

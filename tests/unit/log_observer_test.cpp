@@ -59,7 +59,7 @@ class LogObserverTest : public MachineTest {
     return WaitForSystemVolumeMount(converter_, 1);
   }
 
-  Strings heard_;
+  Strings seen_;
 
  private:
   std::function<void(const std::string& text)> observer_;
@@ -72,7 +72,7 @@ TEST_F(LogObserverTest, LinesOfTwoThreadsComeOneAtATime) {
   std::atomic<int> most = 0;
   Observe([&](const std::string& text) {
     most = std::max<int>(most, ++inside);
-    heard_.push_back(text);
+    seen_.push_back(text);
     std::this_thread::yield();
     --inside;
   });
@@ -84,35 +84,35 @@ TEST_F(LogObserverTest, LinesOfTwoThreadsComeOneAtATime) {
   first.join();
   second.join();
   EXPECT_EQ(most, 1);
-  EXPECT_EQ(std::count(heard_.begin(), heard_.end(), "one"), 500);
-  EXPECT_EQ(std::count(heard_.begin(), heard_.end(), "two"), 500);
+  EXPECT_EQ(std::count(seen_.begin(), seen_.end(), "one"), 500);
+  EXPECT_EQ(std::count(seen_.begin(), seen_.end(), "two"), 500);
 }
 
 // The timer's limit falls into the observer's call for another line.
 TEST_F(LogObserverTest, TimerWaitsWhileTheConvertingThreadIsInTheObserver) {
   Observe([this](const std::string& text) {
-    heard_.push_back(text);
+    seen_.push_back(text);
     if (text.starts_with("System Volume Not Mounted!")) machine_.clock().Sleep(60000);
-    heard_.push_back("end of " + text);
+    seen_.push_back("end of " + text);
   });
   machine_.command_milliseconds = 400;
   EXPECT_FALSE(WaitForMount());
-  EXPECT_EQ(heard_, (Strings{"WaitForSystemVolumeMount Timer Start",
-                             "end of WaitForSystemVolumeMount Timer Start",
-                             "System Volume Not Mounted! Retry...",
-                             "end of System Volume Not Mounted! Retry...", kTimerOut,
-                             std::string("end of ") + kTimerOut}));
+  EXPECT_EQ(seen_, (Strings{"WaitForSystemVolumeMount Timer Start",
+                            "end of WaitForSystemVolumeMount Timer Start",
+                            "System Volume Not Mounted! Retry...",
+                            "end of System Volume Not Mounted! Retry...", kTimerOut,
+                            std::string("end of ") + kTimerOut}));
 }
 
 TEST_F(LogObserverTest, ConvertingThreadWaitsWhileTheTimerIsInTheObserver) {
   Observe([this](const std::string& text) {
-    heard_.push_back(text);
+    seen_.push_back(text);
     if (text == kTimerOut) machine_.clock().Sleep(60000);
-    heard_.push_back("end of " + text);
+    seen_.push_back("end of " + text);
   });
   machine_.command_milliseconds = 700;  // the limit falls into the second run of diskpart
   EXPECT_FALSE(WaitForMount());
-  EXPECT_EQ(heard_,
+  EXPECT_EQ(seen_,
             (Strings{"WaitForSystemVolumeMount Timer Start",
                      "end of WaitForSystemVolumeMount Timer Start", kTimerOut,
                      std::string("end of ") + kTimerOut, "System Volume Not Mounted! Retry...",
@@ -128,14 +128,14 @@ TEST_F(LogObserverTest, ThreadOfVirtualTimeWaitsForOneThatKnowsNone) {
       inside = true;
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
-    heard_.push_back(text);
+    seen_.push_back(text);
   });
   machine_.clock().Sleep(1000);  // gives this thread its place in virtual time
   std::thread other([] { Log("first"); });
   while (!inside) std::this_thread::yield();
   Log("second");
   other.join();
-  EXPECT_EQ(heard_, (Strings{"first", "second"}));
+  EXPECT_EQ(seen_, (Strings{"first", "second"}));
   EXPECT_EQ(machine_.clock().now(), 1000U);
 }
 
@@ -148,56 +148,56 @@ TEST_F(LogObserverTest, ThreadOfVirtualTimeGivesItsTurnToAnObserverThatUsesTheCl
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
       machine_.clock().Sleep(5);
     }
-    heard_.push_back(text);
+    seen_.push_back(text);
   });
   machine_.clock().Sleep(1000);
   std::thread other([] { Log("first"); });
   while (!inside) std::this_thread::yield();
   Log("second");
   other.join();
-  EXPECT_EQ(heard_, (Strings{"first", "second"}));
+  EXPECT_EQ(seen_, (Strings{"first", "second"}));
   EXPECT_EQ(machine_.clock().now(), 1005U);
 }
 
 TEST_F(LogObserverTest, ObserverMayLog) {
   Observe([this](const std::string& text) {
-    heard_.push_back(text);
+    seen_.push_back(text);
     if (text == "outer") Log("inner");
   });
   Log("outer");
   LogOnAnotherThread("later");
-  EXPECT_EQ(heard_, (Strings{"outer", "inner", "later"}));
+  EXPECT_EQ(seen_, (Strings{"outer", "inner", "later"}));
 }
 
 TEST_F(LogObserverTest, ExceptionOfTheObserverLeavesItToOtherThreads) {
   Observe([this](const std::string& text) {
-    heard_.push_back(text);
+    seen_.push_back(text);
     if (text == "bad") throw std::runtime_error(text);
   });
   EXPECT_THROW(Log("bad"), std::runtime_error);
   LogOnAnotherThread("good");
-  EXPECT_EQ(heard_, (Strings{"bad", "good"}));
+  EXPECT_EQ(seen_, (Strings{"bad", "good"}));
 }
 
 TEST_F(LogObserverTest, FaultInTheObserverLeavesItToOtherThreads) {
   Observe([this](const std::string& text) {
-    heard_.push_back(text);
+    seen_.push_back(text);
     if (text == "bad") Log("inner");
     if (text == "inner") win32::RaiseFault(EXCEPTION_ACCESS_VIOLATION);
   });
   EXPECT_THROW(Log("bad"), win32::Fault);
   LogOnAnotherThread("good");
-  EXPECT_EQ(heard_, (Strings{"bad", "inner", "good"}));
+  EXPECT_EQ(seen_, (Strings{"bad", "inner", "good"}));
 }
 
 TEST_F(LogObserverTest, ExceptionOfTheObserverOnTheTimersThreadIsDropped) {
   Observe([this](const std::string& text) {
-    heard_.push_back(text);
+    seen_.push_back(text);
     if (text.find("Timer") != std::string::npos) throw std::runtime_error(text);
   });
   EXPECT_FALSE(WaitForMount());
-  EXPECT_EQ(heard_.front(), "WaitForSystemVolumeMount Timer Start");
-  EXPECT_EQ(std::count(heard_.begin(), heard_.end(), kTimerOut), 1) << "the timer goes on";
+  EXPECT_EQ(seen_.front(), "WaitForSystemVolumeMount Timer Start");
+  EXPECT_EQ(std::count(seen_.begin(), seen_.end(), kTimerOut), 1) << "the timer goes on";
 }
 
 }  // namespace

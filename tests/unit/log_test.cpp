@@ -17,16 +17,16 @@ namespace {
 
 using namespace testing_support;
 
-// What an observer of a test hears, the module included.
-struct Heard {
+// What an observer of a test is told, the module included.
+struct SeenLine {
   std::string module;
   int level = 0;
   std::string text;
-  bool operator==(const Heard&) const = default;
+  bool operator==(const SeenLine&) const = default;
 };
 
-void Hear(void* context, const char* module, int level, const char* text) {
-  static_cast<std::vector<Heard>*>(context)->push_back({module, level, text});
+void Record(void* context, const char* module, int level, const char* text) {
+  static_cast<std::vector<SeenLine>*>(context)->push_back({module, level, text});
 }
 
 class Log : public MachineTest {
@@ -49,21 +49,21 @@ class Log : public MachineTest {
     return lines;
   }
 
-  std::vector<Heard> heard_;
-  LogObserver observer_{&Hear, &heard_};
+  std::vector<SeenLine> seen_;
+  LogObserver observer_{&Record, &seen_};
 };
 
 TEST_F(Log, ObserverHearsModuleLevelAndFormattedText) {
   InitLogEx(nullptr, "SDK", &observer_, nullptr);
   LogEx("SDK", kLogWarning, "%s is %d of %llu", "this", 3, 1ULL << 40);
-  EXPECT_EQ(heard_, (std::vector<Heard>{{"SDK", 2, "this is 3 of 1099511627776"}}));
+  EXPECT_EQ(seen_, (std::vector<SeenLine>{{"SDK", 2, "this is 3 of 1099511627776"}}));
 }
 
 TEST_F(Log, ObserverIsCopied) {
   InitLogEx(nullptr, "SDK", &observer_, nullptr);
   observer_ = LogObserver{nullptr, nullptr};
-  LogEx("SDK", kLogProgress, "still heard");
-  EXPECT_EQ(heard_.size(), 1U);
+  LogEx("SDK", kLogProgress, "still seen");
+  EXPECT_EQ(seen_.size(), 1U);
 }
 
 TEST_F(Log, FileLineHasTimeLevelModuleAndText) {
@@ -112,14 +112,14 @@ TEST_F(Log, LinesOfOneCharacterAndOfNoneAreLogged) {
   OpenFile();
   LogEx("SDK", kLogProgress, "%s", "x");
   LogEx("SDK", kLogProgress, "%s", "");
-  EXPECT_EQ(heard_, (std::vector<Heard>{{"SDK", 1, "x"}, {"SDK", 1, ""}}));
+  EXPECT_EQ(seen_, (std::vector<SeenLine>{{"SDK", 1, "x"}, {"SDK", 1, ""}}));
 }
 
 TEST_F(Log, LongLinesAreNotCut) {
   OpenFile();
   const std::string text(5000, 'x');
   LogEx("SDK", kLogProgress, "%s", text.c_str());
-  EXPECT_EQ(heard_, (std::vector<Heard>{{"SDK", 1, text}}));
+  EXPECT_EQ(seen_, (std::vector<SeenLine>{{"SDK", 1, text}}));
   EXPECT_EQ(FileLines(), (Texts{"2023-11-14 22:13:20Z [1] [SDK] " + text}));
 }
 
@@ -141,7 +141,7 @@ TEST_F(Log, OpeningReplacesTheEarlierLog) {
   OpenFile("first");
   InitLogEx("X:\\logs", "second", nullptr, nullptr);
   LogEx("SDK", kLogProgress, "text");
-  EXPECT_TRUE(heard_.empty());
+  EXPECT_TRUE(seen_.empty());
   EXPECT_TRUE(FileLines("first.log").empty());
   EXPECT_EQ(FileLines("second.log").size(), 1U);
 }
@@ -157,7 +157,7 @@ TEST_F(Log, WithoutAFolderNoFileIsOpened) {
 TEST_F(Log, MissingFolderLosesTheLineSilently) {
   InitLogEx("X:\\missing", "SDK", &observer_, nullptr);
   LogEx("SDK", kLogProgress, "text");
-  EXPECT_EQ(heard_.size(), 1U);
+  EXPECT_EQ(seen_.size(), 1U);
   EXPECT_FALSE(std::filesystem::exists(folder_.path() / "missing"));
 }
 
@@ -166,7 +166,7 @@ TEST_F(Log, FailedWriteLosesOneLineSilently) {
   machine_.calls().FailOn("fwrite", 1, ERROR_DISK_FULL);
   LogEx("SDK", kLogProgress, "lost");
   LogEx("SDK", kLogProgress, "kept");
-  EXPECT_EQ(heard_.size(), 2U);
+  EXPECT_EQ(seen_.size(), 2U);
   EXPECT_EQ(FileLines(), (Texts{"2023-11-14 22:13:20Z [1] [SDK] kept"}));
 }
 

@@ -1,5 +1,4 @@
 // Conversions of MBR disks in which a step fails or a stop is asked for.
-#include <algorithm>
 
 #include "convert/mbr_to_gpt.h"
 #include "frame/global_context.h"

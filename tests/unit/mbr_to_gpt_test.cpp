@@ -1,7 +1,6 @@
 // Conversions of MBR disks that succeed. Those that fail have a file of their own.
 #include "convert/mbr_to_gpt.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "support/expected_events.h"

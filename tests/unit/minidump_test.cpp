@@ -1,10 +1,8 @@
 #include "frame/minidump.h"
 
-#include <cstring>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <string>
-#include <vector>
 
 #include "platform/win32.h"
 #include "support/machine_fixture.h"

@@ -9,7 +9,6 @@
 namespace testing_support {
 namespace {
 
-constexpr std::uint64_t kMiB = 1024 * 1024;
 constexpr std::uint32_t kUntouched = 0xCDCDCDCD;
 constexpr DWORD kTooBig = 0x80042574;
 constexpr DWORD kDamaged = 0x8004259A;

@@ -1,7 +1,6 @@
 // What one MFT record adds, and the arithmetic of its runs.
 #include <gtest/gtest.h>
 #include <limits>
-#include <string>
 #include <vector>
 
 #include "backup/ntfs_metadata.h"

@@ -2,7 +2,6 @@
 #include "backup/ntfs_metadata.h"
 
 #include <gtest/gtest.h>
-#include <string>
 #include <vector>
 
 #include "platform/guard.h"

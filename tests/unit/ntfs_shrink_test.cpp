@@ -10,7 +10,6 @@
 namespace testing_support {
 namespace {
 
-constexpr std::uint64_t kMiB = 1024 * 1024;
 constexpr std::uint64_t kDiskSectors = 131072;
 constexpr std::uint64_t kFirstSector = 2048;
 constexpr std::uint64_t kSectors = 65536;

@@ -2,7 +2,6 @@
 #include "convert/protected_conversion.h"
 
 #include <gtest/gtest.h>
-#include <string>
 #include <vector>
 
 #include "backup/backup_storage.h"

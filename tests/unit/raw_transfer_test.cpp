@@ -11,7 +11,6 @@
 namespace testing_support {
 namespace {
 
-constexpr std::uint64_t kMiB = 1024 * 1024;
 constexpr std::uint64_t kGiB = 1024 * kMiB;
 constexpr std::uint32_t kUntouched = 0xCDCDCDCD;
 constexpr std::uint64_t kVolumeSectors = 30720;

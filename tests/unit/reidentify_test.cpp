@@ -15,7 +15,6 @@
 namespace testing_support {
 namespace {
 
-constexpr std::uint64_t kMiB = 1024 * 1024;
 constexpr char kOldPath[] = "\\\\?\\Volume{01d01d01-0000-0000-0000-000000000000}";
 constexpr char kExtentsCall[] = "DeviceIoControl/IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS";
 

@@ -2,7 +2,6 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <string>
-#include <vector>
 
 #include "backup/backup.h"
 #include "backup/backup_file.h"

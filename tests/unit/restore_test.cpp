@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 #include <string>
-#include <vector>
 
 #include "platform/guard.h"
 #include "platform/win32.h"

@@ -1,7 +1,6 @@
 // What a rollback leaves in the record and in the converter, and a second conversion with the same
 // converter.
 #include <gtest/gtest.h>
-#include <string>
 #include <vector>
 
 #include "backup/backup_storage.h"

@@ -19,8 +19,8 @@ std::string ErrorOf(Conversion convert, const Text& text) {
   return "";
 }
 
-std::string Utf8Error(std::string_view text) {
-  return ErrorOf(Utf8ToWide, text);
+void ExpectRefused(std::initializer_list<std::string_view> texts) {
+  for (const std::string_view text : texts) EXPECT_EQ(ErrorOf(Utf8ToWide, text), "bad conversion");
 }
 std::string WideError(const WideString& text) {
   return ErrorOf(WideToUtf8, text);
@@ -78,70 +78,50 @@ TEST(TextEncoding, ByteOrderMarkIsAnOrdinaryCharacter) {
 }
 
 TEST(Utf8ToWide, RefusesAContinuationByteAlone) {
-  EXPECT_EQ(Utf8Error("a\x80"), "bad conversion");
-  EXPECT_EQ(Utf8Error("\xBF"
-                      "a"),
-            "bad conversion");
+  ExpectRefused({"a\x80",
+                 "\xBF"
+                 "a"});
 }
 
 TEST(Utf8ToWide, RefusesAContinuationByteInTheLead) {
-  EXPECT_EQ(Utf8Error("\x80\x90\x80\x80"), "bad conversion");
-  EXPECT_EQ(Utf8Error("\xBF\xBF"), "bad conversion");
+  ExpectRefused({"\x80\x90\x80\x80", "\xBF\xBF"});
 }
 
 TEST(Utf8ToWide, RefusesBytesThatNeverLead) {
-  EXPECT_EQ(Utf8Error("\xF8\x90\x80\x80"), "bad conversion");
-  EXPECT_EQ(Utf8Error("\xF5\x80\x80\x80"), "bad conversion");
-  EXPECT_EQ(Utf8Error("\xF8\x88\x80\x80\x80"), "bad conversion");
-  EXPECT_EQ(Utf8Error("\xFC\x84\x80\x80\x80\x80"), "bad conversion");
-  EXPECT_EQ(Utf8Error("\xFE"), "bad conversion");
-  EXPECT_EQ(Utf8Error("\xFF"), "bad conversion");
+  ExpectRefused({"\xF8\x90\x80\x80", "\xF5\x80\x80\x80", "\xF8\x88\x80\x80\x80",
+                 "\xFC\x84\x80\x80\x80\x80", "\xFE", "\xFF"});
 }
 
 TEST(Utf8ToWide, RefusesOverlongSequences) {
-  EXPECT_EQ(Utf8Error("\xC0\x80"), "bad conversion");
-  EXPECT_EQ(Utf8Error("\xC1\xBF"), "bad conversion");
-  EXPECT_EQ(Utf8Error("\xE0\x80\x80"), "bad conversion");
-  EXPECT_EQ(Utf8Error("\xE0\x9F\xBF"), "bad conversion");
-  EXPECT_EQ(Utf8Error("\xF0\x80\x80\x80"), "bad conversion");
-  EXPECT_EQ(Utf8Error("\xF0\x8F\xBF\xBF"), "bad conversion");
+  ExpectRefused({"\xC0\x80", "\xC1\xBF", "\xE0\x80\x80", "\xE0\x9F\xBF", "\xF0\x80\x80\x80",
+                 "\xF0\x8F\xBF\xBF"});
 }
 
 TEST(Utf8ToWide, RefusesSequencesCutByTheEnd) {
-  EXPECT_EQ(Utf8Error("a\xC3"), "bad conversion");
-  EXPECT_EQ(Utf8Error("\xE2\x82"), "bad conversion");
-  EXPECT_EQ(Utf8Error("\xE2"), "bad conversion");
-  EXPECT_EQ(Utf8Error("\xF0\x9F\x98"), "bad conversion");
-  EXPECT_EQ(Utf8Error("\xF0\x9F"), "bad conversion");
-  EXPECT_EQ(Utf8Error("\xF0"), "bad conversion");
+  ExpectRefused({"a\xC3", "\xE2\x82", "\xE2", "\xF0\x9F\x98", "\xF0\x9F", "\xF0"});
 }
 
 TEST(Utf8ToWide, DoesNotLookBehindTheEnd) {
-  EXPECT_EQ(Utf8Error(std::string_view("a\xE2\x82\xAC", 3)), "bad conversion");
-  EXPECT_EQ(Utf8Error(std::string_view("ab\xF0\x9F\x92\xBE", 5)), "bad conversion");
+  ExpectRefused({std::string_view("a\xE2\x82\xAC", 3), std::string_view("ab\xF0\x9F\x92\xBE", 5)});
 }
 
 TEST(Utf8ToWide, RefusesSequencesCutByAnotherCharacter) {
-  EXPECT_EQ(Utf8Error("\xC3"
-                      "A"),
-            "bad conversion");
-  EXPECT_EQ(Utf8Error("\xE2\x82"
-                      "A"),
-            "bad conversion");
-  EXPECT_EQ(Utf8Error("\xE2\xC3\xBC"), "bad conversion");
-  EXPECT_EQ(Utf8Error("\xF0\x9F\x98"
-                      "A"),
-            "bad conversion");
+  ExpectRefused(
+      {"\xC3"
+       "A",
+       "\xE2\x82"
+       "A",
+       "\xE2\xC3\xBC",
+       "\xF0\x9F\x98"
+       "A"});
 }
 
 TEST(Utf8ToWide, RefusesSurrogates) {
-  EXPECT_EQ(Utf8Error("\xED\xA0\x80"), "bad conversion");
-  EXPECT_EQ(Utf8Error("\xED\xBF\xBF"), "bad conversion");
-  EXPECT_EQ(Utf8Error("\xED\xA0\x80\xED\xB0\x80"), "bad conversion");
+  ExpectRefused({"\xED\xA0\x80", "\xED\xBF\xBF", "\xED\xA0\x80\xED\xB0\x80"});
 }
 
 TEST(Utf8ToWide, RefusesValuesAboveTheHighestCodePoint) {
-  EXPECT_EQ(Utf8Error("\xF4\x90\x80\x80"), "bad conversion");
+  ExpectRefused({"\xF4\x90\x80\x80"});
 }
 
 TEST(WideToUtf8, RefusesAHighSurrogateAlone) {

@@ -7,9 +7,9 @@
 
 #include "frame/global_context.h"
 #include "frame/progress.h"
-#include "platform/guard.h"
 #include "platform/win32.h"
 #include "support/caller_record.h"
+#include "support/fault_of.h"
 #include "support/machine_fixture.h"
 
 namespace velkora {
@@ -46,7 +46,7 @@ class Convert : public MachineTest {
     return {lines.begin() + static_cast<std::ptrdiff_t>(printed), lines.end()};
   }
 
-  // Nothing was heard, nothing is open.
+  // Nothing was told, nothing is open.
   void ExpectRefused() {
     EXPECT_TRUE(Events().empty());
     EXPECT_EQ(converter_.disk_handle, INVALID_HANDLE_VALUE);
@@ -243,12 +243,7 @@ TEST_F(Convert, MoreThan255VolumesAreAnAccessViolationBeforeTheDiskIsOpened) {
   CallerRecord record(DiskType::kGpt);
   for (std::uint64_t i = 0; i < 255; ++i) record.Add(i * 512);
   record.disk().volume_count = 256;
-  try {
-    Run(record);
-    FAIL() << "the walk stayed inside";
-  } catch (const win32::Fault& fault) {
-    EXPECT_EQ(fault.code, EXCEPTION_ACCESS_VIOLATION);
-  }
+  EXPECT_EQ(FaultOf([&] { Run(record); }), EXCEPTION_ACCESS_VIOLATION);
   EXPECT_EQ(machine_.calls().Count("CreateFileA"), 0U);
   EXPECT_TRUE(Events().empty());
 }

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 #include <vector>
 
-#include "platform/guard.h"
 #include "support/caller_record.h"
+#include "support/fault_of.h"
 
 namespace velkora {
 namespace {
@@ -96,12 +96,8 @@ TEST_F(PartNumbers, BeginAgainBehind256Offsets) {
 TEST_F(PartNumbers, AWalkBehindTheArrayIsAnAccessViolation) {
   for (std::uint64_t i = 0; i < 255; ++i) record_.Add(1000 + i);
   record_.disk().volume_count = 256;
-  try {
-    UpdateVolumePartNumbers({5}, record_.disk());
-    FAIL() << "the walk stayed inside";
-  } catch (const win32::Fault& fault) {
-    EXPECT_EQ(fault.code, EXCEPTION_ACCESS_VIOLATION);
-  }
+  EXPECT_EQ(FaultOf([&] { UpdateVolumePartNumbers({5}, record_.disk()); }),
+            EXCEPTION_ACCESS_VIOLATION);
 }
 
 }  // namespace

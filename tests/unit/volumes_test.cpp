@@ -8,7 +8,6 @@
 namespace testing_support {
 namespace {
 
-constexpr std::uint64_t kMiB = 1024 * 1024;
 constexpr std::uint32_t kNoDisk = 0xCDCDCDCD;
 constexpr std::uint64_t kNoOffset = 0xCDCDCDCDCDCDCDCD;
 constexpr char kExtentsCall[] = "DeviceIoControl/IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS";

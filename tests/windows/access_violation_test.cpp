@@ -19,10 +19,10 @@ constexpr char kDump[] = "VelkoraSDK_v1, 0, 0, 20-d-5130b0fa.dmp";
 const std::vector<Event> kUndone = {{1, 0},  {0, 1}, {1, 20}, {0, 2},   {1, 40}, {0, 3},
                                     {1, 60}, {0, 4}, {0, 9},  {1, 100}, {0, 10}};
 
-// Writes where no memory is, when the callback hears this.
+// Writes where no memory is, when the callback is called with this.
 void CrashAt(Event event) {
-  EventHook() = [event](Event heard) {
-    if (heard != event) return;
+  EventHook() = [event](Event told) {
+    if (told != event) return;
     EventHook() = nullptr;
     static volatile std::uintptr_t address = 16;
     *reinterpret_cast<volatile int*>(address) = 1;

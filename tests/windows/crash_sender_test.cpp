@@ -11,9 +11,9 @@ namespace {
 
 constexpr WCHAR kLibrary[] = WIDE("BugSplat64.dll");
 
-std::uint32_t heard = 0;
-bool Hear(std::uint32_t code, void*, void*) {
-  heard = code;
+std::uint32_t told = 0;
+bool Record(std::uint32_t code, void*, void*) {
+  told = code;
   return false;
 }
 
@@ -28,7 +28,7 @@ std::string ReadVendorRecord(HMODULE library) {
 
 void TellEverything(win32::MiniDmpSender& sender) {
   sender.setMiniDumpType(sender.getMiniDumpType() | 0x1174);
-  sender.setCallback(&Hear);
+  sender.setCallback(&Record);
   sender.sendAdditionalFile(WIDE("X:\\logs\\one.txt"));
   EXCEPTION_POINTERS pointers{};
   sender.createReport(&pointers);
@@ -44,7 +44,7 @@ TEST(CrashSender, WithTheVendorsLibraryEveryCallReachesIt) {
   win32::MiniDmpSender* const sender = NewSender();
   TellEverything(*sender);
   EXPECT_EQ(sender->getMiniDumpType(), 0x1175u);
-  EXPECT_EQ(heard, 80u);
+  EXPECT_EQ(told, 80u);
   EXPECT_EQ(ReadVendorRecord(library),
             "construct on 0: base|program|1.2|null|21\n"
             "type 4469\n"

@@ -1,7 +1,6 @@
 // LogEx leaves the last error and errno as they were, though its own work changes both.
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -42,10 +41,7 @@ class LogLastError : public ::testing::Test {
     win32::fclose(file);
     return true;
   }
-  std::string LogText() const {
-    std::ifstream file(temp_.path() / "test.log", std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  std::string LogText() const { return testing_support::TextOf(temp_.path() / "test.log"); }
 
   testing_support::TempFolder temp_;
 };

@@ -26,8 +26,7 @@ class Minidump : public ::testing::Test {
     return static_cast<std::size_t>(std::distance(begin(files), end(files)));
   }
   std::string Dump() const {
-    std::ifstream file(folder_.path() / "VelkoraSDK_v1, 0, 0, 20-d-5130b0fa.dmp", std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    return testing_support::TextOf(folder_.path() / "VelkoraSDK_v1, 0, 0, 20-d-5130b0fa.dmp");
   }
   // Writes where no memory is, below the guard and filter of the library.
   static bool Crash() {

@@ -1,7 +1,5 @@
 #include "conformance/disk/disk_fixture.h"
 
-#include <utility>
-
 #include "platform/clock.h"
 
 namespace conformance {

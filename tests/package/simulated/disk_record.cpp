@@ -1,6 +1,5 @@
 #include "disk_record.h"
 
-#include <cstring>
 #include <stdexcept>
 #include <string>
 

@@ -1,6 +1,5 @@
 #include "test_machine.h"
 
-#include <cstdlib>
 #include <system_error>
 
 TempFolder::TempFolder() {

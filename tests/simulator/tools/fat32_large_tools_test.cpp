@@ -1,5 +1,4 @@
 // FAT32 volumes with many files and of great size: what the machine does stays in proportion.
-#include <algorithm>
 #include <fstream>
 #include <set>
 
@@ -12,7 +11,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::uint64_t kMiB = std::uint64_t{1} << 20;
 constexpr std::uint64_t kGiB = std::uint64_t{1} << 30;
 
 class Fat32Large : public HostMadeVolumeTest {

@@ -3,7 +3,6 @@
 #include <fstream>
 #include <map>
 #include <random>
-#include <sstream>
 
 #include "simulator/tools/fat32_volume_fixture.h"
 
@@ -11,8 +10,6 @@ namespace testing_support {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr std::uint64_t kMiB = std::uint64_t{1} << 20;
 
 std::string Bytes(std::size_t size, unsigned seed) {
   std::mt19937 random(seed);
@@ -35,8 +32,7 @@ std::map<std::string, std::string> Tree(const fs::path& folder) {
       files[name] = "folder";
       continue;
     }
-    std::ifstream file(entry.path(), std::ios::binary);
-    files[name].assign(std::istreambuf_iterator<char>(file), {});
+    files[name] = TextOf(entry.path());
   }
   return files;
 }

@@ -2,16 +2,15 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "platform/win32.h"
 #include "simulator/simulated_machine.h"
 #include "simulator/volume.h"
 #include "simulator/wide_text.h"
+#include "support/sizes.h"
 #include "support/temp_folder.h"
 #include "support/tools/fat32_disk.h"
 

@@ -2,7 +2,6 @@
 // by the tools of ntfs-3g and sfdisk.
 #include <fstream>
 #include <map>
-#include <sstream>
 
 #include "shrink/ntfs_diskpart_shrink.h"
 #include "simulator/commands/chkdsk.h"
@@ -14,7 +13,6 @@
 namespace testing_support {
 namespace {
 
-constexpr std::uint64_t kMiB = 1024 * 1024;
 constexpr std::uint64_t kOffset = 16 * kMiB;
 constexpr std::uint64_t kLength = 100 * kMiB;
 
@@ -22,13 +20,6 @@ std::string RunOrFail(const std::vector<std::string>& argv, std::string_view inp
   const ToolResult result = RunTool(argv, input);
   EXPECT_EQ(result.exit_status, 0) << argv.front() << ": " << result.output;
   return result.output;
-}
-
-std::string FileBytes(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream bytes;
-  bytes << file.rdbuf();
-  return bytes.str();
 }
 
 // A disk of 192 MiB with partitions of another kind in front of and behind an NTFS volume of
@@ -61,7 +52,7 @@ class NtfsShrinkTools : public MachineTest {
                "seek=" + std::to_string(kOffset / kMiB)});
     machine_.AttachDisk(1, image_);
     machine_.SetLetter(1, kOffset, 'D');
-    before_ = FileBytes(image_);
+    before_ = TextOf(image_);
   }
 
   // Bytes that no two files have alike.
@@ -130,7 +121,7 @@ TEST_F(NtfsShrinkTools, ShrunkVolumeIsSmallerAndKeepsItsFiles) {
   ExpectSoundVolume(80 * kMiB);
   ExpectTable(80 * kMiB);
   // Everything else stays: the other partitions, and what lies behind the volume's new end.
-  const std::string after = FileBytes(image_);
+  const std::string after = TextOf(image_);
   EXPECT_TRUE(after.substr(512, kOffset - 512) == before_.substr(512, kOffset - 512));
   EXPECT_TRUE(after.substr(kOffset + 80 * kMiB) == before_.substr(kOffset + 80 * kMiB));
 }
@@ -170,7 +161,7 @@ TEST_F(NtfsShrinkTools, SizeThatDoesNotFitChangesNothing) {
     EXPECT_EQ(error_code_, 1424U);
     EXPECT_EQ(log_.back().text, "Compress Ntfs Partition Error: Compress Size Too Big!");
   }
-  EXPECT_TRUE(FileBytes(image_) == before_);
+  EXPECT_TRUE(TextOf(image_) == before_);
 }
 
 // The builder lets the first run end so; the second one is carried out, with one MiB more.
@@ -193,7 +184,7 @@ TEST_F(NtfsShrinkTools, RepairThatEndsAsTheBuilderWantsEndsTheRun) {
   EXPECT_FALSE(Shrink(20));
   EXPECT_EQ(error_code_, 1425U);
   EXPECT_EQ(machine_.calls().Count("command/diskpart"), 1U);
-  EXPECT_TRUE(FileBytes(image_) == before_);
+  EXPECT_TRUE(TextOf(image_) == before_);
 }
 
 TEST_F(NtfsShrinkTools, VolumeThatIsScheduledForACheckIsRepairedFirst) {
@@ -217,7 +208,7 @@ TEST_F(NtfsShrinkTools, VolumeBeyondRepairEndsTheRun) {
   EXPECT_FALSE(Shrink(20));
   EXPECT_EQ(error_code_, 1425U);
   EXPECT_EQ(log_.back().text, "Repair Part Error!");
-  EXPECT_TRUE(FileBytes(image_) == before_);
+  EXPECT_TRUE(TextOf(image_) == before_);
 }
 
 TEST_F(NtfsShrinkTools, ChkdskTellsASoundVolumeFromARepairedOne) {

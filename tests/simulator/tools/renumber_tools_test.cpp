@@ -8,8 +8,6 @@
 namespace testing_support {
 namespace {
 
-constexpr std::uint64_t kMiB = 1024 * 1024;
-
 class RenumberTools : public MachineTest {
  protected:
   // Has sfdisk make the table, renumbers it, and expects every start, length and type to stay.
