@@ -3,6 +3,7 @@
 #include "disk/system_volume_wait.h"
 
 #include <algorithm>
+#include <cstring>
 #include <functional>
 #include <limits>
 #include <new>
