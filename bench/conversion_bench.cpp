@@ -2,12 +2,12 @@
 #include <benchmark/benchmark.h>
 #include <cstdint>
 
-#include "apps/velkora_image/disk_record.h"
 #include "bench/bench_machine.h"
 #include "convert/layout_builder.h"
 #include "convert/partition_reader.h"
 #include "disk/device_handle.h"
 #include "frame/velkora_sdk.h"
+#include "host/disk_record.h"
 
 namespace {
 
@@ -53,7 +53,7 @@ void ConvertDiskOf8Gib(benchmark::State& state) {
     // An object is good for one conversion.
     VelkoraSDK* sdk = InitVelkoraSDK(nullptr, "X:\\logs", nullptr, nullptr);
     ground.WriteGpt(5);
-    velkora_image::DiskRecord record(ground.machine(), 1);
+    velkora_host::DiskRecord record(1);
     state.ResumeTiming();
     const auto ignore = [](std::int32_t, std::int32_t) { return std::int32_t{0}; };
     if (sdk->Convert(&record.disk(), ignore) != 0) state.SkipWithError("not converted");

@@ -37,12 +37,13 @@ target_compile_options(velkora_support PRIVATE -O0)
 target_precompile_headers(velkora_support PRIVATE ${tests}/support/precompiled.h)
 
 # The library and the simulated machine, compiled for Windows.
-file(GLOB simulated_tests CONFIGURE_DEPENDS ${tests}/unit/*.cpp ${tests}/simulator/*.cpp)
+file(GLOB simulated_tests CONFIGURE_DEPENDS ${tests}/unit/*.cpp ${tests}/simulator/*.cpp
+  ${tests}/host/*.cpp)
 velkora_add_windows_test(velkora_tests ${simulated_tests} ${suite_tests}
-  ${conformance}/machine.cpp ${PROJECT_SOURCE_DIR}/apps/velkora_image/disk_record.cpp)
+  ${conformance}/machine.cpp)
 target_precompile_headers(velkora_tests REUSE_FROM velkora_support)
 target_link_libraries(velkora_tests
-  PRIVATE velkora_suite velkora_support velkora_core velkora_simulator)
+  PRIVATE velkora_suite velkora_support velkora_host velkora_core velkora_simulator)
 target_link_libraries(velkora_suite PRIVATE velkora_warnings GTest::gtest GTest::gmock)
 target_include_directories(velkora_suite
   PRIVATE ${tests} ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)

@@ -41,7 +41,7 @@ ConversionRun::ConversionRun(simulator::SimulatedMachine& machine, const Convert
     : machine_(machine),
       options_(options),
       logs_(logs),
-      record_(machine, kImageDiskNumber),
+      record_(kImageDiskNumber),
       events_(options.events),
       log_(logs / "velkora-image.log", std::ios::binary | std::ios::app),
       progress_(std::cout, OutputIsTerminal()) {
@@ -66,7 +66,7 @@ void ConversionRun::Run() {
   machine_.on_shell_line = [this](simulator::ShellRoute route, std::string_view line) {
     events_.Shell(route, line);
   };
-  machine_.MakeCurrent();
+  machine_.calls().Clear();
   machine_.calls().keeps_calls = !options_.failures.empty();
   for (const FailRequest& failure : options_.failures) {
     machine_.calls().FailOn(failure.call, failure.occurrence, failure.error);

@@ -8,16 +8,17 @@
 #include <fstream>
 #include <string>
 
-#include "apps/velkora_image/disk_record.h"
 #include "apps/velkora_image/events.h"
 #include "apps/velkora_image/options.h"
 #include "apps/velkora_image/progress.h"
 #include "frame/velkora_sdk.h"
+#include "host/disk_record.h"
 #include "simulator/simulated_machine.h"
 
 namespace velkora_image {
 
-// The machine has the disk, its letters and the logs drive. One run at a time in a process.
+// The machine is current, and has the disk, its letters and the logs drive. One run at a time in a
+// process.
 class ConversionRun {
  public:
   // Opens the files for events and log, the latter in the folder `logs`. Throws InputError.
@@ -55,7 +56,7 @@ class ConversionRun {
   simulator::SimulatedMachine& machine_;
   const ConvertOptions& options_;
   std::filesystem::path logs_;
-  DiskRecord record_;
+  velkora_host::DiskRecord record_;
   EventFile events_;
   std::ofstream log_;
   Progress progress_;

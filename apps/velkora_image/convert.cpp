@@ -166,6 +166,7 @@ int Convert(const ConvertOptions& options) {
   if (options.system_letter) CheckSystemVolume(machine, disk, *options.system_letter);
   LogsFolder logs(options.logs);
   machine.MapFolder(kLogsLetter, logs.path());
+  machine.MakeCurrent();
   ConversionRun run(machine, options, logs.path());
   if (options.system_letter) InstallWindows(machine, disk, *options.system_letter);
 

@@ -10,9 +10,9 @@
 #include <string_view>
 #include <vector>
 
-#include "apps/velkora_image/disk_record.h"
 #include "conversion/transcript.h"
 #include "frame/velkora_sdk.h"
+#include "host/disk_record.h"
 #include "simulator/simulated_machine.h"
 
 namespace conversion {
@@ -42,7 +42,7 @@ class ConversionRun {
   VelkoraSDK* sdk() { return sdk_; }
 
   // The record as an application fills it, made when it is first asked for.
-  velkora_image::DiskRecord& record();
+  velkora_host::DiskRecord& record();
   simulator::SimulatedMachine& machine() { return machine_; }
   const Transcript& transcript() const { return transcript_; }
 
@@ -67,7 +67,7 @@ class ConversionRun {
   static void HearLog(void* context, const char* module, int level, const char* text);
 
   simulator::SimulatedMachine machine_;
-  std::optional<velkora_image::DiskRecord> record_;
+  std::optional<velkora_host::DiskRecord> record_;
   VelkoraSDK* sdk_ = nullptr;
   Transcript transcript_;
   std::string stop_line_;

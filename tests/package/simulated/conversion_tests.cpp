@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "application.h"
-#include "disk_record.h"
+#include "host/disk_record.h"
 #include "simulator/clock.h"
 #include "simulator/volume_files.h"
 #include "test_machine.h"
@@ -20,9 +20,9 @@ void Converts() {
   std::vector<std::string> scripts;
   machine.on_script = [&scripts](std::string_view text) { scripts.emplace_back(text); };
 
-  DiskRecord record(machine, kDiskNumber);
+  velkora_host::DiskRecord record(kDiskNumber);
   Application application(kLogsFolder);
-  const Screen screen = application.Convert(record.disk);
+  const Screen screen = application.Convert(record.disk());
   std::printf("%s\n", ScreenText(screen).c_str());
 
   Check(screen == Screen::kConverted, "the screen of a success");
@@ -54,9 +54,10 @@ void SystemDisk() {
   test.machine.on_shell_line = [](simulator::ShellRoute, std::string_view line) {
     std::printf("  %.*s\n", static_cast<int>(line.size()), line.data());
   };
-  DiskRecord record(test.machine, kDiskNumber);
+  velkora_host::DiskRecord record(kDiskNumber);
+  record.MarkSystem('C');
   Application application(kLogsFolder);
-  Check(application.Convert(record.disk) == Screen::kConverted, "the screen of a success");
+  Check(application.Convert(record.disk()) == Screen::kConverted, "the screen of a success");
   // The EFI system partition has no place in an MBR; the volume of Windows becomes active.
   Check(HoldsMbr(ReadImage(test.image), {test.partitions[1]}), "an MBR with the Windows partition");
   Check(ReadImage(test.image)[446] == 0x80, "which is active");
@@ -68,10 +69,11 @@ void VolumesComeLate() {
   test.RunFromDisk();
   test.machine.mount_delay_runs = 10'000;  // never, as far as the library is willing to wait
 
-  DiskRecord record(test.machine, kDiskNumber);
+  velkora_host::DiskRecord record(kDiskNumber);
+  record.MarkSystem('C');
   Application application(kLogsFolder);
   const auto begin = std::chrono::steady_clock::now();
-  const Screen screen = application.Convert(record.disk);
+  const Screen screen = application.Convert(record.disk());
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin;
   std::printf("%s\n%.0f s of the machine's time, %.3f s of ours\n", ScreenText(screen).c_str(),
               static_cast<double>(test.machine.clock().now()) / 1000, elapsed.count());

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "application.h"
-#include "disk_record.h"
+#include "host/disk_record.h"
 #include "simulator/clock.h"
 #include "simulator/crash_sender.h"
 #include "test_machine.h"
@@ -25,13 +25,13 @@ std::filesystem::path DumpIn(const std::filesystem::path& folder) {
 
 void Stops() {
   TestMachine test(DataPartitions());
-  DiskRecord record(test.machine, kDiskNumber);
+  velkora_host::DiskRecord record(kDiskNumber);
   Application application(kLogsFolder);
   application.stop_at = VelkoraStatus::kCreating;
   Screen screen = Screen::kTableLost;
   simulator::Clock& clock = test.machine.clock();
   simulator::Clock::Participant* const worker =
-      clock.Start([&] { screen = application.Convert(record.disk); });
+      clock.Start([&] { screen = application.Convert(record.disk()); });
   clock.Join(worker);
   std::printf("%s\n", ScreenText(screen).c_str());
   Check(screen == Screen::kUndone, "the screen of a rollback");
@@ -42,11 +42,11 @@ void Stops() {
 void Crashes() {
   TestMachine test(DataPartitions());
   VelkoraSDK* const sdk = InitVelkoraSDK(nullptr, kLogsFolder, nullptr, nullptr);
-  DiskRecord first(test.machine, kDiskNumber);
-  Check(sdk->Convert(&first.disk, &HearNothing) == 0, "the first conversion");
+  velkora_host::DiskRecord first(kDiskNumber);
+  Check(sdk->Convert(&first.disk(), &HearNothing) == 0, "the first conversion");
   Check(DumpIn(test.logs).empty(), "no dump");
-  DiskRecord second(test.machine, kDiskNumber);
-  Check(sdk->Convert(&second.disk, &HearNothing) == 1, "the second one fails");
+  velkora_host::DiskRecord second(kDiskNumber);
+  Check(sdk->Convert(&second.disk(), &HearNothing) == 1, "the second one fails");
   DestroyVelkoraSDK(sdk);
 
   char mark[4] = {};

@@ -2,7 +2,7 @@
 #include <string>
 
 #include "application.h"
-#include "disk_record.h"
+#include "host/disk_record.h"
 #include "simulator/device_setup.h"
 #include "simulator/disk.h"
 #include "simulator/volume.h"
@@ -48,7 +48,7 @@ void SetsUp() {
   Check(machine.FindVolumeByLetter('R') != nullptr, "the system does not know it yet");
   machine.UpdateProperties(disk);
   Check(machine.FindVolumeByLetter('R') == nullptr, "now it does");
-  DiskRecord record(machine, kDiskNumber);
-  Check(Application(kLogsFolder).Convert(record.disk) == Screen::kNothingTouched,
+  velkora_host::DiskRecord record(kDiskNumber);
+  Check(Application(kLogsFolder).Convert(record.disk()) == Screen::kNothingTouched,
         "a disk without a table is refused");
 }

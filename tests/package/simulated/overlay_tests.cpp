@@ -4,7 +4,7 @@
 #include <string>
 
 #include "application.h"
-#include "disk_record.h"
+#include "host/disk_record.h"
 #include "simulator/storage/block_device.h"
 #include "simulator/storage/image_overlay.h"
 #include "test_machine.h"
@@ -34,10 +34,10 @@ void FailsAtEveryCall() {
     machine.MapFolder('X', test.logs);
     machine.AttachDisk(kDiskNumber, test.image, overlay);
     machine.MakeCurrent();
-    DiskRecord record(machine, kDiskNumber);
+    velkora_host::DiskRecord record(kDiskNumber);
     machine.calls().FailNumber(number);
     machine.calls().SetBudget(1'000'000);
-    const Screen screen = Application(kLogsFolder).Convert(record.disk);
+    const Screen screen = Application(kLogsFolder).Convert(record.disk());
     failed = machine.calls().calls().size() >= number;
     if (failed) ++screens[ScreenText(screen)];
     CheckDisk(screen, test, overlay, ReadDisk(*machine.FindDisk(kDiskNumber)));
@@ -61,14 +61,14 @@ void PowerIsCut() {
       const simulator::Call& call = machine.calls().calls()[number - 1];
       if (call.detail == "IOCTL_DISK_SET_DRIVE_LAYOUT_EX") at_the_cut = overlay;
     };
-    DiskRecord record(machine, kDiskNumber);
-    Check(Application(kLogsFolder).Convert(record.disk) == Screen::kConverted, "a whole run");
+    velkora_host::DiskRecord record(kDiskNumber);
+    Check(Application(kLogsFolder).Convert(record.disk()) == Screen::kConverted, "a whole run");
   }
   // What the application finds when it is started again.
   simulator::SimulatedMachine machine;
   machine.AttachDisk(kDiskNumber, test.image, at_the_cut);
   machine.MakeCurrent();
-  DiskRecord record(machine, kDiskNumber);
-  Check(record.disk.disk_type == DiskType::kMbr, "the new style");
-  Check(record.volumes.empty(), "and an empty table");
+  velkora_host::DiskRecord record(kDiskNumber);
+  Check(record.disk().disk_type == DiskType::kMbr, "the new style");
+  Check(record.volumes().empty(), "and an empty table");
 }
