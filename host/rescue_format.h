@@ -89,17 +89,16 @@ static_assert(offsetof(PieceHeader, crc) == 36);
 
 struct SealHeader {
   Little32 magic;
-  Little32 file_crc;
   Little32 piece_count;    // of the first set
   Little32 content_crc;    // of all bytes of the file before the seal
   Little32 witness_count;  // kMaxWitnesses at most
   Little32 witness_crc;    // of the entries that follow
   Little32 crc;
 };
-static_assert(sizeof(SealHeader) == 28 && alignof(SealHeader) == 1);
-static_assert(offsetof(SealHeader, content_crc) == 12);
-static_assert(offsetof(SealHeader, witness_crc) == 20);
-static_assert(offsetof(SealHeader, crc) == 24);
+static_assert(sizeof(SealHeader) == 24 && alignof(SealHeader) == 1);
+static_assert(offsetof(SealHeader, content_crc) == 8);
+static_assert(offsetof(SealHeader, witness_crc) == 16);
+static_assert(offsetof(SealHeader, crc) == 20);
 
 struct Witness {
   Little64 offset;  // of a sector on the disk

@@ -87,7 +87,6 @@ void RescueParser::ReadSeal() {
 
 void RescueParser::CheckSeal(const SealHeader& seal) const {
   if (seal.crc != CrcOfHeader(seal)) Refuse("the checksum of the seal is wrong");
-  if (seal.file_crc != file_crc_) Refuse("the seal is of another file");
   if (seal.piece_count != contents_.pieces.size()) {
     Refuse("the seal counts " + std::to_string(seal.piece_count) + " pieces, and there are " +
            std::to_string(contents_.pieces.size()));

@@ -155,7 +155,6 @@ void RescueWriter::Seal() {
   const auto entries = std::as_bytes(std::span(witnesses));
   SealHeader header{};
   header.magic = kSealMagic;
-  header.file_crc = file_crc_;
   header.piece_count = piece_count_;
   header.content_crc = content_crc_;
   header.witness_count = static_cast<std::uint32_t>(witnesses.size());

@@ -83,11 +83,13 @@ TEST_F(RescueFaultsTest, FailedStepIsRepeatedAndTheFileRestoresAll) {
 
 // The long piece is torn, and a short one is written over its start.
 TEST_F(RescueFaultsTest, RestOfALongerTornPieceIsPassedOver) {
-  RescueWriter writer(kRescuePath, Target());
-  writer.Seal();
-  machine_.calls().FailOn("FlushFileBuffers");
-  EXPECT_NE(RescueErrorOf([&] { writer.SaveMore({0, 2048}); }), "");
-  writer.SaveMore({4096, 512});
+  {
+    RescueWriter writer(kRescuePath, Target());
+    writer.Seal();
+    machine_.calls().FailOn("FlushFileBuffers");
+    EXPECT_NE(RescueErrorOf([&] { writer.SaveMore({0, 2048}); }), "");
+    writer.SaveMore({4096, 512});
+  }
   const auto contents = velkora_host::ReadRescueFile(kRescuePath);
   ASSERT_EQ(contents.pieces.size(), 1u);
   EXPECT_EQ(contents.pieces[0].range, (ByteRange{4096, 512}));

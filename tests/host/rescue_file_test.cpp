@@ -46,7 +46,7 @@ TEST_F(RescueFileTest, PiecesHoldTheOldBytes) {
 
 TEST_F(RescueFileTest, RangesAreRoundedOutToSectors) {
   AttachRandomDisk(kDiskSize);
-  SaveSealed({{100, 1}, {1023, 2}, {4096, 0}}, {{kDiskSize - 1, 1}});
+  SaveSealed({{100, 1}, {1023, 2}, {4200, 0}}, {{kDiskSize - 1, 1}});
   EXPECT_EQ(RangesOf(ReadRescueFile(kRescuePath)),
             (Ranges{{0, 512}, {512, 1024}, {kDiskSize - 512, 512}}));
 }
@@ -172,21 +172,39 @@ TEST_F(RescueFileTest, CallsOutOfTheirOrderAreALogicError) {
   EXPECT_THROW(writer.Save({}), std::logic_error);
 }
 
-TEST_F(RescueFileTest, LaterPieceIsFlushedBeforeTheCallReturns) {
+// "name detail" of each call that is not a seek.
+std::vector<std::string> Transfers(const simulator::CallLog& log) {
+  std::vector<std::string> calls;
+  for (const simulator::Call& call : log.calls()) {
+    if (call.name != "SetFilePointerEx") calls.push_back(call.name + " " + call.detail);
+  }
+  return calls;
+}
+
+TEST_F(RescueFileTest, FirstSetIsFlushedBeforeTheSealReturns) {
+  AttachRandomDisk(2 * 512);
+  const Ranges ranges{{0, 1024}};
+  RescueWriter writer(kRescuePath, Target());
+  writer.Save(ranges);
+  writer.Seal();
+  EXPECT_EQ(Transfers(machine_.calls()),
+            (std::vector<std::string>{"CreateFileA X:\\disk.rescue", "CoCreateGuid ",
+                                      "WriteFile file disk.rescue", "ReadFile disk 1",
+                                      "WriteFile file disk.rescue", "WriteFile file disk.rescue",
+                                      "FlushFileBuffers file disk.rescue"}));
+}
+
+TEST_F(RescueFileTest, LaterPieceIsFlushedBeforeTheNextBegins) {
   AttachRandomDisk(4 * kMiB);
   RescueWriter writer(kRescuePath, Target());
   writer.Seal();
   machine_.calls().Clear();
   writer.SaveMore({0, kMiB + 512});
-  std::vector<std::string> calls;
-  for (const simulator::Call& call : machine_.calls().calls()) {
-    if (call.name != "SetFilePointerEx") calls.push_back(call.name + " " + call.detail);
-  }
   const std::vector<std::string> one{"ReadFile disk 1", "WriteFile file disk.rescue",
                                      "FlushFileBuffers file disk.rescue"};
   std::vector<std::string> expected = one;
   expected.insert(expected.end(), one.begin(), one.end());
-  EXPECT_EQ(calls, expected);
+  EXPECT_EQ(Transfers(machine_.calls()), expected);
 }
 
 TEST_F(RescueFileTest, SavedRangeNeedsNoCallEvenWithoutRoom) {

@@ -69,7 +69,6 @@ std::string Assemble(Parts parts) {
     piece.header.crc = CrcOfHeader(piece.header);
     text += Text(BytesOf(piece.header)) + Text(piece.stored);
   }
-  parts.seal.file_crc = parts.file.crc;
   parts.seal.content_crc = Crc32(std::as_bytes(std::span(text)));
   parts.seal.witness_crc = Crc32(std::as_bytes(std::span(parts.witnesses)));
   parts.seal.crc = CrcOfHeader(parts.seal);
