@@ -56,7 +56,12 @@ std::string RescueTest::FileText() const {
 }
 
 void RescueTest::SetFileText(std::string_view text) const {
-  std::ofstream(folder_.path() / "disk.rescue", std::ios::binary) << text;
+  const std::filesystem::path file = folder_.path() / "disk.rescue";
+  std::ofstream(file, std::ios::app).close();
+  // Some file systems flush a file that is emptied and written, and a test does this a thousand
+  // times.
+  std::fstream(file, std::ios::in | std::ios::out | std::ios::binary) << text;
+  std::filesystem::resize_file(file, text.size());
 }
 
 }  // namespace testing_support

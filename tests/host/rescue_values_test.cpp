@@ -150,6 +150,17 @@ TEST_F(RescueValuesTest, PackedBytesThatAreNoneAreRefused) {
               EndsWith("the checksum of the piece's bytes is wrong"));
 }
 
+TEST_F(RescueValuesTest, PieceThatWasExchangedForAnotherGoodOneIsRefused) {
+  Parts parts = GoodParts();
+  const std::string text = Assemble(parts);
+  parts.pieces[1].stored[0] = std::byte{'q'};
+  const std::string other = Assemble(parts);
+  const std::size_t seal = text.size() - sizeof(SealHeader) - sizeof(Witness);
+  SetFileText(other.substr(0, seal) + text.substr(seal));
+  EXPECT_THAT(RescueErrorOf([] { velkora_host::ReadRescueFile(kRescuePath); }),
+              EndsWith("the checksum of the bytes before the seal is wrong"));
+}
+
 TEST_F(RescueValuesTest, Seal) {
   EXPECT_THAT(ErrorAfter([](Parts& parts) { parts.seal.piece_count = 3; }),
               EndsWith("the seal counts 3 pieces, and there are 2"));
