@@ -18,7 +18,7 @@ class RescueError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// A handle that somebody else closes, and the name that messages use. A transfer that comes short
+// A handle that its owner closes, and the name that messages use. A transfer that comes short
 // is a failure; each failure throws RescueError. The position of the handle is moved.
 class RawFile {
  public:
@@ -42,7 +42,7 @@ class RawFile {
 // A file that is open for as long as the object lives.
 class OpenFile {
  public:
-  // Throws RescueError. `disposition` is CREATE_NEW, for reading and writing and nobody else, or
+  // Throws RescueError. `disposition` is CREATE_NEW, for reading and writing without sharing, or
   // OPEN_EXISTING, for reading.
   OpenFile(const std::string& path, DWORD disposition);
   ~OpenFile() { Close(); }

@@ -20,7 +20,7 @@
 
 namespace velkora_host {
 
-// An open disk. Its position is moved: nobody else counts on the position of this handle.
+// An open disk. The writer moves the position of this handle: give it one of its own.
 struct RescueDisk {
   HANDLE handle = INVALID_HANDLE_VALUE;
   std::uint64_t size = 0;         // bytes, a multiple of the sector size

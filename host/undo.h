@@ -15,7 +15,7 @@ namespace velkora_host {
 // must be as they were. A witness that a later piece holds is not asked. Throws RescueError if
 // anything is wrong; nothing is written then.
 //
-// The writer of the file is gone by then: it shares the file with nobody.
+// The writer of the file must be destroyed before: it does not share the file.
 //
 // It may be ended at any moment and run again. A transfer that fails throws RescueError, too: run
 // it again then. The handle is for reading and writing; volumes in the way are dismounted or locked

@@ -4,6 +4,7 @@
 
 #include "host/rescue_file.h"
 #include "host/rescue_fixture.h"
+#include "host/undo.h"
 
 namespace testing_support {
 namespace {
@@ -35,6 +36,22 @@ class RescueFaultsTest : public RescueTest {
     step([&] { writer->Seal(); });
     step([&] { writer->SaveMore({2048, 1024}); });
     step([&] { writer->SaveMore({7168, 512}); });
+  }
+
+  // Saves and changes the disk step by step, and ends at the first failure.
+  void SaveAndWrite(const std::string& path) {
+    const velkora_host::RawFile disk(handle_, "the disk");
+    const Bytes changed(1536, std::byte{0xEE});
+    RescueWriter writer(path, Target());
+    const Ranges ranges{{0, changed.size()}};
+    writer.Save(ranges);
+    writer.Seal();
+    disk.Write(0, changed);
+    const std::uint64_t offsets[] = {4096, 7168, 512, 5120};
+    for (const std::uint64_t offset : offsets) {
+      writer.SaveMore({offset, 512});
+      disk.Write(offset, std::span(changed).first(512));
+    }
   }
 
   std::size_t CallsOfARun() {
@@ -79,6 +96,29 @@ TEST_F(RescueFaultsTest, FailedStepIsRepeatedAndTheFileRestoresAll) {
     EXPECT_EQ(DiskBytes(), before) << number;
     std::filesystem::remove(folder_.path() / "disk.rescue");
   }
+}
+
+TEST_F(RescueFaultsTest, DiskIsRestoredWhereverSavingAndWritingEnds) {
+  const Bytes before = DiskBytes();
+  machine_.calls().Clear();
+  SaveAndWrite("X:\\whole.rescue");
+  const std::size_t count = machine_.calls().calls().size();
+  ASSERT_GT(velkora_host::Undo("X:\\whole.rescue", handle_, kDiskSize), 0u);
+  std::size_t restored = 0;
+  for (std::size_t number = 1; number <= count; ++number) {
+    machine_.calls().Clear();
+    machine_.calls().FailNumber(number, ERROR_GEN_FAILURE, simulator::Repeat::kFromThenOn);
+    const std::string path = "X:\\disk" + std::to_string(number) + ".rescue";
+    RescueErrorOf([&] { SaveAndWrite(path); });
+    machine_.calls().ClearFailures();
+    if (DiskBytes() != before) {
+      velkora_host::Undo(path, handle_, kDiskSize);
+      ++restored;
+    }
+    ASSERT_EQ(DiskBytes(), before) << number;
+  }
+  EXPECT_GT(restored, count / 3);
+  EXPECT_LT(restored, count);
 }
 
 // The long piece is torn, and a short one is written over its start.
