@@ -30,6 +30,10 @@ DWORD DeviceObject::End(std::uint64_t&) {
   return ERROR_INVALID_FUNCTION;
 }
 
+DWORD DeviceObject::Flush() {
+  return writable() ? FlushWritten() : ERROR_ACCESS_DENIED;
+}
+
 DWORD DeviceObject::Seek(std::int64_t distance, DWORD method, std::uint64_t& position) {
   std::uint64_t base = 0;
   if (method == FILE_CURRENT) {

@@ -17,6 +17,8 @@ class DeviceObject : public HandleObject {
                 DWORD& returned) final;
   // 131 for a position in front of the start, 87 for one behind 2^63 or an unknown method.
   DWORD Seek(std::int64_t distance, DWORD method, std::uint64_t& position) final;
+  // Checks the right to write, then asks FlushWritten.
+  DWORD Flush() final;
 
  protected:
   // `access` holds GENERIC_ bits.
@@ -32,6 +34,7 @@ class DeviceObject : public HandleObject {
                        DWORD& returned);
   // What FILE_END counts from. Believed: a raw device refuses it with error 1.
   virtual DWORD End(std::uint64_t& end);
+  virtual DWORD FlushWritten() = 0;
 
  private:
   DWORD access_;

@@ -105,6 +105,10 @@ DWORD DiskDevice::Answer(DWORD code, std::span<const std::byte> in, std::span<st
   }
 }
 
+DWORD DiskDevice::FlushWritten() {
+  return disk_.device().Flush() ? ERROR_SUCCESS : ERROR_WRITE_FAULT;
+}
+
 DWORD DiskDevice::GetPartitionInfo(std::span<std::byte> out, DWORD& returned) {
   DiskLayout layout;
   const DWORD error = disk_.Layout(layout);

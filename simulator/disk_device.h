@@ -20,6 +20,7 @@ class DiskDevice : public DeviceObject {
  protected:
   DWORD Answer(DWORD code, std::span<const std::byte> in, std::span<std::byte> out,
                DWORD& returned) override;
+  DWORD FlushWritten() override;
 
  private:
   DWORD CheckRange(std::size_t length);

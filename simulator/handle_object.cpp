@@ -18,4 +18,8 @@ DWORD HandleObject::Control(DWORD, std::span<const std::byte>, std::span<std::by
   return ERROR_INVALID_HANDLE;
 }
 
+DWORD HandleObject::Flush() {
+  return ERROR_INVALID_HANDLE;
+}
+
 }  // namespace simulator

@@ -24,6 +24,8 @@ class HandleObject {
   virtual DWORD Seek(std::int64_t distance, DWORD method, std::uint64_t& position);
   virtual DWORD Control(DWORD code, std::span<const std::byte> in, std::span<std::byte> out,
                         DWORD& returned);
+  // Has the host write what was written so far to its medium.
+  virtual DWORD Flush();
 };
 
 }  // namespace simulator

@@ -1,7 +1,14 @@
 #include "simulator/host_file_device.h"
 
+#include <fcntl.h>
 #include <fstream>
 #include <utility>
+
+#ifdef _WIN32
+#include <io.h>
+#else
+#include <unistd.h>
+#endif
 
 #include "simulator/device_object.h"
 
@@ -10,12 +17,31 @@ namespace {
 
 constexpr DWORD kErrorFileExists = 80;
 
+#ifdef _WIN32
+bool SyncFile(const std::filesystem::path& path) {
+  const int descriptor = _wopen(path.c_str(), _O_RDWR | _O_BINARY | _O_NOINHERIT);
+  if (descriptor < 0) return false;
+  const bool synced = _commit(descriptor) == 0;
+  _close(descriptor);
+  return synced;
+}
+#else
+// A descriptor of its own does: what is synced is the file.
+bool SyncFile(const std::filesystem::path& path) {
+  const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor < 0) return false;
+  const bool synced = ::fsync(descriptor) == 0;
+  ::close(descriptor);
+  return synced;
+}
+#endif
+
 class HostFile : public DeviceObject {
  public:
-  HostFile(std::string name, std::fstream stream, DWORD access)
-      : DeviceObject(access), name_(std::move(name)), stream_(std::move(stream)) {}
+  HostFile(std::filesystem::path path, std::fstream stream, DWORD access)
+      : DeviceObject(access), path_(std::move(path)), stream_(std::move(stream)) {}
 
-  std::string Describe() const override { return "file " + name_; }
+  std::string Describe() const override { return "file " + path_.filename().string(); }
 
   DWORD Read(std::span<std::byte> buffer, DWORD& done) override {
     if (!readable()) return ERROR_ACCESS_DENIED;
@@ -51,8 +77,11 @@ class HostFile : public DeviceObject {
     return ERROR_SUCCESS;
   }
 
+  // Each write leaves the stream empty.
+  DWORD FlushWritten() override { return SyncFile(path_) ? ERROR_SUCCESS : ERROR_WRITE_FAULT; }
+
  private:
-  std::string name_;
+  std::filesystem::path path_;
   std::fstream stream_;
 };
 
@@ -96,7 +125,7 @@ DWORD OpenHostFile(const std::filesystem::path& path, DWORD access, DWORD dispos
   if ((access & GENERIC_WRITE) != 0) mode |= std::ios::out;
   std::fstream stream(path, mode);
   if (!stream) return ERROR_ACCESS_DENIED;
-  object = std::make_unique<HostFile>(path.filename().string(), std::move(stream), access);
+  object = std::make_unique<HostFile>(path, std::move(stream), access);
   return ERROR_SUCCESS;
 }
 

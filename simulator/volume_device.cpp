@@ -18,6 +18,15 @@ constexpr std::size_t kExtentsHeaderLength = offsetof(VOLUME_DISK_EXTENTS, Exten
 
 }  // namespace
 
+DWORD FlushDisksOf(System& system, const Volume& volume) {
+  for (const VolumeExtent& extent : volume.extents) {
+    Disk* disk = system.FindDisk(extent.disk_number);
+    if (disk == nullptr) return kErrorVolumeGone;
+    if (!disk->device().Flush()) return ERROR_WRITE_FAULT;
+  }
+  return ERROR_SUCCESS;
+}
+
 VolumeDevice::VolumeDevice(System& system, const Volume& volume, DWORD access)
     : DeviceObject(access),
       system_(system),
@@ -104,6 +113,11 @@ DWORD VolumeDevice::Answer(DWORD code, std::span<const std::byte> in, std::span<
     default:
       return ERROR_INVALID_FUNCTION;
   }
+}
+
+DWORD VolumeDevice::FlushWritten() {
+  const Volume* volume = Find();
+  return IsUsable(volume) ? FlushDisksOf(system_, *volume) : kErrorVolumeGone;
 }
 
 // A dismounted volume has no file system that could answer. Of the file systems that Windows

@@ -22,6 +22,7 @@ class VolumeDevice : public DeviceObject {
  protected:
   DWORD Answer(DWORD code, std::span<const std::byte> in, std::span<std::byte> out,
                DWORD& returned) override;
+  DWORD FlushWritten() override;
 
  private:
   struct Range {
@@ -49,5 +50,8 @@ class VolumeDevice : public DeviceObject {
   std::uint32_t dismount_count_;  // of the volume, when this handle was last good
   bool holds_lock_ = false;
 };
+
+// Flushes each disk that the volume lies on. A Windows error.
+DWORD FlushDisksOf(System& system, const Volume& volume);
 
 }  // namespace simulator

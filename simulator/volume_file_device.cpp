@@ -4,6 +4,7 @@
 
 #include "simulator/fat32_controls.h"
 #include "simulator/system.h"
+#include "simulator/volume_device.h"
 
 namespace simulator {
 
@@ -60,6 +61,14 @@ DWORD VolumeFileDevice::End(std::uint64_t& end) {
   const DWORD error = files->Look(id_, entry);
   end = entry.size;
   return error;
+}
+
+DWORD VolumeFileDevice::FlushWritten() {
+  Fat32Files* files = Files();
+  if (files == nullptr) return ERROR_NOT_READY;
+  const DWORD error = files->Flush();
+  if (error != ERROR_SUCCESS) return error;
+  return FlushDisksOf(system_, *system_.FindVolumeByArrival(arrival_));
 }
 
 DWORD OpenVolumeFile(System& system, const VolumePath& place, const OpenRequest& request,

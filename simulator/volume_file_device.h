@@ -29,6 +29,7 @@ class VolumeFileDevice : public DeviceObject {
   DWORD Answer(DWORD code, std::span<const std::byte> in, std::span<std::byte> out,
                DWORD& returned) override;
   DWORD End(std::uint64_t& end) override;
+  DWORD FlushWritten() override;
 
  private:
   // Null when the volume is no longer the one that the file was opened on.

@@ -225,6 +225,13 @@ BOOL DeviceIoControl(HANDLE handle, DWORD code, void* in, DWORD in_size, void* o
   return ToResult(object->Control(code, input, output, *returned));
 }
 
+BOOL FlushFileBuffers(HANDLE handle) {
+  System& system = System::Current();
+  if (FailsOnDemand(system, "FlushFileBuffers", Describe(system, handle))) return FALSE;
+  HandleObject* object = system.handles().Find(handle);
+  return ToResult(object == nullptr ? ERROR_INVALID_HANDLE : object->Flush());
+}
+
 BOOL DeleteFileA(const char* path) {
   System& system = System::Current();
   const std::string name(simulator::TextOrEmpty(path));

@@ -57,6 +57,10 @@ std::int64_t WriteAt(int descriptor, const std::byte* data, std::size_t bytes,
   return _write(descriptor, data, static_cast<unsigned>(bytes));
 }
 
+bool SyncImage(int descriptor) {
+  return _commit(descriptor) == 0;
+}
+
 // Holes are left to the fallback: not every host file system has them.
 bool PunchHole(int, std::uint64_t, std::uint64_t) {
   return false;
@@ -103,6 +107,10 @@ std::int64_t ReadAt(int descriptor, std::byte* buffer, std::size_t bytes, std::u
 std::int64_t WriteAt(int descriptor, const std::byte* data, std::size_t bytes,
                      std::uint64_t offset) {
   return ::pwrite(descriptor, data, bytes, static_cast<off_t>(offset));
+}
+
+bool SyncImage(int descriptor) {
+  return ::fdatasync(descriptor) == 0;
 }
 
 bool PunchHole(int descriptor, std::uint64_t offset, std::uint64_t length) {
@@ -209,6 +217,12 @@ bool BlockDevice::Zero(std::uint64_t offset, std::uint64_t length) {
                                           : ZeroImage(offset, length);
   if (zeroed) bytes_written_ += length;
   return zeroed;
+}
+
+bool BlockDevice::Flush() {
+  TellLateWriters();
+  // Nothing of an image that is only read can wait, and some hosts refuse to flush one.
+  return overlay_ != nullptr || access_ == Access::kReadOnly || SyncImage(descriptor_);
 }
 
 bool BlockDevice::ReadImage(std::uint64_t offset, std::span<std::byte> buffer) {

@@ -52,6 +52,10 @@ class BlockDevice {
   // written bytes.
   [[nodiscard]] bool Zero(std::uint64_t offset, std::uint64_t length);
 
+  // Has the host write all that was written so far to its medium, what late writers keep included.
+  // An overlay has no medium. False when the host refuses.
+  [[nodiscard]] bool Flush();
+
   // A late writer is known to the device for as long as it lives.
   void Add(LateWriter& writer) { late_writers_.push_back(&writer); }
   void Remove(LateWriter& writer) { std::erase(late_writers_, &writer); }

@@ -190,4 +190,12 @@ int remove(const char* path);
 // Seconds since 1970; also written to `*out` if it is not null.
 std::int64_t time(std::int64_t* out);
 
+// ---- Calls of applications ---------------------------------------------------------------------
+
+// What the library itself does not call, and applications do.
+
+// Returns once what was written to the file, disk or volume is on its medium and no longer in a
+// cache only. Error 5 for a handle without GENERIC_WRITE, 6 for one that is not open.
+BOOL FlushFileBuffers(HANDLE handle);
+
 }  // namespace win32

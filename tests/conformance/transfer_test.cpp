@@ -156,6 +156,19 @@ TEST_F(SeamTransfer, NegativePositionIsError131AndMovesNothing) {
   EXPECT_EQ(ReadRest(file), "3456789");
 }
 
+TEST_F(SeamTransfer, FlushWantsTheRightToWriteAndLeavesTheLastError) {
+  const File writer(OpenFile(GENERIC_WRITE));
+  DWORD done = 0;
+  ASSERT_TRUE(win32::WriteFile(writer.get(), "ab", 2, &done, nullptr));
+  win32::SetLastError(kUntouched);
+  EXPECT_TRUE(win32::FlushFileBuffers(writer.get()));
+  EXPECT_EQ(win32::GetLastError(), kUntouched);
+  EXPECT_EQ(ReadText("file"), "ab23456789");
+  const File reader(OpenFile(GENERIC_READ));
+  EXPECT_FALSE(win32::FlushFileBuffers(reader.get()));
+  EXPECT_EQ(win32::GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+}
+
 TEST_F(SeamTransfer, ClosedHandleIsError6ForEveryOperation) {
   const HANDLE handle = OpenFile(GENERIC_READ | GENERIC_WRITE);
   ASSERT_TRUE(win32::CloseHandle(handle));
@@ -173,6 +186,9 @@ TEST_F(SeamTransfer, ClosedHandleIsError6ForEveryOperation) {
   EXPECT_EQ(win32::GetLastError(), DWORD{ERROR_INVALID_HANDLE});
   win32::SetLastError(kUntouched);
   EXPECT_FALSE(win32::SetFilePointerEx(handle, LARGE_INTEGER(), nullptr, FILE_BEGIN));
+  EXPECT_EQ(win32::GetLastError(), DWORD{ERROR_INVALID_HANDLE});
+  win32::SetLastError(kUntouched);
+  EXPECT_FALSE(win32::FlushFileBuffers(handle));
   EXPECT_EQ(win32::GetLastError(), DWORD{ERROR_INVALID_HANDLE});
   win32::SetLastError(kUntouched);
   EXPECT_FALSE(win32::DeviceIoControl(handle, IOCTL_DISK_UPDATE_PROPERTIES, nullptr, 0, nullptr, 0,

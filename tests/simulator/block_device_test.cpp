@@ -175,6 +175,21 @@ TEST_F(BlockDeviceTest, RefusesAFolder) {
   EXPECT_NE(error.find("not an ordinary file"), std::string::npos) << error;
 }
 
+TEST_F(BlockDeviceTest, FlushTellsTheLateWritersAndNeedsNoRightToWrite) {
+  struct Writer : LateWriter {
+    void BeforeTransfer() override { ++calls; }
+    int calls = 0;
+  } writer;
+  const auto image = NewImage(kMiB);
+  BlockDevice device(image, 512);
+  device.Add(writer);
+  EXPECT_TRUE(device.Flush());
+  EXPECT_EQ(writer.calls, 1);
+  EXPECT_TRUE(BlockDevice(image, 512, Access::kReadOnly).Flush());
+  ImageOverlay overlay;
+  EXPECT_TRUE(BlockDevice(image, 512, overlay).Flush());
+}
+
 TEST_F(BlockDeviceTest, RefusesAnEmptyImage) {
   const std::string error = OpenError(NewImage(0));
   EXPECT_NE(error.find("empty"), std::string::npos) << error;

@@ -38,11 +38,13 @@ class LateWritesOfAMachine : public testing_support::SeamTest {
     EXPECT_EQ(files.Look(id, entry), ERROR_SUCCESS);
     return entry.attributes;
   }
-  static void HideFile() {
+  static void SetAttributes(DWORD attributes) {
     const std::string path = GptVolumePath(1) + "\\FILE";
     const WideString wide(path.begin(), path.end());
-    ASSERT_TRUE(win32::SetFileAttributesW(wide.c_str(), FILE_ATTRIBUTE_HIDDEN));
+    ASSERT_TRUE(win32::SetFileAttributesW(wide.c_str(), attributes));
   }
+  static void HideFile() { SetAttributes(FILE_ATTRIBUTE_HIDDEN); }
+  static void ShowFile() { SetAttributes(FILE_ATTRIBUTE_ARCHIVE); }
 
   std::filesystem::path image_;
 };
@@ -60,6 +62,27 @@ TEST_F(LateWritesOfAMachine, ReachTheImageBeforeTheDiskIsRead) {
   std::vector<std::byte> sector(512);
   EXPECT_EQ(ReadAt(Open("\\\\.\\PhysicalDrive1"), 0, sector), ERROR_SUCCESS);
   EXPECT_EQ(AttributesInImage(), unsigned{FILE_ATTRIBUTE_HIDDEN});
+}
+
+TEST_F(LateWritesOfAMachine, ReachTheImageWithAFlush) {
+  for (const std::string& path :
+       {std::string("\\\\.\\PhysicalDrive1"), GptVolumePath(1), GptVolumePath(1) + "\\FILE"}) {
+    const HANDLE handle = Open(path);
+    ASSERT_NE(handle, INVALID_HANDLE_VALUE) << path;
+    ShowFile();
+    ASSERT_TRUE(win32::FlushFileBuffers(handle)) << path;
+    HideFile();
+    EXPECT_EQ(AttributesInImage(), unsigned{FILE_ATTRIBUTE_ARCHIVE}) << path;
+    EXPECT_TRUE(win32::FlushFileBuffers(handle)) << path;
+    EXPECT_EQ(AttributesInImage(), unsigned{FILE_ATTRIBUTE_HIDDEN}) << path;
+  }
+}
+
+TEST_F(LateWritesOfAMachine, FlushOfAFileOfADismountedVolumeIsError21) {
+  const HANDLE file = Open(GptVolumePath(1) + "\\FILE");
+  ASSERT_EQ(Control(Open(GptVolumePath(1)), FSCTL_DISMOUNT_VOLUME), ERROR_SUCCESS);
+  EXPECT_FALSE(win32::FlushFileBuffers(file));
+  EXPECT_EQ(win32::GetLastError(), DWORD{ERROR_NOT_READY});
 }
 
 TEST_F(LateWritesOfAMachine, ThatFailLeaveTheVolumeMounted) {

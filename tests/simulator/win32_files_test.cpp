@@ -264,5 +264,38 @@ TEST_F(Win32FilesTest, GuidsDifferAndRepeatWithTheSeed) {
   EXPECT_EQ(again.Data1, before.Data1);
 }
 
+TEST_F(Win32FilesTest, FlushesWhatIsOpenForWriting) {
+  AttachGpt(1, {GptRow(kMegabyte, 8 * kMegabyte, 1)}, {kMegabyte});
+  const HANDLE handles[] = {Open("\\\\.\\PhysicalDrive1"), Open(GptVolumePath(1)),
+                            OpenFile("X:\\a.txt", CREATE_NEW)};
+  for (const HANDLE handle : handles) EXPECT_TRUE(win32::FlushFileBuffers(handle));
+  EXPECT_EQ(win32::GetLastError(), kUntouchedError);
+  for (const HANDLE handle :
+       {Open("\\\\.\\PhysicalDrive1", GENERIC_READ), Open(GptVolumePath(1), GENERIC_READ),
+        OpenFile("X:\\a.txt", OPEN_EXISTING, GENERIC_READ)}) {
+    EXPECT_FALSE(win32::FlushFileBuffers(handle));
+    EXPECT_EQ(win32::GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+  }
+}
+
+TEST_F(Win32FilesTest, FlushIsRecordedAndFailsOnDemand) {
+  const HANDLE file = OpenFile("X:\\a.txt", CREATE_NEW);
+  machine_.calls().Clear();
+  machine_.calls().FailOn("FlushFileBuffers/file a.txt", 2, ERROR_WRITE_FAULT);
+  EXPECT_TRUE(win32::FlushFileBuffers(file));
+  EXPECT_FALSE(win32::FlushFileBuffers(file));
+  EXPECT_EQ(win32::GetLastError(), DWORD{ERROR_WRITE_FAULT});
+  EXPECT_EQ(machine_.calls().Lines(), (std::vector<std::string>{"FlushFileBuffers/file a.txt",
+                                                                "FlushFileBuffers/file a.txt"}));
+}
+
+TEST_F(Win32FilesTest, FlushOfADismountedVolumeIsError21) {
+  AttachGpt(1, {GptRow(kMegabyte, 8 * kMegabyte, 1)}, {kMegabyte});
+  const HANDLE volume = Open(GptVolumePath(1));
+  ASSERT_EQ(Control(Open(GptVolumePath(1)), FSCTL_DISMOUNT_VOLUME), ERROR_SUCCESS);
+  EXPECT_FALSE(win32::FlushFileBuffers(volume));
+  EXPECT_EQ(win32::GetLastError(), DWORD{ERROR_NOT_READY});
+}
+
 }  // namespace
 }  // namespace testing_support

@@ -230,4 +230,10 @@ std::int64_t time(std::int64_t* out) {
   return ::_time64(out);
 }
 
+// ---- Calls of applications ---------------------------------------------------------------------
+
+BOOL FlushFileBuffers(HANDLE handle) {
+  return ::FlushFileBuffers(handle);
+}
+
 }  // namespace win32

@@ -12,6 +12,7 @@ TEST_F(DiskTransfer, WrittenSectorsComeBack) {
   const Bytes bytes(3 * kSector, std::byte{0x5A});
   const File disk = OpenDisk();
   ASSERT_EQ(Write(disk, kPlace, bytes), DWORD{ERROR_SUCCESS});
+  EXPECT_TRUE(win32::FlushFileBuffers(disk.get()));
   EXPECT_EQ(Read(disk, kPlace, bytes.size()).bytes, bytes);
 }
 
