@@ -11,7 +11,7 @@ constexpr DWORD kErrorFileExists = 80;
 
 std::string LastErrorText() {
   const DWORD error = win32::GetLastError();
-  const std::string text = "error " + std::to_string(error);
+  std::string text = "error " + std::to_string(error);
   switch (error) {
     case ERROR_FILE_NOT_FOUND:
       return text + ", there is no such file";
