@@ -10,6 +10,7 @@ namespace {
 
 constexpr char kShow[] = "show";
 constexpr char kConvert[] = "convert";
+constexpr char kUndo[] = "undo";
 
 constexpr char kExamples[] =
     "Examples:\n"
@@ -17,6 +18,8 @@ constexpr char kExamples[] =
     "  velkora-image convert disk.img --to mbr --letter 3=E\n"
     "  velkora-image convert disk.img --to gpt --system=C\n"
     "  velkora-image convert disk.img --to mbr --fail command/diskpart:2\n"
+    "  velkora-image convert disk.img --to gpt --rescue disk.rescue\n"
+    "  velkora-image undo disk.img disk.rescue\n"
     "Exit status: 0 converted, 1 failed and undone or refused, 2 bad usage or unreadable input,\n"
     "3 failed and not undone";
 
@@ -27,6 +30,7 @@ struct ConvertTexts {
   std::string system;
   std::string logs;
   std::string events;
+  std::string rescue;
   std::string stop_at;
   std::vector<std::string> letters;
   std::vector<std::string> failures;
@@ -44,6 +48,8 @@ CLI::App* AddConvert(CLI::App& app, ConvertTexts& texts) {
       ->allow_extra_args(false);
   convert->add_option("--logs", texts.logs, "Folder for the log and the tools' files");
   convert->add_option("--events", texts.events, "File for all that happens, as JSON lines");
+  convert->add_option("--rescue", texts.rescue,
+                      "New file for the old bytes of all that changes; `undo` puts them back");
   convert
       ->add_option("--fail", texts.failures,
                    "CALL[:OCCURRENCE[:ERROR]]: make a system call fail, such as "
@@ -74,6 +80,7 @@ ConvertOptions MakeConvertOptions(const CLI::App& app, const ConvertTexts& texts
   for (const std::string& text : texts.letters) ParseLetterChoice(text, options.letters);
   options.logs = PathOf(app, "--logs", texts.logs);
   options.events = PathOf(app, "--events", texts.events);
+  options.rescue = PathOf(app, "--rescue", texts.rescue);
   for (const std::string& text : texts.failures) options.failures.push_back(ParseFailRequest(text));
   if (app.count("--stop-at") > 0) options.stop_at = ParseStatus(texts.stop_at);
   return options;
@@ -83,7 +90,7 @@ ConvertOptions MakeConvertOptions(const CLI::App& app, const ConvertTexts& texts
 void RefuseUnknownCommand(int argc, const char* const* argv) {
   if (argc < 2 || argv[1][0] == '-') return;
   const std::string_view name = argv[1];
-  if (name == kShow || name == kConvert) return;
+  if (name == kShow || name == kConvert || name == kUndo) return;
   throw InputError("there is no command '" + std::string(name) + "'");
 }
 
@@ -104,6 +111,11 @@ Options ParseOptions(int argc, const char* const* argv) {
   CLI::App* show = app.add_subcommand(kShow, "Show a disk image's partitions");
   show->add_option("IMAGE", show_image, "The disk image")->required();
   show->add_flag("--json", show_options.json, "As one JSON object");
+  std::string undo_image;
+  std::string undo_rescue;
+  CLI::App* undo = app.add_subcommand(kUndo, "Put a disk image back to what it was");
+  undo->add_option("IMAGE", undo_image, "The disk image")->required();
+  undo->add_option("RESCUE", undo_rescue, "The rescue file of its conversion")->required();
   ConvertTexts texts;
   const CLI::App* convert = AddConvert(app, texts);
   RefuseUnknownCommand(argc, argv);
@@ -115,6 +127,7 @@ Options ParseOptions(int argc, const char* const* argv) {
     throw InputError(OneLine(error.what()));
   }
   if (convert->parsed()) return MakeConvertOptions(*convert, texts);
+  if (undo->parsed()) return UndoOptions{undo_image, undo_rescue};
   show_options.image = show_image;
   return show_options;
 }

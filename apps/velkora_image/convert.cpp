@@ -15,6 +15,7 @@
 #include "apps/velkora_image/input_error.h"
 #include "apps/velkora_image/logs_folder.h"
 #include "apps/velkora_image/partition_view.h"
+#include "apps/velkora_image/rescue.h"
 #include "apps/velkora_image/table_checks.h"
 #include "simulator/disk.h"
 
@@ -69,6 +70,15 @@ void WarnOfIdleFailures(const ConvertOptions& options, simulator::SimulatedMachi
     if (count >= failure.occurrence) continue;
     std::cerr << "velkora-image: warning: --fail " << failure.call
               << ": failed nothing, there were " << count << " such calls\n";
+  }
+}
+
+void TellRescue(const fs::path& file, const Rescue& rescue) {
+  std::cout << "Rescue file: " << file.string() << ", " << rescue.file_size() << " bytes\n";
+  if (!rescue.failure().empty()) {
+    std::cerr << "velkora-image: warning: a change was refused, since its old bytes could not be "
+                 "kept\n  "
+              << rescue.failure() << "\n";
   }
 }
 
@@ -168,12 +178,15 @@ int Convert(const ConvertOptions& options) {
   machine.MapFolder(kLogsLetter, logs.path());
   machine.MakeCurrent();
   ConversionRun run(machine, options, logs.path());
+  std::optional<Rescue> rescue;
+  if (options.rescue) rescue.emplace(machine, options.image, *options.rescue);
   if (options.system_letter) InstallWindows(machine, disk, *options.system_letter);
 
   const DiskView before = ReadDiskView(machine, disk);
   std::cout << DrawDisk("before", before) << "\n" << std::flush;
   WarnOfClearedEnds(before);
   run.Run();
+  if (rescue) TellRescue(*options.rescue, *rescue);
   WarnOfIdleFailures(options, machine);
   const DiskView after = ReadDiskViewAfter(machine, disk);
   std::cout << "\n" << DrawDisk("after", after) << "\n" << std::flush;

@@ -5,6 +5,7 @@
 #include "apps/velkora_image/convert.h"
 #include "apps/velkora_image/input_error.h"
 #include "apps/velkora_image/options.h"
+#include "apps/velkora_image/rescue.h"
 #include "apps/velkora_image/show.h"
 
 namespace {
@@ -22,6 +23,9 @@ struct Runner {
   }
   int operator()(const velkora_image::ConvertOptions& options) const {
     return velkora_image::Convert(options);
+  }
+  int operator()(const velkora_image::UndoOptions& options) const {
+    return velkora_image::Undo(options);
   }
 };
 

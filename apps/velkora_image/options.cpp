@@ -19,6 +19,7 @@ constexpr std::string_view kCallNames[] = {
     "SetFilePointerEx",
     "ReadFile",
     "WriteFile",
+    "FlushFileBuffers",
     "DeviceIoControl",
     "DeleteFileA",
     "FindFirstFileW",

@@ -37,15 +37,21 @@ struct ConvertOptions {
   LetterChoices letters;
   std::optional<std::filesystem::path> logs;
   std::optional<std::filesystem::path> events;
+  std::optional<std::filesystem::path> rescue;
   std::vector<FailRequest> failures;
   std::optional<std::int32_t> stop_at;
+};
+
+struct UndoOptions {
+  std::filesystem::path image;
+  std::filesystem::path rescue;
 };
 
 struct HelpOptions {
   std::string text;
 };
 
-using Options = std::variant<ShowOptions, ConvertOptions, HelpOptions>;
+using Options = std::variant<ShowOptions, ConvertOptions, UndoOptions, HelpOptions>;
 
 // The whole command line (command_line.cpp). Throws InputError for anything that is not as the help
 // says.

@@ -204,6 +204,7 @@ bool BlockDevice::Read(std::uint64_t offset, std::span<std::byte> buffer) {
 bool BlockDevice::Write(std::uint64_t offset, std::span<const std::byte> data) {
   TellLateWriters();
   if (!InRange(offset, data.size(), size_)) return false;
+  if (before_change && !before_change(offset, data.size())) return false;
   const bool moved =
       overlay_ != nullptr ? overlay_->Write(offset, data, PageReader()) : WriteImage(offset, data);
   if (moved) bytes_written_ += data.size();
@@ -213,6 +214,7 @@ bool BlockDevice::Write(std::uint64_t offset, std::span<const std::byte> data) {
 bool BlockDevice::Zero(std::uint64_t offset, std::uint64_t length) {
   TellLateWriters();
   if (!InRange(offset, length, size_)) return false;
+  if (before_change && !before_change(offset, length)) return false;
   const bool zeroed = overlay_ != nullptr ? overlay_->Zero(offset, length, PageReader())
                                           : ZeroImage(offset, length);
   if (zeroed) bytes_written_ += length;

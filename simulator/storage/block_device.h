@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <span>
 #include <vector>
 
@@ -61,6 +62,10 @@ class BlockDevice {
   void Remove(LateWriter& writer) { std::erase(late_writers_, &writer); }
   // Has the late writers write what waits, as each transfer does.
   void TellLateWriters();
+
+  // Called before bytes of the image change, with their place and number. The change does not take
+  // place, and the write fails, unless it returns true.
+  std::function<bool(std::uint64_t offset, std::uint64_t length)> before_change;
 
   // What has passed so far, in bytes.
   std::uint64_t bytes_read() const { return bytes_read_; }

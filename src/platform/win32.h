@@ -1,6 +1,6 @@
-// Every operation that the library asks of Windows, under its own name. Two implementations stand
-// behind it and are chosen when linking: one forwards to Windows, the other is a simulated machine
-// whose disks are image files.
+// Every operation that the library and the host kit ask of Windows, under its own name. Two
+// implementations stand behind it and are chosen when linking: one forwards to Windows, the other
+// is a simulated machine whose disks are image files.
 //
 // For all of them: a failure is reported by the result and its reason is left in GetLastError; a
 // success leaves the last error as it was, unless a line here says otherwise. The last error

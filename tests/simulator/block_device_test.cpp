@@ -153,6 +153,25 @@ TEST_F(BlockDeviceTest, ZeroClearsExactlyItsRange) {
   EXPECT_EQ(std::filesystem::file_size(device.image()), 4 * kMiB);
 }
 
+TEST_F(BlockDeviceTest, IsAskedBeforeEachChangeWhichMayBeRefused) {
+  BlockDevice device(NewImage(kMiB));
+  const std::vector<std::byte> ones(512, std::byte{1});
+  std::vector<std::pair<std::uint64_t, std::uint64_t>> asked;
+  device.before_change = [&](std::uint64_t offset, std::uint64_t length) {
+    asked.emplace_back(offset, length);
+    return offset != 512;
+  };
+  EXPECT_TRUE(device.Write(0, ones));
+  EXPECT_FALSE(device.Write(512, ones));
+  EXPECT_FALSE(device.Zero(512, 1024));
+  EXPECT_FALSE(device.Write(kMiB, ones)) << "past the end";
+  EXPECT_EQ(asked, (decltype(asked){{0, 512}, {512, 512}, {512, 1024}}));
+  EXPECT_EQ(device.bytes_written(), 512U);
+  std::vector<std::byte> bytes(512);
+  ASSERT_TRUE(device.Read(512, bytes));
+  EXPECT_EQ(bytes, std::vector<std::byte>(512));
+}
+
 TEST_F(BlockDeviceTest, CountsTheBytesThatPassed) {
   BlockDevice device(NewImage(kMiB));
   std::vector<std::byte> bytes(512);
