@@ -42,6 +42,7 @@ file(GLOB simulated_tests CONFIGURE_DEPENDS ${tests}/unit/*.cpp ${tests}/simulat
 velkora_add_windows_test(velkora_tests ${simulated_tests} ${suite_tests}
   ${conformance}/machine.cpp)
 target_precompile_headers(velkora_tests REUSE_FROM velkora_support)
+velkora_group(velkora_tests)
 target_link_libraries(velkora_tests
   PRIVATE velkora_suite velkora_support velkora_host velkora_core velkora_simulator)
 target_link_libraries(velkora_suite PRIVATE velkora_warnings GTest::gtest GTest::gmock)
