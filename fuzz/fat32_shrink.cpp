@@ -96,7 +96,7 @@ class Ground {
   fs::path image_;
 };
 
-// Where pieces may lie, in bytes from the start of the volume: each of these and 256 KiB behind it.
+// Where pieces may lie, in bytes from the start of the volume: each of these and the next 256 KiB.
 std::array<std::uint64_t, 5> Regions(simulator::BlockDevice& device) {
   std::array<std::byte, fuzz::kSectorBytes> boot{};
   if (!device.Read(kVolumeOffset, boot)) std::abort();

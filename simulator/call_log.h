@@ -67,7 +67,7 @@ class CallLog {
   void SetBudget(std::size_t calls);
 
   // Calls are kept to be read unless this is false; they are counted and made to fail in any case.
-  // For runs of very many calls that nobody reads.
+  // For runs of very many calls that are not looked at.
   bool keeps_calls = true;
 
   // Runs when a call has come, in front of what it does or of its failure. `number` is that of

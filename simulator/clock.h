@@ -45,7 +45,7 @@ class Clock {
   // Waits for its end and frees it. Throws what `body` threw.
   void Join(Participant* participant);
 
-  // Waits until somebody wakes the address, or the deadline comes: false then.
+  // Waits until the address is woken, or the deadline comes: false then.
   bool WaitFor(const void* address, std::uint64_t deadline);
   void Wake(const void* address);
 

@@ -39,7 +39,7 @@ class Disk {
   // Makes the system believe this layout, whatever the disk holds, until Forget.
   void Believe(DiskLayout layout) { cached_ = std::move(layout); }
 
-  // How many more times the disk's volumes are not there yet when somebody asks for one.
+  // How many more times the disk's volumes are not there yet when one is asked for.
   std::uint32_t mount_delay = 0;
 
   // Its interface path, and what its descriptor says.

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::uint64_t kBlock = 1 << 20;
 
-// A name that nobody else has.
+// A name that no other file has.
 std::filesystem::path NewPath() {
   std::random_device random;
   const std::string name = std::to_string(random()) + "-" + std::to_string(random());

@@ -22,7 +22,7 @@ class MountManager {
   void MapFolder(char letter, const std::filesystem::path& folder);
   const std::map<char, std::filesystem::path>& mapped_folders() const { return folders_; }
 
-  // A volume has come: it gets the letter that is remembered for its identity if nobody holds it;
+  // A volume has come: it gets the letter that is remembered for its identity if no other holds it;
   // else, with `automount` and unless the volume suppresses it, the first free letter from C on.
   void Arrive(const Volume& volume, bool automount);
   // A volume has gone: its letter is free, and stays remembered.

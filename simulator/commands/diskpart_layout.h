@@ -25,7 +25,7 @@ bool IsEmpty(const DiskLayout& layout);
 PARTITION_INFORMATION_EX MakeGptRow(const GUID& type, const GUID& id, std::uint64_t offset,
                                     std::uint64_t length);
 
-// The first aligned offset with `length` free bytes behind it in the usable range of a GPT layout.
+// The first aligned offset with `length` free bytes there, in the usable range of a GPT layout.
 std::optional<std::uint64_t> FindFreeRegion(const DiskLayout& layout, std::uint64_t length);
 
 }  // namespace simulator::diskpart

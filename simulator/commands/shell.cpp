@@ -13,7 +13,7 @@ namespace {
 
 constexpr DWORD kShellFailure = 1;
 
-// A wait that nobody limits ends after this many turns all the same.
+// A wait without a limit ends after this many turns all the same.
 constexpr int kMostWaits = 100'000;
 
 bool OpenRedirection(const System& system, const Redirection& redirection, std::ofstream& output) {

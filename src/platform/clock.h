@@ -28,7 +28,7 @@ Monitor* CreateMonitor();
 void DestroyMonitor(Monitor* monitor);
 void LockMonitor(Monitor* monitor);
 void UnlockMonitor(Monitor* monitor);
-// Gives up the lock until somebody wakes the monitor or the clock reaches `deadline` (in the
+// Gives up the lock until the monitor is woken or the clock reaches `deadline` (in the
 // milliseconds of GetTickCount64), and takes it again. False when the deadline ended the wait.
 bool WaitMonitor(Monitor* monitor, std::uint64_t deadline);
 void WakeMonitor(Monitor* monitor);

@@ -44,7 +44,7 @@ void SetsUp() {
 
   // What the system believes of a disk is one thing, what is on it another.
   simulator::Disk& disk = *machine.FindDisk(kDiskNumber);
-  Check(disk.device().Zero(0, kMib), "somebody clears the table");
+  Check(disk.device().Zero(0, kMib), "the table is cleared");
   Check(machine.FindVolumeByLetter('R') != nullptr, "the system does not know it yet");
   machine.UpdateProperties(disk);
   Check(machine.FindVolumeByLetter('R') == nullptr, "now it does");
